@@ -1,0 +1,44 @@
+// TOLAAgent: the persisted runtime record and access-control file, the shared-memory
+// access-control list, and (through TOLASettingsObject) the settings object that the
+// configuration document fills.
+#pragma once
+
+#include <string>
+
+#include "tola_settings.h"
+#include "tola_types.h"
+
+class TOLAAgent : public TOLASettingsObject {
+public:
+    TOLAAgent();
+    virtual ~TOLAAgent();
+    TOLAAgent(const TOLAAgent&) = delete;
+    TOLAAgent& operator=(const TOLAAgent&) = delete;
+
+    // ---- Start and stop (tola_agent.cpp) ----
+    bool InitializeSysInterface();
+    bool UninitializeSysInterface();
+    int Initialize();
+    int Uninitialize();
+    bool IsInitialized() const { return mInitialized; }
+
+    // ---- Runtime record and access-control file (tola_agent_acl_file.cpp) ----
+    bool GetRuntimeConfig(tolaagent_runtime_config_t& config);
+    bool SetRuntimeConfig(const tolaagent_runtime_config_t& config);
+    bool SerializeACL();
+    bool InitializeACL();
+    // The manual-factory-reset request: the next SerializeACL drops every entry.
+    void SetRestoreDefaultsFlag(bool restore) { mRestoreDefaults = restore; }
+    bool GetRestoreDefaultsFlag() const { return mRestoreDefaults; }
+
+    // ---- Shared-memory access-control list (tola_agent_shm.cpp) ----
+    bool InitializeSharedMemory();
+    void SetACEProperties(const char* name, bool displayEnabled, bool writeEnabled);
+    tola_acl_shm_t* AclBlock() const { return mAcl; }
+
+private:
+    tolaagent_runtime_config_t mConfig;
+    bool mRestoreDefaults = false;
+    bool mInitialized = false;
+    tola_acl_shm_t* mAcl = nullptr;
+};

@@ -1,0 +1,4 @@
+#include "tola_settings.h"
+
+TOLASettingsObject::TOLASettingsObject() = default;
+TOLASettingsObject::~TOLASettingsObject() = default;

@@ -1,0 +1,187 @@
+#include "device_state.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+
+#include "host_env.h"
+#include "sys_core.h"
+
+extern const char* const kFactoryFragments[];
+extern const std::size_t kFactoryFragmentCount;
+
+namespace ardo {
+
+namespace {
+
+std::mutex gCacheMutex;
+struct Cache {
+    std::string path;
+    ino_t ino = 0;
+    struct timespec mtime {};
+    off_t size = -1;
+    json doc;
+} gCache;
+
+std::string dirOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+// Holds an exclusive flock on the state's lock file for the life of the object. flock locks
+// belong to the open file description, so threads of one process exclude each other too.
+class StateLock {
+public:
+    explicit StateLock(const std::string& statePath) {
+        hostMakeDirs(dirOf(statePath));
+        mFd = open((statePath + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+        if (mFd >= 0) {
+            while (flock(mFd, LOCK_EX) != 0 && errno == EINTR) {
+            }
+        }
+    }
+    ~StateLock() {
+        if (mFd >= 0) {
+            close(mFd);
+        }
+    }
+    StateLock(const StateLock&) = delete;
+    StateLock& operator=(const StateLock&) = delete;
+
+private:
+    int mFd = -1;
+};
+
+bool parseFile(const std::string& path, json& out) {
+    std::ifstream in(path);
+    if (!in) {
+        return false;
+    }
+    json doc = json::parse(in, nullptr, false);
+    if (doc.is_discarded() || !doc.is_object()) {
+        return false;
+    }
+    out = std::move(doc);
+    return true;
+}
+
+bool writeDoc(const std::string& path, const json& doc) {
+    hostMakeDirs(dirOf(path));
+    return hostWriteFileAtomic(path, doc.dump(2) + "\n");
+}
+
+// Reads the document without taking the lock (the file is only ever replaced by rename, so a
+// reader sees the old or the new version). Creates it from the defaults when missing.
+json readUnlocked(const std::string& path, bool createIfMissing) {
+    struct stat st {};
+    std::lock_guard<std::mutex> guard(gCacheMutex);
+    if (stat(path.c_str(), &st) == 0) {
+        if (gCache.path == path && gCache.ino == st.st_ino && gCache.size == st.st_size &&
+            gCache.mtime.tv_sec == st.st_mtim.tv_sec && gCache.mtime.tv_nsec == st.st_mtim.tv_nsec) {
+            return gCache.doc;
+        }
+        json doc;
+        if (parseFile(path, doc)) {
+            gCache.path = path;
+            gCache.ino = st.st_ino;
+            gCache.size = st.st_size;
+            gCache.mtime = st.st_mtim;
+            gCache.doc = doc;
+            return doc;
+        }
+    }
+    json doc = deviceFactoryState();
+    if (createIfMissing) {
+        writeDoc(path, doc);
+    }
+    gCache = Cache{};
+    return doc;
+}
+
+}  // namespace
+
+std::string deviceStatePath() { return sys_fsPath("/var/lib/ardo/device.json"); }
+
+const json& deviceFactoryState() {
+    static const json factory = [] {
+        json merged = json::object();
+        for (std::size_t i = 0; i < kFactoryFragmentCount; ++i) {
+            json fragment = json::parse(kFactoryFragments[i], nullptr, false);
+            if (fragment.is_object()) {
+                merged.merge_patch(fragment);
+            }
+        }
+        return merged;
+    }();
+    return factory;
+}
+
+json deviceStateRead() {
+    std::string path = deviceStatePath();
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0) {
+        // Create under the lock so that two first readers do not race.
+        StateLock lock(path);
+        return readUnlocked(path, true);
+    }
+    return readUnlocked(path, false);
+}
+
+bool deviceStateUpdate(const std::function<void(json& state)>& change) {
+    std::string path = deviceStatePath();
+    StateLock lock(path);
+    json doc = readUnlocked(path, false);
+    change(doc);
+    return writeDoc(path, doc);
+}
+
+bool deviceStateSet(const std::string& pointer, const json& value) {
+    return deviceStateUpdate([&](json& state) { state[json::json_pointer(pointer)] = value; });
+}
+
+bool deviceTakeFault(const char* call, int* result) {
+    json state = deviceStateRead();
+    auto faults = state.find("faults");
+    if (faults == state.end() || !faults->is_object() || !faults->contains(call)) {
+        return false;
+    }
+    bool taken = false;
+    deviceStateUpdate([&](json& doc) {
+        json& entry = doc["faults"][call];
+        if (entry.is_number_integer()) {
+            *result = entry.get<int>();
+            taken = true;
+        } else if (entry.is_array() && !entry.empty() && entry.front().is_number_integer()) {
+            *result = entry.front().get<int>();
+            entry.erase(entry.begin());
+            taken = true;
+        }
+        if (entry.is_array() && entry.empty()) {
+            doc["faults"].erase(call);
+        }
+    });
+    return taken;
+}
+
+void deviceJournal(const char* call, const json& args, int result) {
+    std::string path = sys_fsPath("/var/lib/ardo/calls.jsonl");
+    hostMakeDirs(dirOf(path));
+    json line = {{"call", call}, {"args", args}, {"result", result}};
+    std::string text = line.dump() + "\n";
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        return;
+    }
+    // One write with O_APPEND keeps concurrent lines whole.
+    ssize_t ignored = write(fd, text.data(), text.size());
+    (void)ignored;
+    close(fd);
+}
+
+}  // namespace ardo

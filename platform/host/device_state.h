@@ -1,0 +1,58 @@
+// The simulated device state: one JSON document (var/lib/ardo/device.json under the root) that
+// holds everything the platform would ask the hardware or the device's other daemons.
+// Shared by the agent and tola-devicectl: every change is a locked read-modify-write that
+// replaces the file atomically.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace ardo {
+
+using json = nlohmann::json;
+
+// Path of the document under the current root.
+std::string deviceStatePath();
+
+// The factory defaults: the merge of the embedded share/device/factory/*.json fragments.
+const json& deviceFactoryState();
+
+// The current document, created from the factory defaults when missing (or unreadable).
+// Cached; re-read only when the file changes.
+json deviceStateRead();
+
+// Reads a value by JSON pointer ("/gps/enabled"), or the fallback when it is absent or of
+// another kind.
+template <typename T>
+T deviceStateValue(const std::string& pointer, T fallback) {
+    json state = deviceStateRead();
+    json::json_pointer ptr(pointer);
+    if (!state.contains(ptr)) {
+        return fallback;
+    }
+    try {
+        return state.at(ptr).get<T>();
+    } catch (const json::exception&) {
+        return fallback;
+    }
+}
+
+// Applies a change under the file lock and writes the document atomically. false when the
+// document could not be written.
+bool deviceStateUpdate(const std::function<void(json& state)>& change);
+
+// Sets one value by JSON pointer (creating the objects on the way).
+bool deviceStateSet(const std::string& pointer, const json& value);
+
+// Scripted faults: state["faults"][call] is either a number (every call returns it) or an array
+// of numbers (each call takes the first; the entry goes away when the array is empty).
+// true and *result set when the call is to fail with a scripted result.
+bool deviceTakeFault(const char* call, int* result);
+
+// Appends one line to var/lib/ardo/calls.jsonl: {"call":..., "args":..., "result":...}.
+// For the platform calls that change the device.
+void deviceJournal(const char* call, const json& args, int result);
+
+}  // namespace ardo

@@ -1,0 +1,132 @@
+// Host logging: the debug log file var/log/tola.log under the root (optionally mirrored to
+// stderr with ARDO_LOG_STDERR=1) and syslog(3).
+#include <syslog.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <string>
+
+#include "host_env.h"
+#include "sys_core.h"
+#include "vorn_dbg.h"
+
+namespace {
+
+std::mutex gLogMutex;
+FILE* gLogFile = nullptr;
+bool gMirror = false;
+bool gSyslogOpen = false;
+
+constexpr const char* kLevelNames[] = {"EMERG", "ALERT", "CRIT", "ERROR", "WARNING", "NOTICE", "INFO", "DEBUG"};
+
+void openLocked() {
+    if (gLogFile != nullptr) {
+        return;
+    }
+    std::string path = sys_fsPath("/var/log/tola.log");
+    std::string dir = path.substr(0, path.rfind('/'));
+    ardo::hostMakeDirs(dir);
+    gLogFile = std::fopen(path.c_str(), "ae");
+    const char* mirror = std::getenv("ARDO_LOG_STDERR");
+    gMirror = mirror != nullptr && std::strcmp(mirror, "1") == 0;
+}
+
+// "2026-11-21 07:10:00.123 [pid:tid] " in front of every debug-log line.
+void stamp(char* buffer, size_t size) {
+    struct timeval tv {};
+    sys_gettimeofday(&tv);
+    struct tm tmv {};
+    time_t seconds = tv.tv_sec;
+    gmtime_r(&seconds, &tmv);
+    char date[32];
+    std::strftime(date, sizeof date, "%Y-%m-%d %H:%M:%S", &tmv);
+    std::snprintf(buffer, size, "%s.%03ld ", date, static_cast<long>(tv.tv_usec / 1000));
+}
+
+}  // namespace
+
+int vorn_dbg_start(void) {
+    std::lock_guard<std::mutex> guard(gLogMutex);
+    openLocked();
+    if (!gSyslogOpen) {
+        openlog("tola", LOG_PID | LOG_NDELAY, LOG_LOCAL1);
+        gSyslogOpen = true;
+    }
+    return gLogFile != nullptr ? 0 : 1;
+}
+
+int vorn_dbg_stop(void) {
+    std::lock_guard<std::mutex> guard(gLogMutex);
+    if (gLogFile != nullptr) {
+        std::fclose(gLogFile);
+        gLogFile = nullptr;
+    }
+    if (gSyslogOpen) {
+        closelog();
+        gSyslogOpen = false;
+    }
+    return 0;
+}
+
+const char* vorn_dbg_get_level_name(int level) {
+    if (level < 0 || level > 7) {
+        return "UNKNOWN";
+    }
+    return kLevelNames[level];
+}
+
+void vorn_dbg_vlog(int level, const char* format, va_list args) {
+    (void)level;
+    // Format outside the lock; most lines are short, long ones (payloads) get a heap buffer.
+    char small[1024];
+    va_list copy;
+    va_copy(copy, args);
+    int needed = std::vsnprintf(small, sizeof small, format, copy);
+    va_end(copy);
+    if (needed < 0) {
+        return;
+    }
+    std::string text;
+    if (static_cast<size_t>(needed) < sizeof small) {
+        text.assign(small, static_cast<size_t>(needed));
+    } else {
+        text.resize(static_cast<size_t>(needed) + 1);
+        std::vsnprintf(&text[0], text.size(), format, args);
+        text.resize(static_cast<size_t>(needed));
+    }
+    if (text.empty() || text.back() != '\n') {
+        text.push_back('\n');
+    }
+    char prefix[64];
+    stamp(prefix, sizeof prefix);
+
+    std::lock_guard<std::mutex> guard(gLogMutex);
+    openLocked();
+    if (gLogFile != nullptr) {
+        std::fputs(prefix, gLogFile);
+        std::fputs(text.c_str(), gLogFile);
+        std::fflush(gLogFile);
+    }
+    if (gMirror) {
+        std::fputs(text.c_str(), stderr);
+    }
+}
+
+void vorn_dbg_log(int level, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    vorn_dbg_vlog(level, format, args);
+    va_end(args);
+}
+
+void vorn_dbg_syslog(int priority, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    vsyslog(priority, format, args);
+    va_end(args);
+}

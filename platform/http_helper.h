@@ -1,0 +1,4 @@
+// Platform HTTP client.
+#pragma once
+
+#include <string>

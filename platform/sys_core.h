@@ -1,0 +1,47 @@
+// System family, core part: SDK session, the clock seam, file-system root, device-wide actions.
+#pragma once
+
+#include <pthread.h>
+#include <sys/time.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+// SDK session with the device's system-interface daemon. 0 on success.
+int sys_sdkInitialize(void);
+int sys_sdkShutdown(void);
+
+// ---- Clock seam -------------------------------------------------------------------------
+// The agent reads the time and sleeps only through these. On the host the device clock is the
+// real clock plus the device state's offset, and every wait is divided by ARDO_TIME_SCALE.
+
+// Device time, seconds since the epoch.
+time_t sys_time(void);
+// Device time with microseconds; 0 on success, as gettimeofday(2).
+int sys_gettimeofday(struct timeval* tv);
+// Sleeps for the given device time. On a MaintenanceThread that is being shut down the sleep
+// returns early, so that a stop request is never held up by a long wait.
+void sys_sleepSeconds(unsigned int seconds);
+void sys_sleepMilliseconds(unsigned int milliseconds);
+// The CLOCK_MONOTONIC deadline that lies the given device milliseconds from now; for timed waits
+// on condition variables created with a monotonic clock (see sys_condInitMonotonic).
+struct timespec sys_deadlineAfterMilliseconds(uint64_t milliseconds);
+// Initialises a condition variable whose timed waits use CLOCK_MONOTONIC. 0 on success.
+int sys_condInitMonotonic(pthread_cond_t* cond);
+
+// ---- File-system root -------------------------------------------------------------------
+// Maps one of the device's fixed paths (for example "/opt/ardo/data/tola/acl_config.xml") to the
+// place where it lives: unchanged on the device, under ARDO_ROOT on the host.
+std::string sys_fsPath(const std::string& devicePath);
+
+// ---- Shared memory ----------------------------------------------------------------------
+// Key of the access-control-list segment that other processes of the device know (9999).
+key_t sys_getACLSharedMemoryKey(void);
+
+// ---- Device-wide actions ----------------------------------------------------------------
+// Reboots the device. 0 when the reboot was started.
+int sys_rebootSystem(void);
+// Restores the device's factory settings and restarts it. 0 when started.
+int sys_restoreFactoryDefaults(void);

@@ -1,0 +1,99 @@
+#include "test_env.h"
+
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace tola_test {
+
+namespace {
+
+std::atomic<int> gCounter{0};
+
+void saveEnv(const char* name, std::string& value, bool& had) {
+    const char* v = std::getenv(name);
+    had = v != nullptr;
+    value = had ? v : "";
+}
+
+void restoreEnv(const char* name, const std::string& value, bool had) {
+    if (had) {
+        setenv(name, value.c_str(), 1);
+    } else {
+        unsetenv(name);
+    }
+}
+
+void run(const std::string& command) {
+    int rc = std::system(command.c_str());
+    if (rc != 0) {
+        throw std::runtime_error("command failed: " + command);
+    }
+}
+
+}  // namespace
+
+TempRoot::TempRoot(bool bare, double timeScale) {
+    char templ[] = "/tmp/tola-test-XXXXXX";
+    if (mkdtemp(templ) == nullptr) {
+        throw std::runtime_error("mkdtemp failed");
+    }
+    mDir = templ;
+    // A key per test process and root, away from the device's 9999.
+    mShmKey = 0x70000000 | ((getpid() & 0xffff) << 8) | (gCounter++ & 0xff);
+    saveEnv("ARDO_ROOT", mOldRoot, mHadRoot);
+    saveEnv("ARDO_SHM_KEY", mOldKey, mHadKey);
+    saveEnv("ARDO_TIME_SCALE", mOldScale, mHadScale);
+    setenv("ARDO_ROOT", mDir.c_str(), 1);
+    setenv("ARDO_SHM_KEY", std::to_string(mShmKey).c_str(), 1);
+    setenv("ARDO_TIME_SCALE", std::to_string(timeScale).c_str(), 1);
+    if (!bare) {
+        run(std::string("TOLA_BIN_DIR=/nonexistent '") + TOLA_SOURCE_DIR + "/scripts/mkroot' '" + mDir + "'");
+    }
+}
+
+TempRoot::~TempRoot() {
+    int id = shmget(static_cast<key_t>(mShmKey), 0, 0);
+    if (id >= 0) {
+        shmctl(id, IPC_RMID, nullptr);
+    }
+    std::string cmd = "rm -rf '" + mDir + "'";
+    int ignored = std::system(cmd.c_str());
+    (void)ignored;
+    restoreEnv("ARDO_ROOT", mOldRoot, mHadRoot);
+    restoreEnv("ARDO_SHM_KEY", mOldKey, mHadKey);
+    restoreEnv("ARDO_TIME_SCALE", mOldScale, mHadScale);
+}
+
+void TempRoot::writeFile(const std::string& devicePath, const std::string& content) const {
+    std::string full = path(devicePath);
+    run("mkdir -p '" + full.substr(0, full.rfind('/')) + "'");
+    std::ofstream out(full, std::ios::binary | std::ios::trunc);
+    out << content;
+}
+
+std::string TempRoot::readFile(const std::string& devicePath) const { return readWholeFile(path(devicePath)); }
+
+bool TempRoot::exists(const std::string& devicePath) const {
+    struct stat st {};
+    return stat(path(devicePath).c_str(), &st) == 0;
+}
+
+void TempRoot::remove(const std::string& devicePath) const { ::unlink(path(devicePath).c_str()); }
+
+std::string readWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+}  // namespace tola_test

@@ -1,0 +1,71 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "device_state.h"
+#include "sys_core.h"
+#include "test_env.h"
+
+using ardo::json;
+
+TEST(DeviceState, CreatedFromFactoryDefaultsWhenMissing) {
+    tola_test::TempRoot root(true);
+    EXPECT_FALSE(root.exists("/var/lib/ardo/device.json"));
+    json state = ardo::deviceStateRead();
+    EXPECT_EQ(state, ardo::deviceFactoryState());
+    EXPECT_TRUE(root.exists("/var/lib/ardo/device.json"));
+}
+
+TEST(DeviceState, UnparsableDocumentFallsBackToDefaults) {
+    tola_test::TempRoot root(true);
+    root.writeFile("/var/lib/ardo/device.json", "{ not json");
+    EXPECT_EQ(ardo::deviceStateRead(), ardo::deviceFactoryState());
+}
+
+TEST(DeviceState, ConcurrentUpdatesAreNotLost) {
+    tola_test::TempRoot root(true);
+    ardo::deviceStateSet("/test/counter", 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 25; ++i) {
+                ardo::deviceStateUpdate([](json& s) { s["test"]["counter"] = s["test"]["counter"].get<int>() + 1; });
+            }
+        });
+    }
+    for (auto& t : threads) {
+        t.join();
+    }
+    EXPECT_EQ(ardo::deviceStateValue<int>("/test/counter", -1), 100);
+}
+
+TEST(DeviceState, FaultsAreTakenInOrderThenCleared) {
+    tola_test::TempRoot root(true);
+    ardo::deviceStateSet("/faults/sys_x", json::array({7, 1}));
+    ardo::deviceStateSet("/faults/sys_always", 3);
+    int rc = 0;
+    ASSERT_TRUE(ardo::deviceTakeFault("sys_x", &rc));
+    EXPECT_EQ(rc, 7);
+    ASSERT_TRUE(ardo::deviceTakeFault("sys_x", &rc));
+    EXPECT_EQ(rc, 1);
+    EXPECT_FALSE(ardo::deviceTakeFault("sys_x", &rc));
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(ardo::deviceTakeFault("sys_always", &rc));
+        EXPECT_EQ(rc, 3);
+    }
+    EXPECT_FALSE(ardo::deviceTakeFault("sys_none", &rc));
+}
+
+TEST(DeviceState, ClockOffsetMovesDeviceTime) {
+    tola_test::TempRoot root(true);
+    time_t before = sys_time();
+    ardo::deviceStateSet("/clock/offset_seconds", -1000000);
+    EXPECT_NEAR(static_cast<double>(sys_time()), static_cast<double>(before - 1000000), 2.0);
+}
+
+TEST(FileSystemRoot, FixedPathsLiveUnderTheRoot) {
+    tola_test::TempRoot root(true);
+    EXPECT_EQ(sys_fsPath("/opt/ardo/data/tola/acl_config.xml"), root.dir() + "/opt/ardo/data/tola/acl_config.xml");
+    EXPECT_EQ(sys_fsPath("tola_downloaded_config"), "tola_downloaded_config");
+}
