@@ -1,0 +1,37 @@
+// tola-devicectl: the simulated device's control panel. Each verb group lives in its own
+// devicectl_*.cpp and registers its verbs with DEVICECTL_VERB; main() dispatches on argv[1].
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace devicectl {
+
+using Args = std::vector<std::string>;  // the arguments after the verb
+using VerbFunction = int (*)(const Args& args);
+
+struct Verb {
+    const char* name;   // first word of the command line, e.g. "encrypt" or "state"
+    const char* usage;  // one line for the help text, e.g. "encrypt --key K   (stdin -> stdout)"
+    VerbFunction run;   // exit status: 0 success, 1 failure, 2 usage error
+};
+
+// Registers a verb at static-initialisation time.
+struct VerbRegistration {
+    VerbRegistration(const char* name, const char* usage, VerbFunction run);
+};
+
+#define DEVICECTL_CONCAT_(a, b) a##b
+#define DEVICECTL_CONCAT(a, b) DEVICECTL_CONCAT_(a, b)
+#define DEVICECTL_VERB(name, usage, fn) \
+    static ::devicectl::VerbRegistration DEVICECTL_CONCAT(devicectlVerb_, __LINE__)(name, usage, fn)
+
+// Prints "usage: tola-devicectl <usage>" to stderr and returns 2.
+int usageError(const char* usage);
+// Value of "--name VALUE" in args, or fallback.
+std::string option(const Args& args, const std::string& name, const std::string& fallback = "");
+bool hasOption(const Args& args, const std::string& name);
+// Whole standard input.
+std::string readStdin();
+
+}  // namespace devicectl
