@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "test_env.h"
+#include "xmldata.h"
+
+namespace {
+
+// Opens a document written under a fresh root for the life of the fixture.
+class XmlDataTest : public ::testing::Test {
+protected:
+    void open(const std::string& xml) {
+        root.writeFile("/doc.xml", xml);
+        ASSERT_EQ(xmldata_initialize(root.path("/doc.xml").c_str(), root.path("/doc.xml").c_str()), 0);
+    }
+    void TearDown() override { xmldata_close(); }
+
+    tola_test::TempRoot root{true};
+};
+
+const char* const kDoc =
+    "<?xml version=\"1.0\"?>\n"
+    "<Config>\n"
+    "  <Name>tola</Name>\n"
+    "  <Empty></Empty>\n"
+    "  <SelfClosed/>\n"
+    "  <Mixed>a<b>c</b>d<!-- no -->e</Mixed>\n"
+    "  <Escaped>&lt;x&amp;y&gt;</Escaped>\n"
+    "  <Num>42</Num><Num>7</Num>\n"
+    "  <Item><N>1</N></Item><Item><N>2</N></Item><Item><N>3</N></Item>\n"
+    "</Config>";
+
+}  // namespace
+
+TEST_F(XmlDataTest, ReadsTexts) {
+    open(kDoc);
+    struct Case {
+        const char* xpath;
+        int rc;
+        const char* text;
+    } cases[] = {
+        {"/Config/Name", 0, "tola"},
+        {"/Config/Empty", 0, ""},
+        {"/Config/SelfClosed", 0, ""},
+        {"/Config/Mixed", 0, "acde"},
+        {"/Config/Escaped", 0, "<x&y>"},
+        {"/Config/Num", 0, "42"},  // the first match
+        {"/Config/Item[2]/N", 0, "2"},
+        {"/Config/Missing", 1, "unchanged"},
+        {"/Config/Item[9]/N", 1, "unchanged"},
+        {"///bad[", 1, "unchanged"},
+    };
+    for (const Case& c : cases) {
+        char buffer[64];
+        std::strcpy(buffer, "unchanged");
+        EXPECT_EQ(xmldata_getstring(c.xpath, buffer, sizeof buffer - 1), c.rc) << c.xpath;
+        EXPECT_STREQ(buffer, c.text) << c.xpath;
+    }
+}
+
+TEST_F(XmlDataTest, TextCopyIsBoundedToMaxChars) {
+    std::string huge(3 * 1024 * 1024, 'x');
+    open("<A><Big>" + huge + "</Big><Short>abc</Short></A>");
+    char buffer[129];
+    std::memset(buffer, '#', sizeof buffer);
+    ASSERT_EQ(xmldata_getstring("/A/Big", buffer, 127), 0);
+    EXPECT_EQ(std::strlen(buffer), 127u);
+    EXPECT_EQ(buffer[128], '#');  // nothing written past maxChars + 1
+    ASSERT_EQ(xmldata_getstring("/A/Short", buffer, 2), 0);
+    EXPECT_STREQ(buffer, "ab");
+    ASSERT_EQ(xmldata_getstring("/A/Short", buffer, 0), 0);
+    EXPECT_STREQ(buffer, "");
+}
+
+TEST_F(XmlDataTest, Uint32AcceptsOnlyUnsignedDecimalThatFits) {
+    struct Case {
+        const char* text;
+        int rc;
+        uint32_t value;
+    } cases[] = {
+        {"0", 0, 0},
+        {"24", 0, 24},
+        {"  17\n\t", 0, 17},
+        {"0007", 0, 7},
+        {"4294967295", 0, 4294967295u},
+        {"4294967296", 1, 0},
+        {"99999999999999999999999", 1, 0},
+        {"-1", 1, 0},
+        {"+5", 1, 0},
+        {"abc", 1, 0},
+        {"12abc", 1, 0},
+        {"1 2", 1, 0},
+        {"", 1, 0},
+        {"   ", 1, 0},
+        {"0x10", 1, 0},
+    };
+    for (const Case& c : cases) {
+        open(std::string("<A><V>") + c.text + "</V></A>");
+        uint32_t value = 12345;
+        EXPECT_EQ(xmldata_getuint32("/A/V", &value), c.rc) << '"' << c.text << '"';
+        EXPECT_EQ(value, c.rc == 0 ? c.value : 12345u) << '"' << c.text << '"';
+    }
+    uint32_t value = 1;
+    EXPECT_NE(xmldata_getuint32("/A/Missing", &value), 0);
+}
+
+TEST_F(XmlDataTest, Int32DefaultTakesTheDefaultWhenMissingOrMalformed) {
+    struct Case {
+        const char* text;
+        int32_t expected;
+    } cases[] = {
+        {"5", 5},
+        {" -12 ", -12},
+        {"+3", 3},
+        {"2147483647", 2147483647},
+        {"-2147483648", INT32_MIN},
+        {"2147483648", -99},
+        {"-2147483649", -99},
+        {"x", -99},
+        {"", -99},
+        {"-", -99},
+    };
+    for (const Case& c : cases) {
+        open(std::string("<A><V>") + c.text + "</V></A>");
+        int32_t value = 0;
+        EXPECT_EQ(xmldata_getint32_default("/A/V", &value, -99), 0) << c.text;
+        EXPECT_EQ(value, c.expected) << '"' << c.text << '"';
+    }
+    int32_t value = 0;
+    EXPECT_EQ(xmldata_getint32_default("/A/Missing", &value, 77), 0);
+    EXPECT_EQ(value, 77);
+}
+
+TEST_F(XmlDataTest, CountsMatchingNodes) {
+    open(kDoc);
+    struct Case {
+        const char* xpath;
+        int count;
+    } cases[] = {{"/Config/Item", 3}, {"/Config/Num", 2}, {"/Config/Name", 1}, {"/Config/None", 0}};
+    for (const Case& c : cases) {
+        int count = -1;
+        EXPECT_EQ(xmldata_getcount(c.xpath, &count), 0) << c.xpath;
+        EXPECT_EQ(count, c.count) << c.xpath;
+    }
+    int count = -1;
+    EXPECT_NE(xmldata_getcount("///bad[", &count), 0);
+}
+
+TEST_F(XmlDataTest, UnreadableFilesFailToOpen) {
+    const char* bad[] = {
+        "",
+        "<A><B></A>",
+        "<A>unterminated",
+        "<A/><B/>",
+        "<A>&undefined;</A>",
+        "<A>&lt;x&amp;y&gt;<B></A>",
+        "<ACLConfig><TOLA><CheckInURL>http://x/?a=1&b=2</CheckInURL></TOLA></ACLConfig>",
+    };
+    for (const char* text : bad) {
+        root.writeFile("/bad.xml", text);
+        EXPECT_NE(xmldata_initialize(root.path("/bad.xml").c_str(), nullptr), 0) << text;
+        char buffer[16];
+        EXPECT_NE(xmldata_getstring("/A", buffer, 15), 0) << "no document stays open after " << text;
+    }
+    EXPECT_NE(xmldata_initialize(root.path("/does/not/exist.xml").c_str(), nullptr), 0);
+    EXPECT_NE(xmldata_initialize(nullptr, nullptr), 0);
+}
+
+TEST_F(XmlDataTest, NestedEntitiesAreNotExpanded) {
+    // A hand-edited file with an entity bomb: it opens or fails, but reading stays small.
+    std::string xml = "<?xml version=\"1.0\"?><!DOCTYPE A [<!ENTITY a \"aaaaaaaaaa\">";
+    for (int i = 1; i < 10; ++i) {
+        std::string prev(1, static_cast<char>('a' + i - 1));
+        xml += "<!ENTITY " + std::string(1, static_cast<char>('a' + i)) + " \"";
+        for (int k = 0; k < 10; ++k) {
+            xml += "&" + prev + ";";
+        }
+        xml += "\">";
+    }
+    xml += "]><A><V>x&j;y</V></A>";
+    root.writeFile("/bomb.xml", xml);
+    if (xmldata_initialize(root.path("/bomb.xml").c_str(), nullptr) == 0) {
+        char buffer[64];
+        ASSERT_EQ(xmldata_getstring("/A/V", buffer, 63), 0);
+        EXPECT_STREQ(buffer, "xy");
+    }
+}
+
+TEST_F(XmlDataTest, OperationsFailWithoutAnOpenDocument) {
+    open(kDoc);
+    EXPECT_EQ(xmldata_close(), 0);
+    char buffer[8];
+    uint32_t u = 0;
+    int count = 0;
+    EXPECT_NE(xmldata_getstring("/Config/Name", buffer, 7), 0);
+    EXPECT_NE(xmldata_getuint32("/Config/Num", &u), 0);
+    EXPECT_NE(xmldata_getcount("/Config/Item", &count), 0);
+    EXPECT_EQ(xmldata_shutdown(), 0);
+    // Opening a second document replaces the first.
+    open("<Other><Name>second</Name></Other>");
+    open("<Third><Name>third</Name></Third>");
+    ASSERT_EQ(xmldata_getstring("/Third/Name", buffer, 7), 0);
+    EXPECT_STREQ(buffer, "third");
+    EXPECT_NE(xmldata_getstring("/Other/Name", buffer, 7), 0);
+}
