@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cstdint>
 
 class MaintenanceThreadCallbackInterface {
@@ -46,9 +47,10 @@ private:
     mutable pthread_mutex_t mMutex;
     pthread_cond_t mCond;
     uint32_t mIntervalSeconds;
-    bool mSignalled = false;
-    bool mQuit = false;
-    bool mRunning = false;
-    bool mJoinable = false;
+    bool mSignalled = false;  // a wake-up is pending (kept while the callback runs)
+    bool mQuit = false;       // the worker is to stop before its next callback
+    bool mJoinable = false;   // mThread has been started and not yet joined
     pthread_t mThread{};
+    // Set by Shutdown; the worker hands it to the platform so that its sleeps end early.
+    std::atomic<bool> mStopFlag{false};
 };

@@ -1,0 +1,190 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include "maintenance_thread.h"
+#include "sys_core.h"
+#include "test_env.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Counts callbacks; optionally holds the first one until released, or runs an action in it.
+class Recorder : public MaintenanceThreadCallbackInterface {
+public:
+    bool OnThreadNotify(unsigned int timerId) override {
+        std::unique_lock<std::mutex> lock(mMutex);
+        lastTimerId = timerId;
+        ++mCalls;
+        inCallback = true;
+        mCond.notify_all();
+        if (holdFirst && mCalls == 1) {
+            mCond.wait(lock, [this] { return mReleased; });
+        }
+        std::function<void()> act = action;
+        lock.unlock();
+        if (act) {
+            act();
+        }
+        lock.lock();
+        inCallback = false;
+        return false;
+    }
+
+    // Real time, generous: only a broken timer gets near it.
+    bool waitForCalls(int n, std::chrono::milliseconds timeout = 10s) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mCond.wait_for(lock, timeout, [&] { return mCalls >= n; });
+    }
+    int calls() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mCalls;
+    }
+    void release() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mReleased = true;
+        mCond.notify_all();
+    }
+
+    bool holdFirst = false;
+    std::function<void()> action;
+    unsigned int lastTimerId = 0;
+    bool inCallback = false;
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mCond;
+    int mCalls = 0;
+    bool mReleased = false;
+};
+
+// Lets the worker run for a short real time, in which a broken timer would call back again.
+void settle() { std::this_thread::sleep_for(60ms); }
+
+}  // namespace
+
+TEST(MaintenanceThread, ExpiresPeriodicallyAtTheCompressedInterval) {
+    tola_test::TempRoot root(true);  // time scale 1000: 20 s of device time are 20 ms
+    Recorder rec;
+    MaintenanceThread timer(&rec, 20, 6543);
+    ASSERT_EQ(timer.Initialize(), 0);
+    ASSERT_EQ(timer.Run(), 0);
+    EXPECT_TRUE(rec.waitForCalls(3));
+    EXPECT_EQ(rec.lastTimerId, 6543u);
+    EXPECT_EQ(timer.GetTimerId(), 6543u);
+}
+
+TEST(MaintenanceThread, SignalsDuringTheCallbackRunItOnceMore) {
+    tola_test::TempRoot root(true);
+    Recorder rec;
+    rec.holdFirst = true;
+    MaintenanceThread timer(&rec, 0, 3456);
+    ASSERT_EQ(timer.Run(), 0);
+    timer.SignalTimerThread();
+    ASSERT_TRUE(rec.waitForCalls(1));
+    // Three signals while the first callback is still running: kept, and folded into one.
+    timer.SignalTimerThread();
+    timer.SignalTimerThread();
+    timer.SignalTimerThread();
+    rec.release();
+    ASSERT_TRUE(rec.waitForCalls(2));
+    settle();
+    EXPECT_EQ(rec.calls(), 2);
+}
+
+TEST(MaintenanceThread, IntervalZeroRunsOnlyWhenSignalled) {
+    tola_test::TempRoot root(true);
+    Recorder rec;
+    MaintenanceThread timer(&rec, 0, 1);
+    ASSERT_EQ(timer.Run(), 0);
+    settle();
+    EXPECT_EQ(rec.calls(), 0);
+    timer.SignalTimerThread();
+    ASSERT_TRUE(rec.waitForCalls(1));
+    settle();
+    EXPECT_EQ(rec.calls(), 1);
+}
+
+TEST(MaintenanceThread, NewIntervalAppliesFromTheNextWait) {
+    tola_test::TempRoot root(true);
+    Recorder rec;
+    MaintenanceThread timer(&rec, 0, 1);
+    // Like the check-in flow: the callback re-arms the period of its own timer.
+    rec.action = [&] { timer.SetInterval(10); };
+    ASSERT_EQ(timer.Run(), 0);
+    timer.SignalTimerThread();
+    EXPECT_TRUE(rec.waitForCalls(4));  // the first by signal, then periodic
+    EXPECT_EQ(timer.GetInterval(), 10u);
+}
+
+TEST(MaintenanceThread, ShutdownEndsAPlatformSleepInTheCallback) {
+    tola_test::TempRoot root(true);
+    Recorder rec;
+    std::atomic<bool> sleepEnded{false};
+    // A day of device time: 86 s of real time even at the compressed scale.
+    rec.action = [&] {
+        sys_sleepSeconds(86400);
+        sleepEnded = true;
+    };
+    MaintenanceThread timer(&rec, 0, 3456);
+    ASSERT_EQ(timer.Run(), 0);
+    timer.SignalTimerThread();
+    ASSERT_TRUE(rec.waitForCalls(1));
+    timer.Shutdown();
+    auto joined = std::async(std::launch::async, [&] { timer.WaitForCompletion(); });
+    ASSERT_EQ(joined.wait_for(20s), std::future_status::ready);
+    EXPECT_TRUE(sleepEnded);
+}
+
+TEST(MaintenanceThread, ShutdownEndsALongWait) {
+    tola_test::TempRoot root(true, 1.0);  // real time: the wait would last a day
+    Recorder rec;
+    MaintenanceThread timer(&rec, 86400, 1);
+    ASSERT_EQ(timer.Run(), 0);
+    timer.Shutdown();
+    auto joined = std::async(std::launch::async, [&] { timer.WaitForCompletion(); });
+    ASSERT_EQ(joined.wait_for(20s), std::future_status::ready);
+    EXPECT_EQ(rec.calls(), 0);
+}
+
+TEST(MaintenanceThread, RunsAgainAfterShutdownAndWaitForCompletion) {
+    tola_test::TempRoot root(true);
+    Recorder rec;
+    MaintenanceThread timer(&rec, 0, 1);
+    ASSERT_EQ(timer.Run(), 0);
+    EXPECT_EQ(timer.Run(), 0);  // a second Run while running starts nothing new
+    timer.SignalTimerThread();
+    ASSERT_TRUE(rec.waitForCalls(1));
+    timer.Shutdown();
+    timer.WaitForCompletion();
+    timer.WaitForCompletion();  // harmless when already stopped
+
+    // Restarted with a new interval, as after a clock change.
+    timer.SetInterval(5);
+    ASSERT_EQ(timer.Run(), 0);
+    EXPECT_TRUE(rec.waitForCalls(3));
+    timer.Shutdown();
+    timer.WaitForCompletion();
+    int stopped = rec.calls();
+    settle();
+    EXPECT_EQ(rec.calls(), stopped);
+}
+
+TEST(MaintenanceThread, DestructorStopsARunningWorker) {
+    tola_test::TempRoot root(true);
+    Recorder rec;
+    rec.action = [] { sys_sleepSeconds(86400); };
+    auto destroyed = std::async(std::launch::async, [&] {
+        MaintenanceThread timer(&rec, 1, 1);
+        timer.Run();
+        rec.waitForCalls(1);
+    });
+    ASSERT_EQ(destroyed.wait_for(20s), std::future_status::ready);
+}
