@@ -8,6 +8,15 @@
 #include "tola_settings.h"
 #include "tola_types.h"
 
+// Replaces a file crash-safely: the content goes to a temporary file beside it, is flushed and
+// fsynced, and is renamed over the target, so a power loss leaves the old or the new file,
+// never a torn one. true on success.
+bool tola_write_file_atomic(const std::string& path, const std::string& content);
+// Copies a text file line by line, each line followed by "\n" (so the copy carries one more
+// trailing newline than a source that does not end in one), replacing the target crash-safely.
+// false when the source cannot be read or the target cannot be written.
+bool tola_copy_file_lines(const std::string& source, const std::string& target);
+
 class TOLAAgent : public TOLASettingsObject {
 public:
     TOLAAgent();

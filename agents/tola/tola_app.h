@@ -60,6 +60,9 @@ public:
 
     // ---- Bus subscriptions (tola_app_bus.cpp) ----
     void SubscribeForChannels(bool subscribe);
+    // Entry point of an SMS command received on "sms.msg.tola". For now it only logs; the
+    // command parsing and dispatch arrive with their own change.
+    void HandleSmsCommand(const std::string& message);
 
     // ---- Scheduling (tola_app_timer.cpp) ----
     int resetMaintenanceThread();
