@@ -31,7 +31,8 @@ TOLAApp::TOLAApp()
     std::memset(&config, 0, sizeof config);
     std::memset(&runtimeConfig, 0, sizeof runtimeConfig);
     pthread_mutex_init(&dataUsageMutex, nullptr);
-    pthread_cond_init(&dataUsageCondition, nullptr);
+    // Monotonic, so that the data-usage wait can use the clock seam's deadlines.
+    sys_condInitMonotonic(&dataUsageCondition);
 }
 
 TOLAApp::~TOLAApp() {
