@@ -34,7 +34,7 @@ public:
     int PublishData(const std::string& channel, const void* data, int length);
 
 private:
+    // The handler's subscriptions live in the process's shared bus connection (msgbus.cpp).
     MsgbusCallbackInterface* mCallback;
     bool mInitialized = false;
-    std::vector<std::string> mChannels;
 };

@@ -1,0 +1,56 @@
+// A private D-Bus daemon per test, and real binaries run as child processes.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace tola_test {
+
+// Starts a dbus-daemon of its own (a session-type bus on a unix socket in a temporary folder,
+// everything allowed) and points ARDO_BUS_ADDRESS at it; on destruction stops the daemon,
+// restores the variable and removes the folder. Never touches a system or session bus.
+class PrivateBus {
+public:
+    PrivateBus();
+    ~PrivateBus();
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+
+    const std::string& address() const { return mAddress; }
+
+private:
+    std::string mDir;
+    std::string mAddress;
+    pid_t mPid = -1;
+    std::string mOldAddress;
+    bool mHadAddress = false;
+};
+
+// Runs a binary with the test's environment; its stdout and stderr go to outputFile.
+class ChildProcess {
+public:
+    ChildProcess(const std::string& binary, const std::vector<std::string>& args, const std::string& outputFile);
+    // Kills (SIGKILL) and reaps the process if it is still running.
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    pid_t pid() const { return mPid; }
+    void signal(int sig);
+    // Waits up to timeoutMs for the process to end. true when it exited normally, with its exit
+    // status in exitStatus; false on time-out or when a signal ended it (exitStatus is then
+    // -1 or minus the signal number).
+    bool waitForExit(int& exitStatus, int timeoutMs);
+
+private:
+    pid_t mPid = -1;
+    bool mReaped = false;
+    int mStatus = 0;
+};
+
+// Polls file until it contains text; false after timeoutMs.
+bool waitForText(const std::string& file, const std::string& text, int timeoutMs = 10000);
+
+}  // namespace tola_test

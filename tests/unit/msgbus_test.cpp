@@ -1,0 +1,266 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "msgbus_handler.h"
+#include "private_bus.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// One received notice, flattened to text: "int:<v>", "str:<v>" or "bin:<hex bytes>".
+struct Received {
+    std::string channel;
+    std::string value;
+    bool operator==(const Received& o) const { return channel == o.channel && value == o.value; }
+};
+
+std::ostream& operator<<(std::ostream& os, const Received& r) { return os << r.channel << '=' << r.value; }
+
+class Recorder : public MsgbusCallbackInterface {
+public:
+    void OnChannelNotify(const std::string& channel, const std::string& data) override { add(channel, "str:" + data); }
+    void OnChannelNotify(const std::string& channel, const int& data) override {
+        add(channel, "int:" + std::to_string(data));
+    }
+    void OnChannelNotify(const std::string& channel, void* data, int length) override {
+        std::string hex = "bin:";
+        const unsigned char* bytes = static_cast<const unsigned char*>(data);
+        for (int i = 0; i < length; ++i) {
+            char b[3];
+            std::snprintf(b, sizeof b, "%02x", bytes[i]);
+            hex += b;
+        }
+        add(channel, hex);
+    }
+
+    // Waits until some notice arrived on channel; real-time bound only against a hang.
+    bool waitFor(const std::string& channel, std::chrono::milliseconds timeout = 10s) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mCond.wait_for(lock, timeout, [&] {
+            for (const Received& r : mReceived) {
+                if (r.channel == channel) {
+                    return true;
+                }
+            }
+            return false;
+        });
+    }
+    std::vector<Received> received() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mReceived;
+    }
+
+    std::function<void(const std::string& channel)> onReceive;
+
+private:
+    void add(const std::string& channel, const std::string& value) {
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            mReceived.push_back({channel, value});
+        }
+        mCond.notify_all();
+        if (onReceive) {
+            onReceive(channel);
+        }
+    }
+
+    std::mutex mMutex;
+    std::condition_variable mCond;
+    std::vector<Received> mReceived;
+};
+
+// Runs a command-line tool against the private bus.
+int shell(const std::string& command) { return std::system(command.c_str()); }
+
+}  // namespace
+
+TEST(Msgbus, ValuesOfEveryKindTravelBetweenHandlers) {
+    tola_test::PrivateBus bus;
+    Recorder rec;
+    MsgbusHandler subscriber(&rec);
+    MsgbusHandler publisher;
+    ASSERT_EQ(subscriber.Initialize(), 0);
+    ASSERT_EQ(publisher.Initialize(), 0);
+    for (const char* channel : {"t.int", "t.str", "t.bin", "t.empty"}) {
+        ASSERT_EQ(subscriber.RegisterForChannelSubscription(channel, true), 0);
+    }
+    const unsigned char bytes[] = {0x00, 0x01, 0xfe, 0xff, 0x00};
+    EXPECT_EQ(publisher.PublishData("t.int", -42), 0);
+    EXPECT_EQ(publisher.PublishData("t.str", std::string("<TOLA><abc> é")), 0);
+    EXPECT_EQ(publisher.PublishData("t.bin", bytes, sizeof bytes), 0);
+    EXPECT_EQ(publisher.PublishData("t.empty", std::string()), 0);
+    EXPECT_EQ(publisher.PublishData("t.unsubscribed", 1), 0);
+    ASSERT_TRUE(rec.waitFor("t.empty"));
+    std::vector<Received> expected = {
+        {"t.int", "int:-42"}, {"t.str", "str:<TOLA><abc> é"}, {"t.bin", "bin:0001feff00"}, {"t.empty", "str:"}};
+    EXPECT_EQ(rec.received(), expected);
+}
+
+TEST(Msgbus, ChannelOfACallbacklessHandlerReachesTheCallbackHandler) {
+    tola_test::PrivateBus bus;
+    Recorder rec;
+    MsgbusHandler subscriber(&rec);
+    MsgbusHandler publisher;
+    ASSERT_EQ(subscriber.Initialize(), 0);
+    ASSERT_EQ(publisher.Initialize(), 0);
+    // The agent's arrangement: data-usage answers are registered on the handler without a
+    // callback and must reach the binary overload of the one with.
+    ASSERT_EQ(publisher.RegisterForChannelSubscription("ardo.dua.usage.info", true), 0);
+    ASSERT_EQ(subscriber.RegisterForChannelSubscription("sms.msg.tola", true), 0);
+    // Both handlers on one channel, and a repeated subscription: still one delivery.
+    ASSERT_EQ(subscriber.RegisterForChannelSubscription("both", true), 0);
+    ASSERT_EQ(subscriber.RegisterForChannelSubscription("both", true), 0);
+    ASSERT_EQ(publisher.RegisterForChannelSubscription("both", true), 0);
+    int32_t status = 0;
+    EXPECT_EQ(publisher.PublishData("ardo.dua.usage.info", &status, sizeof status), 0);
+    EXPECT_EQ(publisher.PublishData("both", 5), 0);
+    EXPECT_EQ(publisher.PublishData("sms.msg.tola", std::string("last")), 0);
+    ASSERT_TRUE(rec.waitFor("sms.msg.tola"));
+    std::vector<Received> expected = {
+        {"ardo.dua.usage.info", "bin:00000000"}, {"both", "int:5"}, {"sms.msg.tola", "str:last"}};
+    EXPECT_EQ(rec.received(), expected);
+}
+
+TEST(Msgbus, UnsubscribeStopsDelivery) {
+    tola_test::PrivateBus bus;
+    Recorder rec;
+    MsgbusHandler subscriber(&rec);
+    ASSERT_EQ(subscriber.Initialize(), 0);
+    ASSERT_EQ(subscriber.RegisterForChannelSubscription("gone", true), 0);
+    ASSERT_EQ(subscriber.RegisterForChannelSubscription("marker", true), 0);
+    EXPECT_EQ(subscriber.PublishData("gone", 1), 0);
+    ASSERT_TRUE(rec.waitFor("gone"));
+    ASSERT_EQ(subscriber.RegisterForChannelSubscription("gone", false), 0);
+    EXPECT_EQ(subscriber.RegisterForChannelSubscription("never", false), 0);
+    EXPECT_EQ(subscriber.PublishData("gone", 2), 0);
+    // Signals arrive in order: once the marker is in, the second "gone" would have been too.
+    EXPECT_EQ(subscriber.PublishData("marker", 3), 0);
+    ASSERT_TRUE(rec.waitFor("marker"));
+    std::vector<Received> expected = {{"gone", "int:1"}, {"marker", "int:3"}};
+    EXPECT_EQ(rec.received(), expected);
+}
+
+TEST(Msgbus, StandardToolsInjectAndOddSignalsAreIgnored) {
+    tola_test::PrivateBus bus;
+    Recorder rec;
+    MsgbusHandler subscriber(&rec);
+    ASSERT_EQ(subscriber.Initialize(), 0);
+    ASSERT_EQ(subscriber.RegisterForChannelSubscription("sms.msg.tola", true), 0);
+    ASSERT_EQ(subscriber.RegisterForChannelSubscription("modem2.time_change", true), 0);
+    std::string emit = "busctl --address='" + bus.address() + "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify ";
+    // A variant kind that is not ours, a wrong signature and a wrong path: all dropped.
+    ASSERT_EQ(shell(emit + "sv sms.msg.tola u 7"), 0);
+    ASSERT_EQ(shell(emit + "ss sms.msg.tola x"), 0);
+    ASSERT_EQ(shell("busctl --address='" + bus.address() +
+                    "' emit /other com.ardo.Msgbus1 Notify sv sms.msg.tola s wrongpath"),
+              0);
+    ASSERT_EQ(shell(emit + "sv modem2.time_change ay 2 1 2"), 0);
+    ASSERT_EQ(shell(emit + "sv sms.msg.tola s '<TOLA><x>'"), 0);
+    ASSERT_TRUE(rec.waitFor("sms.msg.tola"));
+    std::vector<Received> expected = {{"modem2.time_change", "bin:0102"}, {"sms.msg.tola", "str:<TOLA><x>"}};
+    EXPECT_EQ(rec.received(), expected);
+}
+
+TEST(Msgbus, CallbacksMayPublishAndUninitialiseWhileOthersDeliver) {
+    tola_test::PrivateBus bus;
+    Recorder echo;
+    Recorder other;
+    MsgbusHandler echoHandler(&echo);
+    auto otherHandler = std::make_unique<MsgbusHandler>(&other);
+    ASSERT_EQ(echoHandler.Initialize(), 0);
+    ASSERT_EQ(otherHandler->Initialize(), 0);
+    ASSERT_EQ(echoHandler.RegisterForChannelSubscription("ping", true), 0);
+    ASSERT_EQ(echoHandler.RegisterForChannelSubscription("pong", true), 0);
+    ASSERT_EQ(otherHandler->RegisterForChannelSubscription("ping", true), 0);
+
+    // echo's callback publishes from the delivery thread and holds it until released, while
+    // the test thread tears down the other handler.
+    std::promise<void> inCallback;
+    std::promise<void> release;
+    std::shared_future<void> released(release.get_future());
+    std::atomic<bool> first{true};
+    echo.onReceive = [&](const std::string& channel) {
+        if (channel == "ping" && first.exchange(false)) {
+            echoHandler.PublishData("pong", 1);
+            inCallback.set_value();
+            released.wait();
+        }
+    };
+    ASSERT_EQ(echoHandler.PublishData("ping", 0), 0);
+    ASSERT_EQ(inCallback.get_future().wait_for(10s), std::future_status::ready);
+    auto destroyed = std::async(std::launch::async, [&] { otherHandler.reset(); });
+    EXPECT_EQ(destroyed.wait_for(10s), std::future_status::ready);
+    release.set_value();
+    ASSERT_TRUE(echo.waitFor("pong"));
+}
+
+TEST(Msgbus, UninitialiseWaitsForItsOwnCallbackToReturn) {
+    tola_test::PrivateBus bus;
+    Recorder rec;
+    std::promise<void> started;
+    std::atomic<bool> finished{false};
+    rec.onReceive = [&](const std::string&) {
+        started.set_value();
+        std::this_thread::sleep_for(50ms);
+        finished = true;
+    };
+    MsgbusHandler handler(&rec);
+    ASSERT_EQ(handler.Initialize(), 0);
+    ASSERT_EQ(handler.RegisterForChannelSubscription("slow", true), 0);
+    ASSERT_EQ(handler.PublishData("slow", 1), 0);
+    ASSERT_EQ(started.get_future().wait_for(10s), std::future_status::ready);
+    EXPECT_EQ(handler.Uninitialize(), 0);
+    EXPECT_TRUE(finished);
+}
+
+TEST(Msgbus, ConnectionIsReopenedAfterTheLastHandlerCloses) {
+    tola_test::PrivateBus bus;
+    for (int round = 0; round < 2; ++round) {
+        Recorder rec;
+        MsgbusHandler handler(&rec);
+        ASSERT_EQ(handler.Initialize(), 0) << round;
+        ASSERT_EQ(handler.RegisterForChannelSubscription("again", true), 0);
+        ASSERT_EQ(handler.PublishData("again", round), 0);
+        ASSERT_TRUE(rec.waitFor("again")) << round;
+    }
+}
+
+TEST(Msgbus, RefusesWhatItCannotDo) {
+    const char* old = std::getenv("ARDO_BUS_ADDRESS");
+    std::string saved = old != nullptr ? old : "";
+    for (const char* address : {"unix:path=/nonexistent/tola/bus", "tcp:host=127.0.0.1,port=1", "garbage"}) {
+        setenv("ARDO_BUS_ADDRESS", address, 1);
+        MsgbusHandler handler;
+        EXPECT_NE(handler.Initialize(), 0) << address;
+        EXPECT_NE(handler.PublishData("x", 1), 0);
+        EXPECT_NE(handler.RegisterForChannelSubscription("x", true), 0);
+    }
+    if (old != nullptr) {
+        setenv("ARDO_BUS_ADDRESS", saved.c_str(), 1);
+    } else {
+        unsetenv("ARDO_BUS_ADDRESS");
+    }
+
+    tola_test::PrivateBus bus;
+    MsgbusHandler handler;
+    ASSERT_EQ(handler.Initialize(), 0);
+    EXPECT_NE(handler.RegisterForChannelSubscription("it's", true), 0);
+    EXPECT_NE(handler.RegisterForChannelSubscription("", true), 0);
+    EXPECT_NE(handler.PublishData("x", nullptr, 4), 0);
+    EXPECT_NE(handler.PublishData("x", "abc", -1), 0);
+    EXPECT_NE(handler.PublishData("x", std::string("a\0b", 3)), 0);
+    EXPECT_NE(handler.PublishData("x", std::string("\xff\xfe")), 0);  // not UTF-8
+    EXPECT_EQ(handler.PublishData("x", nullptr, 0), 0);
+}
