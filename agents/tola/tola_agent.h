@@ -40,6 +40,11 @@ public:
     void SetRestoreDefaultsFlag(bool restore) { mRestoreDefaults = restore; }
     bool GetRestoreDefaultsFlag() const { return mRestoreDefaults; }
 
+    // ---- Configuration document (tola_agent_response.cpp) ----
+    // Parses a decrypted configuration document into the settings object and brings it into
+    // effect. 0 on success; otherwise the parse's code, with errorMessage set to the user text.
+    int ProcessResponse(const std::string& config, std::string& errorMessage);
+
     // ---- Shared-memory access-control list (tola_agent_shm.cpp) ----
     bool InitializeSharedMemory();
     void SetACEProperties(const char* name, bool displayEnabled, bool writeEnabled);
