@@ -1,0 +1,180 @@
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "device_state.h"
+#include "sys_core.h"
+#include "test_env.h"
+#include "watchdog.h"
+
+using ardo::json;
+
+namespace {
+
+std::vector<json> journal(const tola_test::TempRoot& root) {
+    std::vector<json> lines;
+    std::istringstream in(root.readFile("/var/lib/ardo/calls.jsonl"));
+    std::string line;
+    while (std::getline(in, line)) {
+        lines.push_back(json::parse(line));
+    }
+    return lines;
+}
+
+json state() { return ardo::deviceStateRead(); }
+
+}  // namespace
+
+TEST(Watchdog, RegistrationAndKeepAlivesAreRecorded) {
+    tola_test::TempRoot root(true);
+    ASSERT_EQ(sys_watchdogApplicationRegister("tola", 1), 0);
+    ASSERT_EQ(sys_watchdogApplicationRegister("odd/na~me", 1), 0);
+    EXPECT_EQ(state()["watchdog"]["registered"]["tola"], true);
+    EXPECT_EQ(state()["watchdog"]["registered"]["odd/na~me"], true);
+
+    ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", 4242), 0);
+    ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", 4242), 0);
+    json s = state();
+    EXPECT_EQ(s["watchdog"]["keepalives"]["tola"], 2);
+    EXPECT_EQ(s["watchdog"]["last_keepalive"]["tola"]["pid"], 4242);
+    EXPECT_NEAR(s["watchdog"]["last_keepalive"]["tola"]["time"].get<double>(), static_cast<double>(sys_time()), 5);
+
+    ASSERT_EQ(sys_watchdogApplicationRegister("tola", 0), 0);
+    EXPECT_EQ(state()["watchdog"]["registered"]["tola"], false);
+    std::vector<json> calls = journal(root);
+    ASSERT_EQ(calls.size(), 3u);
+    EXPECT_EQ(calls[2]["call"], "sys_watchdogApplicationRegister");
+    EXPECT_EQ(calls[2]["args"]["reg"], 0);
+
+    EXPECT_NE(sys_watchdogApplicationRegister(nullptr, 1), 0);
+    EXPECT_NE(sys_watchdogApplicationKeepAlive(nullptr, 1), 0);
+}
+
+TEST(Watchdog, IntervalComesFromTheDeviceStateWhenSet) {
+    tola_test::TempRoot root(true);
+    struct Case {
+        json value;  // null: the entry is removed
+        unsigned int expected;
+    } cases[] = {
+        {json(), 20}, {0, 20}, {45, 45}, {-5, 20}, {"abc", 20}, {1, 1}, {json(99999999999LL), 20},
+    };
+    for (const Case& c : cases) {
+        ardo::deviceStateUpdate([&](json& s) {
+            if (c.value.is_null()) {
+                s["watchdog"].erase("interval_seconds");
+            } else {
+                s["watchdog"]["interval_seconds"] = c.value;
+            }
+        });
+        unsigned int seconds = 20;
+        EXPECT_EQ(sys_getWatchdogInterval(&seconds), 0) << c.value;
+        EXPECT_EQ(seconds, c.expected) << c.value;
+    }
+    EXPECT_NE(sys_getWatchdogInterval(nullptr), 0);
+}
+
+TEST(SdkSession, SessionsAreCountedAndNeverNegative) {
+    tola_test::TempRoot root(true);
+    ASSERT_EQ(sys_sdkInitialize(), 0);
+    ASSERT_EQ(sys_sdkInitialize(), 0);
+    ASSERT_EQ(sys_sdkShutdown(), 0);
+    EXPECT_EQ(state()["sdk"]["sessions"], 1);
+    EXPECT_EQ(state()["sdk"]["opened"], 2);
+    ASSERT_EQ(sys_sdkShutdown(), 0);
+    ASSERT_EQ(sys_sdkShutdown(), 0);
+    EXPECT_EQ(state()["sdk"]["sessions"], 0);
+}
+
+TEST(SystemFaults, ScriptedResultsComeFirstAndChangeNothing) {
+    tola_test::TempRoot root(true);
+    ardo::deviceStateSet("/power/end_process_on_reboot", true);  // a faulted reboot must not end us
+    struct Case {
+        const char* call;
+        std::function<int()> invoke;
+        const char* unchanged;  // JSON pointer that a faulted call leaves alone
+    } cases[] = {
+        {"sys_sdkInitialize", [] { return sys_sdkInitialize(); }, "/sdk/opened"},
+        {"sys_sdkShutdown", [] { return sys_sdkShutdown(); }, "/sdk/sessions"},
+        {"sys_watchdogApplicationRegister", [] { return sys_watchdogApplicationRegister("tola", 1); },
+         "/watchdog/registered"},
+        {"sys_watchdogApplicationKeepAlive", [] { return sys_watchdogApplicationKeepAlive("tola", 1); },
+         "/watchdog/keepalives"},
+        {"sys_getWatchdogInterval",
+         [] {
+             unsigned int s = 0;
+             return sys_getWatchdogInterval(&s);
+         },
+         "/watchdog/interval_seconds"},
+        {"sys_rebootSystem", [] { return sys_rebootSystem(); }, "/power/reboots"},
+        {"sys_restoreFactoryDefaults", [] { return sys_restoreFactoryDefaults(); }, "/power/factory_resets"},
+    };
+    for (const Case& c : cases) {
+        json before = state()[json::json_pointer(c.unchanged)];
+        ardo::deviceStateSet(std::string("/faults/") + c.call, json::array({7, 3}));
+        EXPECT_EQ(c.invoke(), 7) << c.call;
+        EXPECT_EQ(c.invoke(), 3) << c.call;
+        EXPECT_EQ(state()[json::json_pointer(c.unchanged)], before) << c.call;
+    }
+    EXPECT_FALSE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
+    std::vector<json> calls = journal(root);
+    ASSERT_FALSE(calls.empty());
+    EXPECT_EQ(calls.back()["call"], "sys_restoreFactoryDefaults");
+    EXPECT_EQ(calls.back()["result"], 3);
+}
+
+TEST(FactoryReset, RestoresSettingsKeepsBookkeepingAndWritesTheMarker) {
+    tola_test::TempRoot root(true);
+    const json& factory = ardo::deviceFactoryState();
+    ardo::deviceStateUpdate([](json& s) {
+        s["gps"]["enabled"] = 0;                         // a setting
+        s["identity"]["hardware"]["imei"] = "111";       // what the hardware reports
+        s["clock"]["offset_seconds"] = -1000;
+        s["faults"]["sys_other"] = 2;
+        s["watchdog"]["keepalives"]["tola"] = 9;
+        s["power"]["reboots"] = 4;
+        s["notes"] = "added by hand";                    // no factory value: left alone
+    });
+    ASSERT_EQ(sys_restoreFactoryDefaults(), 0);
+    json s = state();
+    if (factory.contains("gps")) {
+        EXPECT_EQ(s["gps"], factory["gps"]);
+    }
+    if (factory.contains("identity")) {
+        EXPECT_EQ(s["identity"]["hardware"]["imei"], "111");
+    }
+    EXPECT_EQ(s["clock"]["offset_seconds"], -1000);
+    EXPECT_EQ(s["faults"]["sys_other"], 2);
+    EXPECT_EQ(s["watchdog"]["keepalives"]["tola"], 9);
+    EXPECT_EQ(s["power"]["reboots"], 4);
+    EXPECT_EQ(s["power"]["factory_resets"], 1);
+    EXPECT_EQ(s["notes"], "added by hand");
+    EXPECT_EQ(root.readFile("/opt/ardo/data/tola/restore_ace_defaults"), "true");
+    std::vector<json> calls = journal(root);
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0]["call"], "sys_restoreFactoryDefaults");
+    EXPECT_EQ(calls[0]["result"], 0);
+}
+
+TEST(Reboot, IsCountedAndJournaled) {
+    tola_test::TempRoot root(true);
+    ASSERT_EQ(sys_rebootSystem(), 0);
+    ASSERT_EQ(sys_rebootSystem(), 0);
+    EXPECT_EQ(state()["power"]["reboots"], 2);
+    EXPECT_EQ(journal(root).size(), 2u);
+}
+
+TEST(RebootDeathTest, EndsTheProcessWhenTheDeviceStateSaysSo) {
+    tola_test::TempRoot root(true);
+    ardo::deviceStateSet("/power/end_process_on_reboot", true);
+    EXPECT_EXIT(sys_rebootSystem(), ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(sys_restoreFactoryDefaults(), ::testing::ExitedWithCode(0), "");
+    // What the ended processes recorded is there for the next boot.
+    EXPECT_EQ(state()["power"]["reboots"], 1);
+    EXPECT_EQ(state()["power"]["factory_resets"], 1);
+    EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
+}
