@@ -1,0 +1,95 @@
+// A TOLAApp on a fresh simulated device: config.xml read, agent state initialised, debug log
+// opened under the temporary root. Shared by the check-in client's unit tests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "device_state.h"
+#include "test_env.h"
+#include "tola_app.h"
+#include "vorn_dbg.h"
+
+namespace tola_test {
+
+class AppTest : public ::testing::Test {
+protected:
+    void SetUp() override { Start(); }
+    void TearDown() override { Stop(); }
+
+    void Start() {
+        vorn_dbg_start();
+        app = std::make_unique<TOLAApp>();
+        ASSERT_TRUE(app->ReadSettings());
+        ASSERT_EQ(app->Agent().Initialize(), 0);
+        app->Agent().GetRuntimeConfig(app->RuntimeConfig());
+    }
+    void Stop() {
+        if (app) {
+            app->Agent().Uninitialize();
+            app.reset();
+        }
+        vorn_dbg_stop();
+    }
+
+    // Replaces one element of config.xml and reads it again (a new app).
+    void SetConfigValue(const std::string& element, const std::string& value) {
+        std::string xml = root.readFile("/opt/ardo/etc/tola/config.xml");
+        size_t open = xml.find("<" + element + ">");
+        size_t close = xml.find("</" + element + ">");
+        ASSERT_NE(open, std::string::npos) << element;
+        open += element.size() + 2;
+        xml.replace(open, close - open, value);
+        root.writeFile("/opt/ardo/etc/tola/config.xml", xml);
+        Stop();
+        Start();
+    }
+
+    // Stores the runtime record with the portal URL (and optionally a key) set.
+    void Activate(const std::string& url, const std::string& key = "") {
+        tolaagent_runtime_config_t& rc = app->RuntimeConfig();
+        tola_copy_text(rc.checkInURL, url.c_str());
+        tola_copy_text(rc.payloadEncryptionKey, key.c_str());
+        rc.checkInFlag = true;
+        app->Agent().SetRuntimeConfig(rc);
+    }
+
+    tolaagent_runtime_config_t Stored() {
+        tolaagent_runtime_config_t rc{};
+        app->Agent().GetRuntimeConfig(rc);
+        return rc;
+    }
+
+    std::string Log() const { return root.readFile("/var/log/tola.log"); }
+    static size_t Count(const std::string& text, const std::string& what) {
+        size_t n = 0;
+        for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
+            ++n;
+        }
+        return n;
+    }
+    // Journal lines of one platform call, optionally only those with the given result.
+    std::vector<ardo::json> Journal(const std::string& call, int result = -1000) const {
+        std::vector<ardo::json> lines;
+        std::string text = root.readFile("/var/lib/ardo/calls.jsonl");
+        size_t start = 0;
+        while (start < text.size()) {
+            size_t end = text.find('\n', start);
+            std::string line = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
+            start = end == std::string::npos ? text.size() : end + 1;
+            ardo::json j = ardo::json::parse(line, nullptr, false);
+            if (j.is_object() && j.value("call", "") == call && (result == -1000 || j.value("result", 0) == result)) {
+                lines.push_back(j);
+            }
+        }
+        return lines;
+    }
+
+    TempRoot root;
+    std::unique_ptr<TOLAApp> app;
+};
+
+}  // namespace tola_test

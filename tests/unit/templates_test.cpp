@@ -1,0 +1,151 @@
+// Templates and placeholders: reading files, first-occurrence replacement, and the device
+// values that the request and the envelope receive.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "app_fixture.h"
+#include "sys_device.h"
+
+using ardo::json;
+using tola_test::AppTest;
+
+namespace {
+
+class TemplatesTest : public AppTest {
+protected:
+    // Fills the two texts the way a check-in does.
+    void Fill(std::string& checkIn, std::string& request) { ASSERT_TRUE(app->ProcessRequest(checkIn, request)); }
+    std::string FillOne(const std::string& text) {
+        std::string checkIn = text;
+        std::string request = text;
+        app->ProcessRequest(checkIn, request);
+        return request;
+    }
+    void Notice(uint32_t status) { app->OnChannelNotify(TOLA_CHANNEL_DATA_USAGE, &status, sizeof status); }
+};
+
+TEST_F(TemplatesTest, FileContentGainsOneLineBreak) {
+    struct Case {
+        const char* content;
+        const char* expected;
+    } cases[] = {
+        {"a\nb", "a\nb\n"},
+        {"a\nb\n", "a\nb\n\n"},
+        {"", "\n"},
+        {"one line", "one line\n"},
+    };
+    for (const Case& c : cases) {
+        root.writeFile("/opt/ardo/etc/tola/t.txt", c.content);
+        std::string content = "old";
+        EXPECT_EQ(app->GetFileContent("/opt/ardo/etc/tola/t.txt", content), 0);
+        EXPECT_EQ(content, c.expected) << "content: " << c.content;
+    }
+    std::string content = "kept";
+    EXPECT_EQ(app->GetFileContent("/opt/ardo/etc/tola/missing.txt", content), 1);
+    EXPECT_EQ(content, "kept");
+    EXPECT_NE(Log().find("Failed to open file /opt/ardo/etc/tola/missing.txt"), std::string::npos);
+}
+
+TEST_F(TemplatesTest, MissingTemplateFailsItsGetter) {
+    root.remove("/opt/ardo/etc/tola/tola_receipt.json");
+    std::string text;
+    EXPECT_EQ(app->GetReceiptParameters(text), 1);
+    EXPECT_EQ(app->GetCheckInParameters(text), 0);
+    EXPECT_EQ(text, "{\"IMEI\":\"%IMEI%\",\"Request\":\"%ENCRYPTEDREQUEST%\"}\n\n");
+}
+
+TEST_F(TemplatesTest, OnlyTheFirstOccurrenceIsReplaced) {
+    std::string text = "%IMEI%-%IMEI%";
+    app->ReplacePlaceholder(text, "%IMEI%", "1");
+    EXPECT_EQ(text, "1-%IMEI%");
+    text = "no placeholder";
+    app->ReplacePlaceholder(text, "%IMEI%", "1");
+    EXPECT_EQ(text, "no placeholder");
+    EXPECT_EQ(FillOne("%IMEI% %IMEI%"), "356938035643809 %IMEI%");
+}
+
+TEST_F(TemplatesTest, SubscriberNumbersAreShapedForThePortal) {
+    struct Case {
+        const char* imsi;
+        const char* mdn;
+        const char* sentImsi;
+        const char* sentMdn;
+    } cases[] = {
+        {"311480123456789123", "15551234567", "311480123456789", "5551234567"},  // 18 digits cut to 15
+        {"3114801234567891", "25551234567", "311480123456789", "25551234567"},   // 16 digits cut
+        {"311480123456789", "115551234567", "311480123456789", "15551234567"},   // only one 1 removed
+        {"31148012345", "", "31148012345", ""},
+    };
+    for (const Case& c : cases) {
+        ardo::deviceStateSet("/identity/subscriber/imsi", c.imsi);
+        ardo::deviceStateSet("/identity/subscriber/mdn", c.mdn);
+        EXPECT_EQ(FillOne("%IMSI%|%MDN%"), std::string(c.sentImsi) + "|" + c.sentMdn) << c.imsi << " " << c.mdn;
+    }
+}
+
+TEST_F(TemplatesTest, EveryDevicePlaceholderIsFilledInBothTexts) {
+    tola_copy_text(app->RuntimeConfig().version, "42");
+    std::string checkIn = "%VERSION%|%MEID%|%ESN%|%MIN%|%IMEI%|%MODEL%|%FWVERSION%|%MACADDRESS%|%ISROAMING%";
+    std::string request = checkIn + "|%LATITUDE%|%LONGITUDE%";
+    Fill(checkIn, request);
+    EXPECT_EQ(checkIn, "42|A0000012345678|80A1B2C3|5551234567|356938035643809|AH-5100|AH5100_V1.4.2_REL|"
+                       "00:1A:2B:3C:4D:5E|0");
+    EXPECT_EQ(request, checkIn + "|40.712776|-74.005974");
+}
+
+TEST_F(TemplatesTest, EmptyVersionLeavesItsPlaceholder) {
+    tola_copy_text(app->RuntimeConfig().version, "");
+    EXPECT_EQ(FillOne("%VERSION%"), "%VERSION%");
+}
+
+TEST_F(TemplatesTest, GpsAndRoamingFollowTheDevice) {
+    ardo::deviceStateSet("/gps/enabled", 0);
+    ardo::deviceStateSet("/service/roaming", 1);
+    EXPECT_EQ(FillOne("[%LATITUDE%][%LONGITUDE%][%ISROAMING%]"), "[][][1]");
+    // 0, 1 and the privacy-agreement answer are not failures.
+    ardo::deviceStateSet("/faults/sys_getGPSEnabled", json::array({1, SYS_GPS_PRIVACY_NOT_ACCEPTED, 2}));
+    FillOne("");
+    FillOne("");
+    FillOne("");
+    EXPECT_EQ(Count(Log(), "getGPSEnabled failed with code"), 1u);
+    EXPECT_NE(Log().find("getGPSEnabled failed with code = 2"), std::string::npos);
+}
+
+TEST_F(TemplatesTest, FailingPlatformCallsGiveEmptyTextsNotAStop) {
+    FillOne("");  // a first reading, so that the firmware version is known
+    ardo::deviceStateSet("/faults", {{"sys_getHardwareInfo", 5},
+                                     {"sys_getSubscriberInfo", 5},
+                                     {"sys_getSystemVersion", 5},
+                                     {"sys_getCellularServiceStats", 5},
+                                     {"sys_getGPSEnabled", 9}});
+    ardo::deviceStateSet("/service/roaming", 1);
+    EXPECT_EQ(FillOne("[%IMEI%][%MODEL%][%MDN%][%IMSI%][%FWVERSION%][%ISROAMING%][%LATITUDE%]"),
+              "[][][][][AH5100_V1.4.2_REL][0][]");
+    std::string log = Log();
+    EXPECT_NE(log.find("getHardwareInfo failed rc : [5]"), std::string::npos);
+    EXPECT_NE(log.find("getSystemVersion rc : [5]"), std::string::npos);
+    EXPECT_NE(log.find("getGPSEnabled failed with code = 9"), std::string::npos);
+}
+
+TEST_F(TemplatesTest, DataUsagePlaceholdersOnlyInTheRequestAndOnlyWhenFresh) {
+    const std::string usage = "%PLANTYPE%|%ALLOWANCE%|%UNIT%|%LINEUSAGE%|%TOTALSHRUSAGE%|%CYCLEENDDT%|"
+                              "%USAGETIMESTAMP%|%PREPAYIND%";
+    std::string checkIn = usage;
+    std::string request = usage;
+    Fill(checkIn, request);
+    EXPECT_EQ(request, usage);  // no figures yet
+
+    Notice(0);
+    app->RecordDataUsageInformation();
+    ASSERT_TRUE(app->GotDataUsageInfo());
+    Fill(checkIn, request);
+    EXPECT_EQ(checkIn, usage);
+    EXPECT_EQ(request, "Shared|50|GB|2.35|17.80|2024-05-31|2024-05-14T08:30:00Z|N");
+
+    std::string chosen;
+    EXPECT_EQ(app->GetRequestParameters(chosen), 0);
+    EXPECT_NE(chosen.find("%PLANTYPE%"), std::string::npos);  // the data-usage template
+}
+
+}  // namespace
