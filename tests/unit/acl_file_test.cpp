@@ -1,0 +1,291 @@
+// acl_config.xml: the exact bytes written, the backup, the repairs at start-up and the reader's
+// handling of hand-edited files.
+#include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+
+#include <cstring>
+#include <string>
+
+#include "test_env.h"
+#include "tola_agent.h"
+#include "vorn_dbg.h"
+
+namespace {
+
+const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
+const std::string kBackupFile = kAclFile + ".bkp";
+const std::string kLogFile = "/var/log/tola.log";
+
+const std::string kHead = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ACLConfig>\n<TOLA>";
+const std::string kDefaultRecord =
+    "\n<CheckInFlag>false</CheckInFlag>"
+    "\n<FactoryResetFlag>false</FactoryResetFlag>"
+    "\n<CheckInIntervalOverrideFlag>false</CheckInIntervalOverrideFlag>"
+    "\n<CheckInInterval>0</CheckInInterval>"
+    "\n<CheckInURL></CheckInURL>"
+    "\n<PayloadEncryptionKey></PayloadEncryptionKey>"
+    "\n<LastCommand></LastCommand>"
+    "\n<Version>0</Version>"
+    "\n<AclConfigStatus>0</AclConfigStatus>"
+    "\n<LastCheckInDate></LastCheckInDate>";
+const std::string kEmptyAcl = "\n</TOLA>\n<ACL>\n</ACL>\n</ACLConfig>";
+
+std::string ace(const std::string& name, const char* display, const char* write) {
+    return "\n<ACE>\n<Name>" + name + "</Name>\n<DisplayEnabled>" + display + "</DisplayEnabled>\n<WriteEnabled>" +
+           write + "</WriteEnabled>\n</ACE>";
+}
+
+// A file as the writer produces it, with the given record lines and ACE groups.
+std::string aclFile(const std::string& record, const std::string& aces) {
+    return kHead + record + "\n</TOLA>\n<ACL>" + aces + "\n</ACL>\n</ACLConfig>";
+}
+
+class AclFileTest : public ::testing::Test {
+protected:
+    void SetUp() override { vorn_dbg_stop(); }  // the log reopens under this test's root
+    std::string log() const { return root.readFile(kLogFile); }
+    tola_test::TempRoot root;
+};
+
+TEST_F(AclFileTest, FirstStartWritesTheDefaultsExactly) {
+    TOLAAgent agent;
+    EXPECT_EQ(0, agent.Initialize());
+    EXPECT_TRUE(agent.IsInitialized());
+    EXPECT_EQ(kHead + kDefaultRecord + kEmptyAcl, root.readFile(kAclFile));
+    EXPECT_FALSE(root.exists(kBackupFile));
+}
+
+TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
+    TOLAAgent agent;
+    agent.Initialize();
+    agent.SetACEProperties("WiFiSSID", true, false);
+    agent.SetACEProperties("AdminPassword", false, true);
+    tolaagent_runtime_config_t record;
+    agent.GetRuntimeConfig(record);
+    record.checkInFlag = true;
+    record.factoryResetFlag = false;
+    record.checkInIntervalOverrideFlag = true;
+    record.checkInInterval = 4294967295u;
+    tola_copy_text(record.checkInURL, "https://portal.tola.test/checkin?a=1");
+    tola_copy_text(record.payloadEncryptionKey, "k3y");
+    tola_copy_text(record.lastCommand, "<102>");  // written as it stands
+    tola_copy_text(record.version, "17");
+    record.aclConfigStatus = -2;
+    tola_copy_text(record.lastCheckInDate, "2017-03-09T14:05:00");
+    EXPECT_TRUE(agent.SetRuntimeConfig(record));
+
+    const std::string expected = aclFile(
+        "\n<CheckInFlag>true</CheckInFlag>"
+        "\n<FactoryResetFlag>false</FactoryResetFlag>"
+        "\n<CheckInIntervalOverrideFlag>true</CheckInIntervalOverrideFlag>"
+        "\n<CheckInInterval>4294967295</CheckInInterval>"
+        "\n<CheckInURL>https://portal.tola.test/checkin?a=1</CheckInURL>"
+        "\n<PayloadEncryptionKey>k3y</PayloadEncryptionKey>"
+        "\n<LastCommand><102></LastCommand>"
+        "\n<Version>17</Version>"
+        "\n<AclConfigStatus>-2</AclConfigStatus>"
+        "\n<LastCheckInDate>2017-03-09T14:05:00</LastCheckInDate>",
+        ace("WiFiSSID", "True", "False") + ace("AdminPassword", "False", "True"));
+    EXPECT_EQ(expected, root.readFile(kAclFile));
+    EXPECT_EQ(expected + "\n", root.readFile(kBackupFile));
+    // No temporary file is left beside the targets.
+    EXPECT_FALSE(root.exists(kAclFile + ".tmp"));
+    EXPECT_FALSE(root.exists(kBackupFile + ".tmp"));
+}
+
+TEST_F(AclFileTest, ReaderLoadsWhatTheWriterWrote) {
+    const std::string longName(100, 'n');
+    {
+        TOLAAgent agent;
+        agent.Initialize();
+        agent.SetACEProperties(longName.c_str(), true, true);
+        agent.SetACEProperties("Led", false, false);
+        tolaagent_runtime_config_t record;
+        agent.GetRuntimeConfig(record);
+        record.checkInFlag = true;
+        record.checkInIntervalOverrideFlag = true;
+        record.checkInInterval = 5;
+        tola_copy_text(record.checkInURL, "http://portal.tola.test/");
+        tola_copy_text(record.payloadEncryptionKey, "key");
+        tola_copy_text(record.version, "3");
+        record.aclConfigStatus = 2;
+        agent.SetRuntimeConfig(record);
+        std::memset(agent.AclBlock(), 0x5a, sizeof(tola_acl_shm_t));  // the file alone must suffice
+    }
+    TOLAAgent agent;
+    agent.Initialize();
+    tolaagent_runtime_config_t record;
+    agent.GetRuntimeConfig(record);
+    EXPECT_TRUE(record.checkInFlag);
+    EXPECT_FALSE(record.factoryResetFlag);
+    EXPECT_TRUE(record.checkInIntervalOverrideFlag);
+    EXPECT_EQ(5u, record.checkInInterval);
+    EXPECT_STREQ("http://portal.tola.test/", record.checkInURL);
+    EXPECT_STREQ("key", record.payloadEncryptionKey);
+    EXPECT_STREQ("3", record.version);
+    EXPECT_EQ(2, record.aclConfigStatus);
+    tola_acl_shm_t* acl = agent.AclBlock();
+    ASSERT_NE(nullptr, acl);
+    EXPECT_EQ(TOLA_ACL_HEADER_LOADED, acl->header);
+    ASSERT_EQ(2, acl->count);
+    EXPECT_EQ(0, std::memcmp(longName.data(), acl->entries[0].name, 100));
+    EXPECT_EQ(3u, acl->entries[0].flags);
+    EXPECT_STREQ("Led", acl->entries[1].name);
+    EXPECT_EQ(0u, acl->entries[1].flags);
+}
+
+// Hand-edited values: only the exact spellings count.
+TEST_F(AclFileTest, FlagSpellingsAndBadNumbers) {
+    struct Case {
+        const char* checkInFlag;
+        const char* aceDisplay;
+        const char* interval;
+        bool expectedFlag;
+        uint32_t expectedDisplayBit;
+        bool expectedOverride;
+        uint32_t expectedInterval;
+    } cases[] = {
+        {"true", "True", "7", true, 1, true, 7},
+        {"TRUE", "true", "7", false, 0, true, 7},
+        {"1", "TRUE", "7", false, 0, true, 7},
+        {"True", "1", "abc", false, 0, false, 0},
+        {" true", "True ", "-1", false, 0, false, 0},
+        {"", "", "", false, 0, false, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.checkInFlag) + "/" + c.aceDisplay + "/" + c.interval);
+        root.writeFile(kAclFile, aclFile(std::string("\n<CheckInFlag>") + c.checkInFlag +
+                                             "</CheckInFlag>\n<CheckInIntervalOverrideFlag>true"
+                                             "</CheckInIntervalOverrideFlag>\n<CheckInInterval>" +
+                                             c.interval + "</CheckInInterval>",
+                                         ace("A", c.aceDisplay, "True")));
+        TOLAAgent agent;
+        agent.Initialize();
+        tolaagent_runtime_config_t record;
+        agent.GetRuntimeConfig(record);
+        EXPECT_EQ(c.expectedFlag, record.checkInFlag);
+        EXPECT_EQ(c.expectedOverride, record.checkInIntervalOverrideFlag);
+        EXPECT_EQ(c.expectedInterval, record.checkInInterval);
+        // Elements missing from the file keep the defaults.
+        EXPECT_STREQ("0", record.version);
+        EXPECT_EQ(0, record.aclConfigStatus);
+        ASSERT_EQ(1, agent.AclBlock()->count);
+        EXPECT_EQ(c.expectedDisplayBit | TOLA_ACE_WRITE_ENABLED, agent.AclBlock()->entries[0].flags);
+    }
+}
+
+TEST_F(AclFileTest, RepairsAtStart) {
+    const std::string saved =
+        aclFile("\n<CheckInFlag>true</CheckInFlag>\n<Version>9</Version>", ace("Saved", "True", "True"));
+    const std::string corruptedLine = "looks like file got corrupted and reset the acl_config.xml";
+    struct Case {
+        const char* name;
+        bool mainExists;
+        std::string main;
+        bool backupExists;
+        std::string backup;
+        std::string expectedMain;  // after start-up
+        const char* expectedVersion;
+        bool expectCorruption;
+    } cases[] = {
+        {"missing main", false, "", false, "", kHead + kDefaultRecord + kEmptyAcl, "0", false},
+        {"missing main, backup ignored", false, "", true, saved, kHead + kDefaultRecord + kEmptyAcl, "0", false},
+        {"empty main, good backup", true, "", true, saved + "\n", saved + "\n", "9", false},
+        {"empty main, empty backup", true, "", true, "", kHead + kDefaultRecord + kEmptyAcl, "0", false},
+        {"empty main, no backup", true, "", false, "", kHead + kDefaultRecord + kEmptyAcl, "0", false},
+        {"not XML", true, "garbage", false, "", kHead + kDefaultRecord + kEmptyAcl, "0", true},
+        {"'<' in a text", true, aclFile("\n<CheckInURL>http://a/<b</CheckInURL>", ""),
+         false, "", kHead + kDefaultRecord + kEmptyAcl, "0", true},
+        {"'&' in a text", true, aclFile("\n<CheckInURL>http://a/?x=1&y=2</CheckInURL>", ""), false, "",
+         kHead + kDefaultRecord + kEmptyAcl, "0", true},
+        {"truncated", true, saved.substr(0, saved.size() / 2), false, "", kHead + kDefaultRecord + kEmptyAcl, "0",
+         true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        root.remove(kAclFile);
+        root.remove(kBackupFile);
+        if (c.mainExists) {
+            root.writeFile(kAclFile, c.main);
+        }
+        if (c.backupExists) {
+            root.writeFile(kBackupFile, c.backup);
+        }
+        vorn_dbg_stop();
+        root.remove(kLogFile);
+        {
+            TOLAAgent agent;
+            agent.Initialize();
+            tolaagent_runtime_config_t record;
+            agent.GetRuntimeConfig(record);
+            EXPECT_STREQ(c.expectedVersion, record.version);
+            EXPECT_TRUE(agent.IsInitialized());
+            // The segment outlives the agent: start each case from an empty list.
+            std::memset(agent.AclBlock(), 0, sizeof(tola_acl_shm_t));
+        }
+        EXPECT_EQ(c.expectedMain, root.readFile(kAclFile));
+        EXPECT_EQ(c.expectCorruption, log().find(corruptedLine) != std::string::npos);
+    }
+}
+
+TEST_F(AclFileTest, HandEditedListIsBounded) {
+    std::string aces;
+    for (int i = 0; i < 250; ++i) {
+        aces += ace("item" + std::to_string(i), "True", "False");
+    }
+    aces += ace(std::string(150, 'x'), "True", "True");
+    root.writeFile(kAclFile, aclFile("", ace(std::string(150, 'L'), "False", "True") + aces));
+    TOLAAgent agent;
+    agent.Initialize();
+    tola_acl_shm_t* acl = agent.AclBlock();
+    ASSERT_EQ(TOLA_ACL_MAX_ENTRIES, acl->count);
+    EXPECT_EQ(0, std::memcmp(std::string(100, 'L').data(), acl->entries[0].name, 100));
+    EXPECT_EQ(TOLA_ACE_WRITE_ENABLED, acl->entries[0].flags);
+    EXPECT_STREQ("item198", acl->entries[199].name);
+    EXPECT_NE(std::string::npos, log().find("ACE count = 200"));
+}
+
+TEST_F(AclFileTest, RestoreDefaultsWriteEmptiesTheList) {
+    TOLAAgent agent;
+    agent.Initialize();
+    agent.SetACEProperties("A", true, true);
+    agent.SetACEProperties("B", true, false);
+    agent.SetRestoreDefaultsFlag(true);
+    tolaagent_runtime_config_t record;
+    agent.GetRuntimeConfig(record);
+    EXPECT_TRUE(agent.SetRuntimeConfig(record));
+    EXPECT_EQ(kHead + kDefaultRecord + kEmptyAcl, root.readFile(kAclFile));
+    EXPECT_EQ(TOLA_ACL_HEADER_WIPED, agent.AclBlock()->header);
+    EXPECT_EQ(0, agent.AclBlock()->count);
+    EXPECT_FALSE(agent.GetRestoreDefaultsFlag());
+    EXPECT_NE(std::string::npos, log().find("FactoryReset Remove Access Control Entities"));
+    // The flag is spent: entries added afterwards are written again.
+    agent.SetACEProperties("C", false, false);
+    EXPECT_TRUE(agent.SerializeACL());
+    EXPECT_EQ(aclFile(kDefaultRecord, ace("C", "False", "False")), root.readFile(kAclFile));
+}
+
+TEST_F(AclFileTest, WithoutTheSharedListTheFileIsLeftEmpty) {
+    // A segment of another size under the agent's key: the agent cannot attach it.
+    int id = shmget(root.shmKey(), 64, IPC_CREAT | IPC_EXCL | 0666);
+    ASSERT_GE(id, 0);
+    root.writeFile(kAclFile, aclFile(kDefaultRecord, ace("Kept", "True", "True")));
+    root.writeFile(kBackupFile, "previous backup");
+    TOLAAgent agent;
+    EXPECT_EQ(0, agent.Initialize());
+    EXPECT_FALSE(agent.IsInitialized());
+    EXPECT_EQ(nullptr, agent.AclBlock());
+    EXPECT_NE(std::string::npos, log().find("share memory get failed, errno = "));
+
+    tolaagent_runtime_config_t record;
+    agent.GetRuntimeConfig(record);
+    EXPECT_FALSE(agent.SetRuntimeConfig(record));
+    EXPECT_TRUE(root.exists(kAclFile));
+    EXPECT_EQ("", root.readFile(kAclFile));
+    EXPECT_EQ("previous backup", root.readFile(kBackupFile));
+    EXPECT_FALSE(agent.InitializeACL());
+    EXPECT_NE(std::string::npos, log().find("Access Control List Database is empty"));
+}
+
+}  // namespace

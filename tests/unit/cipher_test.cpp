@@ -1,0 +1,173 @@
+// The payload cipher against the openssl command line (the portal side uses the same
+// primitives), round trips, wrong keys and malformed Base64.
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "payload_cipher.h"
+#include "test_env.h"
+
+namespace {
+
+std::string sha256Hex(const std::string& text) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_Digest(text.data(), text.size(), digest, &length, EVP_sha256(), nullptr);
+    std::string hex;
+    char pair[3];
+    for (unsigned int i = 0; i < length; ++i) {
+        std::snprintf(pair, sizeof pair, "%02x", digest[i]);
+        hex += pair;
+    }
+    return hex;
+}
+
+// What `openssl enc` makes of the plain text under the key text's digest and a zero IV.
+std::string opensslEncrypt(const tola_test::TempRoot& root, const std::string& key, const std::string& plain) {
+    root.writeFile("/plain.txt", plain);
+    std::string command = "openssl enc -aes-256-cbc -K " + sha256Hex(key) +
+                          " -iv 00000000000000000000000000000000 -a -A -in '" + root.path("/plain.txt") + "'";
+    FILE* pipe = popen(command.c_str(), "r");
+    std::string out;
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+        out.append(buffer, n);
+    }
+    pclose(pipe);
+    while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) {
+        out.pop_back();
+    }
+    return out;
+}
+
+std::string plainOfLength(size_t length) {
+    std::string text;
+    for (size_t i = 0; i < length; ++i) {
+        text += static_cast<char>('a' + (i * 7) % 26);
+    }
+    return text;
+}
+
+std::string encrypt(const std::string& key, const std::string& plain) {
+    char* out = nullptr;
+    EXPECT_EQ(0, AesEncrypt(key.c_str(), plain.c_str(), &out));
+    std::string text = out != nullptr ? out : "";
+    std::free(out);
+    return text;
+}
+
+// rc of AesDecrypt; the text in *plain.
+int decrypt(const std::string& key, const std::string& base64, std::string* plain) {
+    char* out = nullptr;
+    int rc = AesDecrypt(key.c_str(), base64.c_str(), &out);
+    if (rc == 0 && out != nullptr) {
+        *plain = out;
+    }
+    std::free(out);
+    return rc;
+}
+
+const char* const kKeys[] = {"", "k", "VeltraFactoryKey-2017",
+                             "a key text of 127 characters ....................................................."
+                             "..............................................",
+                             "  spaced Key\twith tab "};
+const size_t kLengths[] = {0, 1, 15, 16, 17, 1000, 100000};
+
+TEST(PayloadCipher, MatchesOpensslAndRoundTripsOverLengthsAndKeys) {
+    tola_test::TempRoot root(true);
+    for (const char* key : kKeys) {
+        for (size_t length : kLengths) {
+            SCOPED_TRACE("key '" + std::string(key) + "' length " + std::to_string(length));
+            std::string plain = plainOfLength(length);
+            std::string encrypted = encrypt(key, plain);
+            // One to sixteen bytes of padding, then Base64 on one line.
+            size_t cipherLength = 16 * (length / 16 + 1);
+            EXPECT_EQ(4 * ((cipherLength + 2) / 3), encrypted.size());
+            EXPECT_EQ(std::string::npos, encrypted.find('\n'));
+            EXPECT_EQ(opensslEncrypt(root, key, plain), encrypted);
+            std::string decrypted;
+            ASSERT_EQ(0, decrypt(key, encrypted, &decrypted));
+            EXPECT_EQ(plain, decrypted);
+        }
+    }
+}
+
+TEST(PayloadCipher, KnownSizesOfShortTexts) {
+    EXPECT_EQ(24u, encrypt("k", "").size());
+    EXPECT_EQ(44u, encrypt("k", "0123456789abcdef").size());
+}
+
+TEST(PayloadCipher, KeyIsTheSha256OfTheKeyText) {
+    unsigned char key[32];
+    GetKeyBytes("", key);
+    std::string hex;
+    char pair[3];
+    for (unsigned char byte : key) {
+        std::snprintf(pair, sizeof pair, "%02x", byte);
+        hex += pair;
+    }
+    EXPECT_EQ("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855", hex);
+}
+
+TEST(PayloadCipher, WrongKeySucceedsWithOtherText) {
+    const std::string plain = "{\"ResultCode\":0,\"Version\":\"12\"}";
+    for (const char* wrongKey : {"", "other", "VeltraFactoryKey-2018"}) {
+        std::string decrypted = "unset";
+        EXPECT_EQ(0, decrypt(wrongKey, encrypt("VeltraFactoryKey-2017", plain), &decrypted));
+        EXPECT_NE(plain, decrypted);
+    }
+}
+
+TEST(PayloadCipher, MalformedBase64NeverCrashesNorYieldsThePlainText) {
+    const std::string key = "k";
+    const std::string plain = plainOfLength(200);
+    std::string good = encrypt(key, plain);
+    std::string broken;  // the same text with a line break every 64 characters
+    for (size_t i = 0; i < good.size(); i += 64) {
+        broken += good.substr(i, 64) + "\n";
+    }
+    const std::string cases[] = {
+        "",                       // nothing to decode
+        "=",                      // padding only
+        "==",
+        "!!!!@@@@####",           // not Base64 at all
+        "AAAA==AAAA==AAAA",       // padding in the middle
+        "QUJD",                   // decodes to 3 bytes: not a whole block
+        good.substr(0, 10),       // truncated
+        broken,
+    };
+    for (const std::string& text : cases) {
+        SCOPED_TRACE("input '" + text + "'");
+        std::string decrypted;
+        int rc = decrypt(key, text, &decrypted);
+        EXPECT_TRUE(rc == 0 || rc == 1);
+        EXPECT_NE(plain, decrypted);
+    }
+    // Junk after the padding is ignored by the decoder; it must at least stay harmless.
+    std::string decrypted;
+    EXPECT_EQ(0, decrypt(key, good + "\x01\x02", &decrypted));
+}
+
+TEST(PayloadCipher, EmptyBase64DecryptsToEmptyText) {
+    std::string decrypted = "unset";
+    EXPECT_EQ(0, decrypt("k", "", &decrypted));
+    EXPECT_EQ("", decrypted);
+}
+
+TEST(PayloadCipher, DecodeLengthEstimate) {
+    struct Case {
+        const char* text;
+        int expected;
+    } cases[] = {
+        {"", 0}, {"QQ==", 1}, {"QUI=", 2}, {"QUJD", 3}, {"QUJDRA==", 4}, {"=", 0}, {"QUJDREVGR0g=", 8},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.expected, CalcDecodeLength(c.text)) << c.text;
+    }
+}
+
+}  // namespace
