@@ -202,7 +202,7 @@ int sys_setGPSEnabled(int enabled) {
     // The same place sys_getGPSEnabled reads (the device's position section).
     int rc;
     if (!ardo::deviceTakeFault("sys_setGPSEnabled", &rc)) {
-        rc = ardo::deviceStateSet("/gps/enabled", enabled != 0) ? 0 : kSysFailure;
+        rc = ardo::deviceStateSet("/gps/enabled", enabled != 0 ? 1 : 0) ? 0 : kSysFailure;
     }
     ardo::deviceJournal("sys_setGPSEnabled", json(enabled), rc);
     return rc;

@@ -1,0 +1,302 @@
+// The handler sequence of one document element, the key-rule engine shared by the group handlers,
+// and the access-control entries.
+#include <climits>
+#include <cstring>
+
+#include "tola_json_handlers.h"
+
+namespace tola_json {
+
+KeyRule boolKey(const char* key, TolaField field, SlotFn slot, const char* typeLog, const char* typeUser) {
+    return KeyRule{key, Kind::Bool, field, slot, typeLog, typeUser, nullptr, 0, nullptr, nullptr, nullptr, 0, 0, 0};
+}
+
+KeyRule textKey(const char* key, TolaField field, SlotFn slot, const char* typeLog, const char* typeUser,
+                bool (*accept)(const char*), const char* valueLog, const char* valueUser) {
+    return KeyRule{key, Kind::Text, field, slot, typeLog, typeUser, nullptr, 0, valueLog, valueUser, accept, 0, 0, 0};
+}
+
+KeyRule numberKey(const char* key, TolaField field, SlotFn slot, const char* typeLog, const char* typeUser,
+                  long long min, long long max, const char* valueLog, const char* valueUser) {
+    return KeyRule{key, Kind::Number, field, slot, typeLog, typeUser, nullptr, 0, valueLog, valueUser, nullptr,
+                   min, max, 0};
+}
+
+KeyRule soundKey(const char* key, uint32_t mask, const char* typeLog, const char* typeUser) {
+    return KeyRule{key,
+                   Kind::Sounds,
+                   TolaField::AudioPreferences_NotificationSounds,
+                   TOLA_VALUE_SLOT(GetUINotificationSettings),
+                   typeLog,
+                   typeUser,
+                   nullptr,
+                   0,
+                   nullptr,
+                   nullptr,
+                   nullptr,
+                   0,
+                   0,
+                   mask};
+}
+
+void copyText(char* dst, size_t size, const char* text) {
+    if (dst == nullptr || size == 0) {
+        return;
+    }
+    size_t n = text != nullptr ? strnlen(text, size - 1) : 0;
+    memcpy(dst, text, n);
+    dst[n] = '\0';
+}
+
+int refuse(TOLAAgent& agent, int code, const char* log, const char* user) {
+    if (log != nullptr) {
+        TLOG_SYS(TOLA_LOG_ERROR, log);
+    }
+    agent.SetErrorMessage("%s", user != nullptr ? user : "");
+    return code;
+}
+
+namespace {
+
+void storeInt(const Slot& slot, long long value) {
+    if (slot.size == 1) {
+        *static_cast<uint8_t*>(slot.p) = static_cast<uint8_t>(value);
+    } else if (slot.size >= 4) {
+        int32_t v = static_cast<int32_t>(value);
+        memcpy(slot.p, &v, sizeof(v));
+    }
+}
+
+const Choice* findChoice(const KeyRule& rule, const char* text) {
+    for (size_t i = 0; i < rule.choiceCount; ++i) {
+        if (strcmp(rule.choices[i].text, text) == 0) {
+            return &rule.choices[i];
+        }
+    }
+    return nullptr;
+}
+
+int refuseValue(TOLAAgent& agent, const KeyRule& rule, int code, const char* text) {
+    if (rule.valueLog != nullptr) {
+        TLOG_SYS(TOLA_LOG_ERROR, rule.valueLog, text);
+    }
+    agent.SetErrorMessage("%s", rule.valueUser != nullptr ? rule.valueUser : "");
+    return code;
+}
+
+}  // namespace
+
+bool applyRule(TOLAAgent& agent, const char* key, yajl_val value, const KeyRule* rules, size_t ruleCount,
+               GroupCodes codes, int* rc) {
+    *rc = 0;
+    const KeyRule* rule = nullptr;
+    for (size_t i = 0; i < ruleCount; ++i) {
+        if (strcmp(rules[i].key, key) == 0) {
+            rule = &rules[i];
+            break;
+        }
+    }
+    if (rule == nullptr) {
+        return false;
+    }
+    Slot slot = rule->slot(agent);
+    if (slot.p == nullptr) {
+        return true;  // the device could not give this setting: the key is skipped
+    }
+    bool isBool = tola_is_kind(value, yajl_t_true) || tola_is_kind(value, yajl_t_false);
+    switch (rule->kind) {
+        case Kind::Bool:
+            if (!isBool) {
+                *rc = refuse(agent, codes.typeCode, rule->typeLog, rule->typeUser);
+                return true;
+            }
+            storeInt(slot, value->type == yajl_t_true ? 1 : 0);
+            break;
+        case Kind::Sounds: {
+            if (!isBool) {
+                *rc = refuse(agent, codes.typeCode, rule->typeLog, rule->typeUser);
+                return true;
+            }
+            int32_t sounds = 0;
+            memcpy(&sounds, slot.p, sizeof(sounds));
+            uint32_t bits = static_cast<uint32_t>(sounds);
+            bits = value->type == yajl_t_true ? (bits | rule->mask) : (bits & ~rule->mask);
+            storeInt(slot, static_cast<int32_t>(bits));
+            break;
+        }
+        case Kind::Text:
+            if (!tola_is_kind(value, yajl_t_string)) {
+                *rc = refuse(agent, codes.typeCode, rule->typeLog, rule->typeUser);
+                return true;
+            }
+            if (rule->accept != nullptr && !rule->accept(value->u.string)) {
+                *rc = refuseValue(agent, *rule, codes.valueCode, value->u.string);
+                return true;
+            }
+            copyText(static_cast<char*>(slot.p), slot.size, value->u.string);
+            break;
+        case Kind::Number: {
+            if (!tola_is_kind(value, yajl_t_number)) {
+                *rc = refuse(agent, codes.typeCode, rule->typeLog, rule->typeUser);
+                return true;
+            }
+            long long n = value->u.number.i;
+            n = n < INT_MIN ? INT_MIN : (n > INT_MAX ? INT_MAX : n);
+            if (rule->max > rule->min && (n < rule->min || n > rule->max)) {
+                if (rule->valueLog != nullptr) {
+                    TLOG_SYS(TOLA_LOG_ERROR, rule->valueLog, static_cast<int>(n));
+                }
+                agent.SetErrorMessage("%s", rule->valueUser != nullptr ? rule->valueUser : "");
+                *rc = codes.valueCode;
+                return true;
+            }
+            storeInt(slot, n);
+            break;
+        }
+        case Kind::Enum:
+        case Kind::EnumText: {
+            if (!tola_is_kind(value, yajl_t_string)) {
+                *rc = refuse(agent, codes.typeCode, rule->typeLog, rule->typeUser);
+                return true;
+            }
+            const Choice* choice = findChoice(*rule, value->u.string);
+            if (choice == nullptr) {
+                *rc = refuseValue(agent, *rule, codes.valueCode, value->u.string);
+                return true;
+            }
+            if (rule->kind == Kind::Enum) {
+                storeInt(slot, choice->code);
+            } else {
+                copyText(static_cast<char*>(slot.p), slot.size, choice->storedText);
+            }
+            break;
+        }
+    }
+    agent.SetPresent(rule->field);
+    return true;
+}
+
+int applyRules(TOLAAgent& agent, yajl_val group, const KeyRule* rules, size_t ruleCount, GroupCodes codes) {
+    size_t count = tola_object_len(group);
+    for (size_t i = 0; i < count; ++i) {
+        int rc = 0;
+        applyRule(agent, group->u.object.keys[i], group->u.object.values[i], rules, ruleCount, codes, &rc);
+        if (rc != 0) {
+            return rc;
+        }
+    }
+    return 0;
+}
+
+yajl_val groupOf(yajl_val element, const char* name, yajl_type kind) {
+    const char* path[] = {name, nullptr};
+    return tola_tree_get(element, path, kind);
+}
+
+}  // namespace tola_json
+
+// ---- The handler sequence -------------------------------------------------------------------
+
+namespace {
+
+struct GroupStep {
+    int (*handler)(yajl_val, context_t*);
+    const char* successLog;
+    const char* errorLog;
+};
+
+const GroupStep kSequence[] = {
+    {handleBlockedDevicesInfo, "[%s]:[%s] - handling BlockedDevices Settings Info successful",
+     "[%s]:[%s] - Error while handling blocked devices info : BLOCKED_DEVICES_DATA_TYPE_ERROR"},
+    {handleWhiteListedDevicesInfo, "[%s]:[%s] - handling White Listed Devices Settings Info successful",
+     "[%s]:[%s] - Error while handling white list devices info :WHITE_LISTED_DEVICES_DATA_TYPE_ERROR"},
+    {handleWiFiNetworkSettingsInfo, "[%s]:[%s] - handling WiFi Network Settings Info successful",
+     "[%s]:[%s] - Error while handling WIFI network settings info : WIFI_NETWORK_SETTINGS_DATA_TYPE_ERROR"},
+    {handleWiFiGuestNetworkSettingsInfo, "[%s]:[%s] - handling WiFi Guest Network Settings Info successful",
+     "[%s]:[%s] - Error while handling WIFI Guest Network Settings info : "
+     "WIFI_GUEST_NETWORK_SETTINGS_DATA_TYPE_ERROR"},
+    {handleWiFiAdvancedSettingsInfo, "[%s]:[%s] - handling WiFi Advanced Settings Info successful",
+     "[%s]:[%s] - Error while handling WIFI Advanced settings info : WIFI_ADVANCED_SETTINGS_DATA_TYPE_ERROR"},
+    {handleAdminPasswordSettingsInfo, "[%s]:[%s] - handling AdminPassword Settings Info successful",
+     "[%s]:[%s] - Error while handling Admin Password Settings info : ADMIN_PASSWORD_SETTINGS_DATA_TYPE_ERROR"},
+    {handleDevicePreferencesInfo, "[%s]:[%s] - handling DevicePreferences Settings Info successful",
+     "[%s]:[%s] - Error while handling device preferences info : DEVICE_PREFERENCES_DATA_TYPE_ERROR"},
+    {handleManualDNSSettingsInfo, "[%s]:[%s] - handling ManualDNSSettings Settings Info successful",
+     "[%s]:[%s] - Error while handling manual DNS settings info : MANUAL_DNS_SETTINGS_DATA_TYPE_ERROR"},
+    {handleFirewallSettingsInfo, "[%s]:[%s] - handling Firewall Settings Info successful",
+     "[%s]:[%s] - Error while handling Firewall Settings info : FIREWALL_SETTINGS_DATA_TYPE_ERROR"},
+    {handleMacfilterSettingsInfo, "[%s]:[%s] - handling MAC Filter Settings Info successful",
+     "[%s]:[%s] - Error while handling MAC Filter Settings info : MAC_FILTER_SETTINGS_DATA_TYPE_ERROR"},
+    {handleLANSettingsInfo, "[%s]:[%s] - handling LAN Settings Info successful",
+     "[%s]:[%s] - Error while handling LAN settings info : LAN_SETTINGS_DATA_TYPE_ERROR"},
+    {handleGPSSettingsInfo, "[%s]:[%s] - handling GPS Settings Info successful",
+     "[%s]:[%s] - Error while handling GPS settings info : GPS_SETTINGS_DATA_TYPE_ERROR"},
+    {handleLogsInfo, "[%s]:[%s] - handling Log Settings Info successful",
+     "[%s]:[%s] - Error while handling Logs info : LOGS_DATA_TYPE_ERROR"},
+    {handleMobileNetworkSettingsInfo, "[%s]:[%s] - handling MobileNetwork Settings Info successful",
+     "[%s]:[%s] - Error while handling mobile network settings info : MOBILE_NETWORK_SETTINGS_DATA_TYPE_ERROR"},
+    {handlePortFilteringSettingsInfo, "[%s]:[%s] - handling PortFiltering Settings Info successful",
+     "[%s]:[%s] - Error while handling port filter settings info : PORT_FILTERING_SETTINGS_DATA_TYPE_ERROR"},
+    {handlePortForwardingSettingsInfo, "[%s]:[%s] - handling PortForwarding Settings Info successful",
+     "[%s]:[%s] - Error while handling port forward settings info : PORT_FORWARDING_SETTINGS_DATA_TYPE_ERROR"},
+    {handleVornSharingSettingsInfo, "[%s]:[%s] - handling File Sharing Settings Info successful",
+     "[%s]:[%s] - Error while handling Vorn Sharing settings info : FILE_SHARING_SETTINGS_DATA_TYPE_ERROR"},
+};
+static_assert(sizeof(kSequence) / sizeof(kSequence[0]) == 17, "seventeen groups");
+
+}  // namespace
+
+int handleCompleteJSONData(yajl_val element, context_t* ctx) {
+    for (const GroupStep& step : kSequence) {
+        int rc = step.handler(element, ctx);
+        if (rc != 0) {
+            TLOG_SYS(TOLA_LOG_ERROR, step.errorLog);
+            return rc;
+        }
+        TLOG_SYS(TOLA_LOG_INFO, step.successLog);
+    }
+    return 0;
+}
+
+int handleAccessControlEntryInfo(const char* name, yajl_val entry, context_t* ctx) {
+    FnTrace trace(__FUNCTION__);
+    bool displayEnabled = true;
+    bool writeEnabled = true;
+    bool seen = false;
+    for (size_t i = 0; i < tola_object_len(entry); ++i) {
+        const char* key = entry->u.object.keys[i];
+        yajl_val value = entry->u.object.values[i];
+        // Only JSON true changes a flag; any other value leaves it on, without a type error.
+        if (strcmp(key, "Lock") == 0) {
+            seen = true;
+            if (tola_is_kind(value, yajl_t_true)) {
+                writeEnabled = false;
+            }
+        } else if (strcmp(key, "Hide") == 0) {
+            seen = true;
+            if (tola_is_kind(value, yajl_t_true)) {
+                displayEnabled = false;
+            }
+        }
+    }
+    if (seen && ctx != nullptr && ctx->agent != nullptr && name != nullptr) {
+        ctx->agent->SetPresent(TolaField::AccessControlSettings);
+        ctx->agent->SetACEProperties(name, displayEnabled, writeEnabled);
+    }
+    return 0;
+}
+
+int handleAccessControlSettingsInfo(yajl_val element, context_t* ctx) {
+    FnTrace trace(__FUNCTION__);
+    yajl_val group = tola_json::groupOf(element, "AccessControlSettings", yajl_t_object);
+    if (group == nullptr) {
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO AccessControlSettings Object in the JSON data", __FUNCTION__);
+        return 0;
+    }
+    for (size_t i = 0; i < group->u.object.len; ++i) {
+        if (tola_is_kind(group->u.object.values[i], yajl_t_object)) {
+            handleAccessControlEntryInfo(group->u.object.keys[i], group->u.object.values[i], ctx);
+        }
+    }
+    return 0;
+}
