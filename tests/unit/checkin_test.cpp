@@ -1,0 +1,153 @@
+// The check-in exchange: encryption into the envelope, the attempt loop, and the client's
+// preparation (interface and forced resolution).
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "app_fixture.h"
+#include "canned_http.h"
+#include "http_helper.h"
+#include "payload_cipher.h"
+
+using ardo::json;
+using tola_test::AppTest;
+using tola_test::CannedHttpServer;
+
+namespace {
+
+constexpr const char* kFactoryKey = "VeltraFactoryKey-2017";
+constexpr const char* kDeadUrl = "http://127.0.0.1:9/checkin";  // discard port: refused on loopback
+
+std::string Decrypt(const std::string& key, const std::string& text) {
+    char* plain = nullptr;
+    if (AesDecrypt(key.c_str(), text.c_str(), &plain) != 0 || plain == nullptr) {
+        return "";
+    }
+    std::string out = plain;
+    std::free(plain);
+    return out;
+}
+
+// The encrypted request inside an envelope of the sample's shape.
+std::string InnerOf(const std::string& envelope, const std::string& key) {
+    json j = json::parse(envelope, nullptr, false);
+    if (!j.is_object() || !j.contains("Request")) {
+        return "";
+    }
+    return Decrypt(key, j["Request"].get<std::string>());
+}
+
+class CheckInTest : public AppTest {};
+
+TEST_F(CheckInTest, RequestIsTrimmedAndEncryptedIntoTheEnvelope) {
+    struct Case {
+        const char* runtimeKey;
+        const char* usedKey;
+        const char* logged;
+    } cases[] = {
+        {"", kFactoryKey, "Encrypt request by using factory provisioned encryption key"},
+        {"k", "k", "Encrypt request by using encryption key obtained from the server"},
+    };
+    for (const Case& c : cases) {
+        tola_copy_text(app->RuntimeConfig().payloadEncryptionKey, c.runtimeKey);
+        app->RecordModemInformation();
+        std::string request = "\n {\"a\":1}\r\n\n\t\v\b ";
+        std::string checkIn = "{\"IMEI\":\"%IMEI%\",\"Request\":\"%ENCRYPTEDREQUEST%\"}";
+        EXPECT_TRUE(app->ProcessCheckIn(request, checkIn));
+        EXPECT_EQ(request, "{\"a\":1}");
+        EXPECT_EQ(json::parse(checkIn)["IMEI"], "356938035643809");
+        EXPECT_EQ(InnerOf(checkIn, c.usedKey), "{\"a\":1}");
+        EXPECT_NE(Log().find(c.logged), std::string::npos);
+    }
+}
+
+TEST_F(CheckInTest, NoPortalUrlMeansNoCheckIn) {
+    app->PerformCheckIn();
+    EXPECT_NE(Log().find("Don't perform check-in, device hasn't been activated"), std::string::npos);
+    EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallConnect").empty());
+}
+
+TEST_F(CheckInTest, FailedAttemptsFollowTheRetryCount) {
+    struct Case {
+        const char* retries;
+        size_t attempts;
+    } cases[] = {{"0", 1}, {"2", 3}, {"4294967295", 0}};
+    for (const Case& c : cases) {
+        SetConfigValue("CheckInFailedRetries", c.retries);
+        root.remove("/var/lib/ardo/calls.jsonl");
+        Activate(kDeadUrl);
+        size_t before = Count(Log(), "HTTP request failed");
+        app->PerformCheckIn();
+        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallConnect", 0).size(), c.attempts) << c.retries;
+        // Every failed attempt ends its data call (and then waits the retry interval).
+        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), c.attempts) << c.retries;
+        EXPECT_EQ(Count(Log(), "HTTP request failed") - before, c.attempts) << c.retries;
+        EXPECT_STREQ(Stored().lastCommand, "");
+    }
+}
+
+TEST_F(CheckInTest, UnparsableAnswerIsRetriedAtOnceOnTheSameCall) {
+    CannedHttpServer portal({"<html>not json</html>", R"({"ResultCode":1,"Version":"7"})"});
+    Activate(portal.url());
+    app->PerformCheckIn();
+    ASSERT_EQ(portal.bodies().size(), 2u);
+    EXPECT_EQ(Count(Log(), "HTTP request failed"), 0u);
+    EXPECT_EQ(Count(Log(), "Failed to parse Check-in Response"), 1u);
+    // Only the accepted answer ends the data call.
+    EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), 1u);
+    EXPECT_EQ(root.readFile("/opt/ardo/data/tola/tola_downloaded_config"), R"({"ResultCode":1,"Version":"7"})");
+    EXPECT_STREQ(Stored().lastCommand, "1");
+
+    // The request that reached the portal has every device placeholder filled.
+    std::string inner = InnerOf(portal.bodies()[0], kFactoryKey);
+    json request = json::parse(inner, nullptr, false);
+    ASSERT_TRUE(request.is_object()) << inner;
+    EXPECT_EQ(request["IMEI"], "356938035643809");
+    EXPECT_EQ(request["MDN"], "5551234567");
+    EXPECT_EQ(inner.find('%'), std::string::npos) << inner;
+}
+
+TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
+    struct Case {
+        const char* url;
+        const char* entry;
+    } cases[] = {
+        {"https://portal.tola.test/checkin", "portal.tola.test:443:127.0.0.1"},
+        {"HTTPS://portal.tola.test/checkin", "portal.tola.test:443:127.0.0.1"},
+        {"http://portal.tola.test/checkin", "portal.tola.test:80:127.0.0.1"},
+        {"https://portal.tola.test:8443", "portal.tola.test:8443:127.0.0.1"},
+        {"https://portal.tola.test", "portal.tola.test:443:127.0.0.1"},
+        {"http://10.1.2.3/x", "10.1.2.3:80:10.1.2.3"},
+        {"portal.tola.test/checkin", ""},  // no scheme: matches no pattern
+    };
+    ASSERT_TRUE(app->EstablishAdminApnCall(1));
+    for (const Case& c : cases) {
+        HttpHelper client;
+        app->PrepareRequest(client, c.url);
+        EXPECT_EQ(client.GetInterface(), "lo");
+        EXPECT_EQ(client.GetResolveEntry(), c.entry) << c.url;
+    }
+    EXPECT_EQ(Count(Log(), "Failed to get host name from url."), 1u);
+}
+
+TEST_F(CheckInTest, ResolutionFailuresLeaveTheSystemResolver) {
+    root.writeFile("/opt/ardo/tmp/router2/resolv_data_usage.conf", "# no servers\n");
+    HttpHelper client;
+    app->PrepareRequest(client, "https://unknown.tola.test/checkin");
+    EXPECT_EQ(client.GetResolveEntry(), "");
+    std::string log = Log();
+    for (int timeout : {2, 4, 8, 16}) {
+        EXPECT_NE(log.find("sys_resolveHostName(timeout=" + std::to_string(timeout) + ") failed"), std::string::npos);
+    }
+}
+
+TEST_F(CheckInTest, OtherDataCallTypesLeaveTheClientAlone) {
+    SetConfigValue("DataCallType", "1");
+    HttpHelper client;
+    app->PrepareRequest(client, "https://portal.tola.test/checkin");
+    EXPECT_EQ(client.GetInterface(), "");
+    EXPECT_EQ(client.GetResolveEntry(), "");
+    EXPECT_EQ(Log().find("[CALL_DNS]"), std::string::npos);
+}
+
+}  // namespace

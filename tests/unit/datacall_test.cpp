@@ -1,0 +1,117 @@
+// Data calls by DataCallType with scripted platform results, and the conditions for a
+// data-usage query.
+#include <gtest/gtest.h>
+
+#include "app_fixture.h"
+#include "sys_device.h"
+
+using ardo::json;
+using tola_test::AppTest;
+
+namespace {
+
+class DataCallTest : public AppTest {};
+
+TEST_F(DataCallTest, InternetCallAlreadyUpNeedsNoConnect) {
+    SetConfigValue("DataCallType", "1");
+    EXPECT_EQ(app->CheckDataCallAndConnect(), 0);
+    EXPECT_TRUE(Journal("sys_cellularDataConnect").empty());
+    EXPECT_EQ(Log().find("sleeping for 20 seconds"), std::string::npos);
+}
+
+TEST_F(DataCallTest, InternetCallBroughtUpOnTheOnlyAttemptStillCountsAsFailed) {
+    struct Case {
+        int statusAfterConnect;
+        bool routingWait;
+    } cases[] = {{2, true}, {0, false}};
+    SetConfigValue("DataCallType", "1");
+    for (const Case& c : cases) {
+        ardo::deviceStateSet("/data_call/internet/status", 0);
+        ardo::deviceStateSet("/data_call/internet/status_after_connect", c.statusAfterConnect);
+        size_t before = Count(Log(), "sleeping for 20 seconds");
+        EXPECT_EQ(app->CheckDataCallAndConnect(), 1);
+        EXPECT_EQ(Count(Log(), "sleeping for 20 seconds") - before, c.routingWait ? 1u : 0u);
+    }
+    EXPECT_EQ(Journal("sys_cellularDataConnect").size(), 2u);
+    // Two attempts allowed: a call that comes up on the first one is reported up.
+    ardo::deviceStateSet("/data_call/internet/status", 0);
+    ardo::deviceStateSet("/data_call/internet/status_after_connect", 2);
+    EXPECT_TRUE(app->EstablishInternetApnCall(2));
+    EXPECT_TRUE(app->EstablishInternetApnCall(0));
+}
+
+TEST_F(DataCallTest, AppsApnCallLearnsTheInterfaceByTheSizeProtocol) {
+    EXPECT_EQ(app->CheckDataCallAndConnect(), 0);
+    EXPECT_EQ(app->InterfaceName(), "lo");
+    auto connects = Journal("sys_cellularDataUsageAPNCallConnect", 0);
+    ASSERT_EQ(connects.size(), 1u);
+    EXPECT_EQ(connects[0]["args"]["call_id"], "tola_data_call_id");
+    app->EndRequest();
+    auto disconnects = Journal("sys_cellularDataUsageAPNCallDisconnect", 0);
+    ASSERT_EQ(disconnects.size(), 1u);
+    EXPECT_EQ(disconnects[0]["args"]["call_id"], "tola_data_call_id");
+
+    // A name far longer than any fixed buffer arrives whole.
+    std::string longName(300, 'x');
+    ardo::deviceStateSet("/data_call/apps_apn/interface", longName);
+    EXPECT_TRUE(app->EstablishAdminApnCall(1));
+    EXPECT_EQ(app->InterfaceName(), longName);
+}
+
+TEST_F(DataCallTest, AppsApnCallRetriesOnceThenGivesUp) {
+    struct Case {
+        json faults;
+        bool up;
+        size_t failuresLogged;
+    } cases[] = {
+        {json::array({1, 1}), false, 2},
+        {json::array({1}), true, 1},
+        {json::array({7, 7}), false, 2},  // "too small" without a size: nothing to allocate
+    };
+    for (const Case& c : cases) {
+        ardo::deviceStateSet("/faults/sys_cellularDataUsageAPNCallConnect", c.faults);
+        size_t before = Count(Log(), "sys_cellularDataUsageAPNCallConnect returned");
+        EXPECT_EQ(app->EstablishAdminApnCall(1), c.up) << c.faults;
+        EXPECT_EQ(Count(Log(), "sys_cellularDataUsageAPNCallConnect returned") - before, c.failuresLogged);
+        EXPECT_EQ(app->InterfaceName().empty(), !c.up);
+        ardo::deviceStateSet("/faults", json::object());
+    }
+    EXPECT_EQ(Count(Log(), "AdminAPNCallConnect failed"), 2u);
+}
+
+TEST_F(DataCallTest, EndRequestDisconnectsOnlyAnOpenAppsCall) {
+    app->EndRequest();  // nothing open
+    EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallDisconnect").empty());
+    SetConfigValue("DataCallType", "1");
+    app->EndRequest();  // the Internet call is never torn down
+    EXPECT_TRUE(Journal("sys_cellularDataDisconnect").empty());
+    EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallDisconnect").empty());
+}
+
+TEST_F(DataCallTest, DataUsageQueryPreconditions) {
+    struct Case {
+        const char* pointer;
+        json value;
+        bool allowed;
+        const char* logged;
+    } cases[] = {
+        {"/service/radio_technology", 5, true, "Device technology is 5. OK to contact"},
+        {"/service/radio_technology", 6, true, "Device technology is 6. OK to contact"},
+        {"/service/radio_technology", 3, false, "Device technology is 3. Cannot contact"},
+        {"/sim/carrier", 2, false, "SIM carrier is non-veltra 2"},
+        {"/faults/sys_getSIMCarrier", 4, false, "sys_getSIMCarrier returned 4"},
+        {"/service/status", 1, false, "No service. Cannot get data usage"},
+        {"/faults/sys_getCellularServiceStatus", 3, false, "sys_getCellularServiceStatus returned 3"},
+        {"/faults/sys_getCellularServiceStats", 6, false, "sys_getCellularServiceStats returned 6."},
+        {"/service/network", 1, false, "Device is in roaming network."},
+    };
+    json factory = ardo::deviceStateRead();
+    for (const Case& c : cases) {
+        ardo::deviceStateUpdate([&](json& s) { s = factory; });
+        ardo::deviceStateSet(c.pointer, c.value);
+        EXPECT_EQ(app->CheckPreconditionsForRequest(), c.allowed) << c.pointer;
+        EXPECT_NE(Log().find(c.logged), std::string::npos) << c.logged;
+    }
+}
+
+}  // namespace

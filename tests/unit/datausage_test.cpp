@@ -1,0 +1,111 @@
+// Data usage: the bounded wait for the service's notice and the texts derived from its plans.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <thread>
+
+#include "app_fixture.h"
+
+using ardo::json;
+using tola_test::AppTest;
+
+namespace {
+
+class DataUsageTest : public AppTest {
+protected:
+    void Notice(uint32_t status) { app->OnChannelNotify(TOLA_CHANNEL_DATA_USAGE, &status, sizeof status); }
+    std::string Filled() {
+        std::string checkIn, request = "%PLANTYPE%|%ALLOWANCE%|%UNIT%|%LINEUSAGE%|%TOTALSHRUSAGE%|%CYCLEENDDT%|"
+                                       "%USAGETIMESTAMP%|%PREPAYIND%";
+        app->ProcessRequest(checkIn, request);
+        return request;
+    }
+};
+
+TEST_F(DataUsageTest, NoticeWithStatusZeroEndsTheWait) {
+    SetConfigValue("DataUsageResponseWaitTime", "3600");  // an hour, compressed to 3.6 s
+    ardo::deviceStateSet("/data_usage/notice", "never");  // the test plays the service
+    std::thread service([this] {
+        while (Journal("dua_start_data_usage_script").empty()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        Notice(1);  // another status wakes nobody
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        Notice(0);
+    });
+    auto start = std::chrono::steady_clock::now();
+    app->GetUpdatedDataUsage();
+    auto waited = std::chrono::steady_clock::now() - start;
+    service.join();
+    EXPECT_TRUE(app->GotDataUsageInfo());
+    EXPECT_LT(waited, std::chrono::milliseconds(3600));  // did not sit out the whole wait
+    app->RecordDataUsageInformation();
+    EXPECT_EQ(Filled(), "Shared|50|GB|2.35|17.80|2024-05-31|2024-05-14T08:30:00Z|N");
+}
+
+TEST_F(DataUsageTest, WithoutANoticeTheWaitTimesOut) {
+    struct Case {
+        const char* notice;
+        int status;
+    } cases[] = {{"never", 0}, {"publish", 1}};
+    for (const Case& c : cases) {
+        ardo::deviceStateSet("/data_usage/notice", c.notice);
+        ardo::deviceStateSet("/data_usage/notice_status", c.status);
+        app->GetUpdatedDataUsage();
+        EXPECT_FALSE(app->GotDataUsageInfo());
+        EXPECT_NE(Log().find("no data usage info within 15 seconds"), std::string::npos);
+        app->RecordDataUsageInformation();
+        EXPECT_EQ(Filled().substr(0, 10), "%PLANTYPE%");
+    }
+}
+
+TEST_F(DataUsageTest, NoQueryWhenPreconditionsFail) {
+    ardo::deviceStateSet("/service/network", 1);  // roaming
+    Notice(0);                                     // a stale notice from before
+    app->GetUpdatedDataUsage();
+    EXPECT_FALSE(app->GotDataUsageInfo());
+    EXPECT_TRUE(Journal("dua_start_data_usage_script").empty());
+}
+
+TEST_F(DataUsageTest, PlanLinesGiveTheEightTexts) {
+    json line = {{"type", "Line"},   {"allowance", "10"},          {"unit", "GB"},
+                 {"usage", "2.35"}, {"cycle_end_date", "2024-05-31"}, {"prepay", "N"}};
+    json shared = {{"type", "Shared"}, {"allowance", "50"},          {"unit", "GB"},
+                   {"usage", "17.80"}, {"cycle_end_date", "2024-06-30"}, {"prepay", "Y"}};
+    json quoted = line;
+    quoted["usage"] = "2\"35";
+    json empty = line;
+    empty["unit"] = "";
+    struct Case {
+        json plans;
+        int status;
+        const char* expected;  // null: no valid figures
+    } cases[] = {
+        {json::array({line}), 0, "Line|10|GB|2.35|2.35|2024-05-31|2024-05-14T08:30:00Z|N"},
+        {json::array({shared, line}), 0, "Shared|50|GB|2.35|17.80|2024-06-30|2024-05-14T08:30:00Z|Y"},
+        {json::array({shared}), 0, nullptr},
+        {json::array(), 0, nullptr},
+        {json::array({line}), 3, nullptr},
+        {json::array({quoted}), 0, nullptr},
+        {json::array({empty}), 0, nullptr},
+        {json::array({"Line", 7, line}), 0, "Line|10|GB|2.35|2.35|2024-05-31|2024-05-14T08:30:00Z|N"},
+    };
+    for (const Case& c : cases) {
+        ardo::deviceStateSet("/data_usage/plans", c.plans);
+        ardo::deviceStateSet("/data_usage/status", c.status);
+        Notice(0);
+        app->RecordDataUsageInformation();
+        EXPECT_EQ(app->GotDataUsageInfo(), c.expected != nullptr) << c.plans;
+        if (c.expected != nullptr) {
+            EXPECT_EQ(Filled(), c.expected);
+        }
+    }
+    ardo::deviceStateSet("/data_usage/plans", json::array({line}));
+    ardo::deviceStateSet("/faults/dua_get_data_usage_info", 1);
+    Notice(0);
+    app->RecordDataUsageInformation();
+    EXPECT_FALSE(app->GotDataUsageInfo());
+}
+
+}  // namespace
