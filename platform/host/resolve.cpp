@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "device_state.h"
+#include "host_env.h"
 #include "sys_core.h"
 #include "sys_datacall.h"
 
@@ -107,12 +108,16 @@ double monotonicSeconds() {
     return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
 }
 
-// Asks the servers; false on any failure. The time-out is a network time-out and therefore
-// real time, not compressed.
+// Asks the servers; false on any failure. The agent's time-outs are device time, compressed like
+// every other wait, but never below kMinTimeoutMs so that a real name server can still answer.
+constexpr uint64_t kMinTimeoutMs = 250;
+
 bool dnsLookup(const std::string& name, const std::string& servers, int timeoutSeconds, std::vector<std::string>& out) {
     std::call_once(gAresInit, [] { ares_library_init(ARES_LIB_INIT_ALL); });
+    uint64_t timeoutMs =
+        std::max(kMinTimeoutMs, ardo::hostScaledMilliseconds(static_cast<uint64_t>(std::max(1, timeoutSeconds)) * 1000));
     struct ares_options options {};
-    options.timeout = std::max(1, timeoutSeconds) * 1000;
+    options.timeout = static_cast<int>(std::min<uint64_t>(timeoutMs, 60000));
     options.tries = 1;
     char lookups[] = "b";  // DNS only, never the PC's own /etc/hosts
     options.lookups = lookups;
@@ -130,7 +135,7 @@ bool dnsLookup(const std::string& name, const std::string& servers, int timeoutS
     struct ares_addrinfo_hints hints {};
     hints.ai_family = AF_UNSPEC;
     ares_getaddrinfo(channel, name.c_str(), nullptr, &hints, onAddrInfo, &lookup);
-    double deadline = monotonicSeconds() + std::max(1, timeoutSeconds);
+    double deadline = monotonicSeconds() + static_cast<double>(options.timeout) / 1000.0;
     while (!lookup.done) {
         double left = deadline - monotonicSeconds();
         if (left <= 0) {

@@ -19,7 +19,8 @@ public:
     CannedHttpServer& operator=(const CannedHttpServer&) = delete;
 
     int port() const { return mPort; }
-    std::string url() const { return "http://127.0.0.1:" + std::to_string(mPort) + "/checkin"; }
+    // Without a path, so that the check-in client reads host and port from it and needs no DNS.
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(mPort); }
     std::vector<std::string> bodies();
 
 private:

@@ -16,7 +16,7 @@ using tola_test::CannedHttpServer;
 namespace {
 
 constexpr const char* kFactoryKey = "VeltraFactoryKey-2017";
-constexpr const char* kDeadUrl = "http://127.0.0.1:9/checkin";  // discard port: refused on loopback
+constexpr const char* kDeadUrl = "http://127.0.0.1:9";  // discard port: refused on loopback
 
 std::string Decrypt(const std::string& key, const std::string& text) {
     char* plain = nullptr;

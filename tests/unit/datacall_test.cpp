@@ -37,7 +37,7 @@ TEST_F(DataCallTest, InternetCallBroughtUpOnTheOnlyAttemptStillCountsAsFailed) {
     ardo::deviceStateSet("/data_call/internet/status", 0);
     ardo::deviceStateSet("/data_call/internet/status_after_connect", 2);
     EXPECT_TRUE(app->EstablishInternetApnCall(2));
-    EXPECT_TRUE(app->EstablishInternetApnCall(0));
+    EXPECT_FALSE(app->EstablishInternetApnCall(0));  // no attempts allowed: never reported up
 }
 
 TEST_F(DataCallTest, AppsApnCallLearnsTheInterfaceByTheSizeProtocol) {

@@ -119,12 +119,13 @@ TEST(Http, FailedExchanges) {
         EXPECT_EQ(status, 0);
         EXPECT_EQ(answer, "");
     }
+    size_t received = plain.bodies().size();
     ardo::deviceStateSet("/faults/HttpHelper::ExecuteGetRequest", 1);
     HttpHelper client;
     std::string answer;
     int status = 0;
     EXPECT_EQ(client.ExecuteGetRequest(plain.url(), "x", answer, status), 1);
-    EXPECT_EQ(plain.bodies().size(), 0u);
+    EXPECT_EQ(plain.bodies().size(), received);
 }
 
 }  // namespace

@@ -169,6 +169,7 @@ TEST_F(ResponseTest, IntervalOverrideSetsTheTimer) {
 TEST_F(ResponseTest, MissingConfigurationIsConfirmedWithCodeTwo) {
     CannedHttpServer portal({R"({"ResultCode":1,"Version":"1"})"});
     Activate(portal.url());
+    app->RecordModemInformation();  // as the check-in did before the answer came
     std::string text = R"({"ResultCode":0,"Version":"5","EncryptedConfiguration":""})";
     EXPECT_FALSE(app->SaveConfiguration(text));
     ASSERT_EQ(portal.bodies().size(), 1u);
