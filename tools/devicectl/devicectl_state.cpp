@@ -5,11 +5,18 @@
 #include "device_state.h"
 #include "devicectl.h"
 
+namespace devicectl {
+int stateSet(const Args& args);
+}  // namespace devicectl
+
 namespace {
 
-const char* const kStateUsage = "state show   (print the device state JSON)";
+const char* const kStateUsage = "state show | state set PATH VALUE   (print or change the device state JSON)";
 
 int runState(const devicectl::Args& args) {
+    if (!args.empty() && args[0] == "set") {
+        return devicectl::stateSet(args);  // devicectl_notify.cpp
+    }
     if (args.empty() || args[0] != "show") {
         return devicectl::usageError(kStateUsage);
     }
