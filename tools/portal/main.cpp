@@ -46,9 +46,11 @@ void say(const std::string& line) {
 void installRoutes(httplib::Server& server, portal::PortalState& state, const std::string& scheme) {
     using httplib::Request;
     using httplib::Response;
-    server.Get("/admin/received", [&state](const Request& req, Response& res) {
+    auto received = [&state](const Request& req, Response& res) {
         res.set_content(state.Received(req.get_param_value("imei")).dump(2), "application/json");
-    });
+    };
+    server.Get("/admin/received", received);
+    server.Post("/admin/received", received);  // for clients that only POST
     server.Get("/admin/devices", [&state](const Request&, Response& res) {
         res.set_content(state.Devices().dump(2), "application/json");
     });

@@ -1,0 +1,185 @@
+// The real agent against the real portal over HTTPS on a private bus.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+#include <regex>
+
+#include <unistd.h>
+
+#include "device_state.h"
+#include "http_helper.h"
+#include "private_bus.h"
+#include "test_env.h"
+#include "tola_agent.h"
+
+using ardo::json;
+using tola_test::ChildProcess;
+using tola_test::PrivateBus;
+using tola_test::TempRoot;
+using tola_test::waitForText;
+
+namespace {
+
+class CheckInE2E : public ::testing::Test {
+protected:
+    void SetUp() override { unsetenv("ARDO_CA_FILE"); }
+    void TearDown() override {
+        agent.reset();
+        portal.reset();
+        unsetenv("ARDO_CA_FILE");
+    }
+
+    void StartPortal(const json& scenario) {
+        root.writeFile("/scenario.json", scenario.dump());
+        portalOut = root.dir() + "/portal.out";
+        portal = std::make_unique<ChildProcess>(
+            std::string(TOLA_BIN_DIR) + "/tola-portal",
+            std::vector<std::string>{"--dir", root.dir() + "/portal", "--scenario", root.path("/scenario.json")},
+            portalOut);
+        ASSERT_TRUE(waitForText(portalOut, "ready "));
+        std::smatch m;
+        std::string text = tola_test::readWholeFile(portalOut);
+        ASSERT_TRUE(std::regex_search(text, m, std::regex("http=(\\d+) https=(\\d+) ca=(\\S+)")));
+        httpPort = m[1];
+        httpsPort = m[2];
+        caFile = m[3];
+    }
+
+    // Stores the portal URL and a pending check-in, as an activated device has them.
+    void Activate(const std::string& url) {
+        TOLAAgent state;
+        ASSERT_EQ(state.Initialize(), 0);
+        tolaagent_runtime_config_t rc{};
+        state.GetRuntimeConfig(rc);
+        tola_copy_text(rc.checkInURL, url.c_str());
+        rc.checkInFlag = true;
+        state.SetRuntimeConfig(rc);
+        state.Uninitialize();
+    }
+
+    void StartAgent() {
+        agentOut = root.dir() + "/agent.out";
+        agent = std::make_unique<ChildProcess>(std::string(TOLA_BIN_DIR) + "/tola_agent", std::vector<std::string>{},
+                                               agentOut);
+    }
+    void StopAgent() {
+        agent->signal(SIGTERM);
+        int status = -1;
+        EXPECT_TRUE(agent->waitForExit(status, 10000));
+        agent.reset();
+    }
+
+    json Received() {
+        HttpHelper client;
+        client.SetTimeout(5);
+        std::string answer;
+        int status = 0;
+        client.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/received", "", answer, status);
+        json j = json::parse(answer, nullptr, false);
+        return j.is_array() ? j : json::array();
+    }
+    std::string Log() { return root.readFile("/var/log/tola.log"); }
+    std::string Acl() { return root.readFile("/opt/ardo/data/tola/acl_config.xml"); }
+
+    TempRoot root;
+    PrivateBus bus;
+    std::unique_ptr<ChildProcess> portal;
+    std::unique_ptr<ChildProcess> agent;
+    std::string portalOut, agentOut, httpPort, httpsPort, caFile;
+};
+
+TEST_F(CheckInE2E, PortalReceivesAFullyFilledRequestOverHttps) {
+    StartPortal(json::object());
+    setenv("ARDO_CA_FILE", caFile.c_str(), 1);
+    Activate("https://portal.tola.test:" + httpsPort);
+    StartAgent();
+    ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << tola_test::readWholeFile(agentOut);
+    StopAgent();
+    json received = Received();
+    ASSERT_GE(received.size(), 1u);
+    const json& first = received[0];
+    EXPECT_EQ(first["kind"], "checkin");
+    EXPECT_EQ(first["imei"], "356938035643809");
+    EXPECT_EQ(first["key"], "factory");
+    ASSERT_TRUE(first["request"].is_object());
+    EXPECT_EQ(first["request"].dump().find('%'), std::string::npos) << first["request"].dump();
+    EXPECT_EQ(first["request"]["MDN"], "5551234567");
+    EXPECT_NE(Acl().find("<LastCommand>1</LastCommand>"), std::string::npos) << Acl();
+}
+
+TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
+    struct Case {
+        json answer;
+        const char* expected;
+    } cases[] = {
+        {{{"ResultCode", 95}, {"Version", "3"}, {"DeviceEncryptionKey", "key-from-portal"}},
+         "<PayloadEncryptionKey>key-from-portal</PayloadEncryptionKey>"},
+        {{{"ResultCode", 97}, {"Version", "3"}, {"CheckInUrl", "https://moved.tola.test/checkin"}},
+         "<CheckInURL>https://moved.tola.test/checkin</CheckInURL>"},
+        {{{"ResultCode", 99}, {"Version", "3"}}, "<LastCommand>99</LastCommand>"},
+    };
+    StartPortal(json::object());
+    setenv("ARDO_CA_FILE", caFile.c_str(), 1);
+    for (const Case& c : cases) {
+        root.remove("/opt/ardo/data/tola/acl_config.xml");
+        root.remove("/opt/ardo/data/tola/acl_config.xml.bkp");
+        Activate("https://portal.tola.test:" + httpsPort);
+        HttpHelper admin;
+        std::string answer;
+        int status = 0;
+        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/answers", c.answer.dump(), answer, status);
+        ASSERT_EQ(status, 200);
+        size_t before = Received().size();
+        StartAgent();
+        for (int i = 0; i < 200 && Received().size() == before; ++i) {
+            usleep(50 * 1000);
+        }
+        ASSERT_GT(Received().size(), before) << c.answer;
+        ASSERT_TRUE(waitForText(root.path("/opt/ardo/data/tola/acl_config.xml"), c.expected, 10000))
+            << c.answer << Acl();
+        StopAgent();
+        if (c.answer["ResultCode"] == 99) {
+            EXPECT_NE(Acl().find("<CheckInFlag>"), std::string::npos);
+            TOLAAgent state;
+            ASSERT_EQ(state.Initialize(), 0);
+            tolaagent_runtime_config_t rc{};
+            state.GetRuntimeConfig(rc);
+            EXPECT_FALSE(rc.checkInFlag);
+            state.Uninitialize();
+        }
+    }
+}
+
+TEST_F(CheckInE2E, PortalDownGivesTheConfiguredAttempts) {
+    Activate("https://portal.tola.test:9");  // nothing listens there
+    StartAgent();
+    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Checking server - attempt [3]", 20000));
+    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Disconnecting apps APN call", 5000));
+    usleep(500 * 1000);  // a fourth attempt would follow within the compressed retry wait
+    StopAgent();
+    EXPECT_EQ(Log().find("Checking server - attempt [4]"), std::string::npos);
+    size_t failed = 0;
+    std::string log = Log();
+    for (size_t at = log.find("HTTP request failed"); at != std::string::npos;
+         at = log.find("HTTP request failed", at + 1)) {
+        ++failed;
+    }
+    EXPECT_EQ(failed, 3u);
+}
+
+TEST_F(CheckInE2E, UntrustedCertificateIsRefused) {
+    StartPortal(json::object());
+    // ARDO_CA_FILE unset: the self-signed certificate is trusted by nobody.
+    Activate("https://portal.tola.test:" + httpsPort);
+    StartAgent();
+    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Checking server - attempt [3]", 20000));
+    StopAgent();
+    for (const json& r : Received()) {
+        EXPECT_NE(r.value("kind", ""), "checkin");
+    }
+    EXPECT_NE(Log().find("HTTP request failed"), std::string::npos);
+}
+
+}  // namespace
