@@ -1,0 +1,317 @@
+// TOLAApp start-up and stop on a simulated device with a private bus: the boot-time decisions,
+// the interval choice, the failure paths and the stop sequence.
+#include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "device_state.h"
+#include "private_bus.h"
+#include "sys_core.h"
+#include "test_env.h"
+#include "tola_app.h"
+#include "vorn_dbg.h"
+
+namespace {
+
+const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
+const std::string kMarker = "/opt/ardo/data/tola/restore_ace_defaults";
+const std::string kConfigFile = "/opt/ardo/etc/tola/config.xml";
+
+size_t countOf(const std::string& text, const std::string& what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
+        ++n;
+    }
+    return n;
+}
+
+// A second client on the device's bus that records the integer notices it sees.
+class BusListener {
+public:
+    BusListener() {
+        sd_bus_new(&mBus);
+        sd_bus_set_address(mBus, std::getenv("ARDO_BUS_ADDRESS"));
+        sd_bus_set_bus_client(mBus, 1);
+        mStarted = sd_bus_start(mBus) >= 0 &&
+                   sd_bus_add_match(mBus, nullptr, "type='signal',interface='com.ardo.Msgbus1',member='Notify'",
+                                    &BusListener::OnSignal, this) >= 0;
+    }
+    ~BusListener() { sd_bus_flush_close_unref(mBus); }
+    bool started() const { return mStarted; }
+
+    // Processes what arrives during the given real time.
+    void collect(int milliseconds) {
+        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+        while (std::chrono::steady_clock::now() < end) {
+            if (sd_bus_process(mBus, nullptr) <= 0) {
+                sd_bus_wait(mBus, 20000);
+            }
+        }
+    }
+    const std::vector<std::pair<std::string, int>>& notices() const { return mNotices; }
+
+private:
+    static int OnSignal(sd_bus_message* message, void* self, sd_bus_error*) {
+        const char* channel = nullptr;
+        int value = 0;
+        if (sd_bus_message_read(message, "s", &channel) >= 0 && sd_bus_message_read(message, "v", "i", &value) >= 0) {
+            static_cast<BusListener*>(self)->mNotices.emplace_back(channel, value);
+        }
+        return 0;
+    }
+    sd_bus* mBus = nullptr;
+    bool mStarted = false;
+    std::vector<std::pair<std::string, int>> mNotices;
+};
+
+class StartupTest : public ::testing::Test {
+protected:
+    void SetUp() override { vorn_dbg_stop(); }
+    void TearDown() override { vorn_dbg_stop(); }
+
+    std::string log() const { return root->readFile("/var/log/tola.log"); }
+
+    // Leaves an acl_config.xml as an earlier run would have.
+    void storeRecord(const tolaagent_runtime_config_t& record) {
+        TOLAAgent agent;
+        agent.Initialize();
+        agent.SetRuntimeConfig(record);
+    }
+    static tolaagent_runtime_config_t defaults() {
+        tolaagent_runtime_config_t record{};
+        tola_copy_text(record.version, "0");
+        return record;
+    }
+    // Runs the stop sequence of a started app the way the quit signal does.
+    static void stop(TOLAApp& app) {
+        std::thread quit([&app] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            app.SignalQuit();
+        });
+        EXPECT_EQ(0, app.Run());
+        quit.join();
+        EXPECT_EQ(0, app.Shutdown());
+    }
+    void newRoot() {
+        root.reset();
+        root = std::make_unique<tola_test::TempRoot>();
+        vorn_dbg_stop();
+    }
+
+    tola_test::PrivateBus bus;
+    std::unique_ptr<tola_test::TempRoot> root = std::make_unique<tola_test::TempRoot>();
+};
+
+TEST_F(StartupTest, AppliedSettingsAreAnnouncedOnce) {
+    tolaagent_runtime_config_t record = defaults();
+    record.aclConfigStatus = 2;
+    storeRecord(record);
+    BusListener listener;
+    ASSERT_TRUE(listener.started());
+    {
+        TOLAApp app;
+        ASSERT_EQ(0, app.Initialize());
+        listener.collect(300);
+        stop(app);
+    }
+    std::vector<std::pair<std::string, int>> expected = {{"ardo.tola.new.settings", 1}};
+    EXPECT_EQ(expected, listener.notices());
+    EXPECT_NE(std::string::npos, root->readFile(kAclFile).find("<AclConfigStatus>0</AclConfigStatus>"));
+
+    // The next start has nothing to announce.
+    BusListener second;
+    {
+        TOLAApp app;
+        ASSERT_EQ(0, app.Initialize());
+        second.collect(200);
+        stop(app);
+    }
+    EXPECT_TRUE(second.notices().empty());
+}
+
+TEST_F(StartupTest, ManualFactoryResetMarker) {
+    struct Case {
+        const char* marker;  // nullptr: no marker file
+        bool checkInFlag;
+        bool reset;
+    } cases[] = {
+        {"true", false, true},         {"true\n", false, true},   {"  true\r\n", false, true},
+        {"\t\btrue\v\n\n", false, true}, {"true\n", true, true},  {"True", false, false},
+        {"false", false, false},       {"tru e", false, false},   {"", false, false},
+        {nullptr, false, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.marker ? c.marker : "(none)") + (c.checkInFlag ? " flag" : ""));
+        newRoot();
+        tolaagent_runtime_config_t record = defaults();
+        record.checkInFlag = c.checkInFlag;
+        // Without a portal URL the check-in that a set flag starts ends at once.
+        tola_copy_text(record.checkInURL, c.checkInFlag ? "" : "http://portal.tola.test/");
+        tola_copy_text(record.payloadEncryptionKey, "key");
+        tola_copy_text(record.lastCheckInDate, "2020-01-01T00:00:00");
+        tola_copy_text(record.version, "12");
+        {
+            TOLAAgent agent;
+            agent.Initialize();
+            agent.SetACEProperties("Item", true, true);
+            agent.SetRuntimeConfig(record);
+        }
+        if (c.marker != nullptr) {
+            root->writeFile(kMarker, c.marker);
+        }
+        {
+            TOLAApp app;
+            ASSERT_EQ(0, app.Initialize());
+            stop(app);
+        }
+        std::string file = root->readFile(kAclFile);
+        bool urlKept = file.find("<CheckInURL>http://portal.tola.test/</CheckInURL>") != std::string::npos;
+        if (c.reset) {
+            EXPECT_EQ("false", root->readFile(kMarker));
+            EXPECT_NE(std::string::npos, file.find("<Version>0</Version>"));
+            EXPECT_EQ(std::string::npos, file.find("<ACE>"));
+            // With a pending check-in the portal's values are kept; otherwise they are dropped.
+            EXPECT_EQ(c.checkInFlag, file.find("<PayloadEncryptionKey>key</PayloadEncryptionKey>") != std::string::npos);
+            if (!c.checkInFlag) {
+                EXPECT_FALSE(urlKept);
+                EXPECT_NE(std::string::npos, file.find("<LastCheckInDate></LastCheckInDate>"));
+            }
+            EXPECT_EQ(1u, countOf(log(), c.checkInFlag ? "MANUAL FACTORY RESET : Check In Flag is true"
+                                                       : "MANUAL FACTORY RESET : check In Flag is false"));
+        } else {
+            EXPECT_TRUE(urlKept || c.checkInFlag);
+            EXPECT_NE(std::string::npos, file.find("<Version>12</Version>"));
+            EXPECT_NE(std::string::npos, file.find("<ACE>"));
+            EXPECT_EQ(0u, countOf(log(), "MANUAL FACTORY RESET"));
+        }
+    }
+}
+
+TEST_F(StartupTest, CheckInIntervalChoice) {
+    struct Case {
+        bool override;
+        uint32_t runtimeHours;
+        const char* configHours;
+        uint32_t expectedSeconds;
+    } cases[] = {
+        {true, 5, "24", 18000},  {true, 5, "0", 18000},  {false, 7, "3", 10800},
+        {false, 0, "0", 86400},  {true, 0, "24", 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.runtimeHours) + "/" + c.configHours);
+        newRoot();
+        std::string xml = root->readFile(kConfigFile);
+        size_t open = xml.find("<CheckInInterval>") + std::string("<CheckInInterval>").size();
+        xml.replace(open, xml.find("</CheckInInterval>") - open, c.configHours);
+        root->writeFile(kConfigFile, xml);
+        tolaagent_runtime_config_t record = defaults();
+        record.checkInIntervalOverrideFlag = c.override;
+        record.checkInInterval = c.runtimeHours;
+        storeRecord(record);
+        TOLAApp app;
+        ASSERT_EQ(0, app.Initialize());
+        EXPECT_EQ(c.expectedSeconds, app.CheckInTimer().GetInterval());
+        stop(app);
+    }
+}
+
+TEST_F(StartupTest, ConfigurationValuesReachTheApp) {
+    struct Case {
+        const char* waitTime;
+        uint32_t expected;
+    } cases[] = {{"0", 15}, {"7", 7}};
+    for (const Case& c : cases) {
+        std::string xml = root->readFile(kConfigFile);
+        size_t open = xml.find("<DataUsageResponseWaitTime>") + std::string("<DataUsageResponseWaitTime>").size();
+        xml.replace(open, xml.find("</DataUsageResponseWaitTime>") - open, c.waitTime);
+        root->writeFile(kConfigFile, xml);
+        TOLAApp app;
+        EXPECT_TRUE(app.ReadSettings());
+        EXPECT_EQ(c.expected, app.DataUsageWaitSeconds());
+    }
+}
+
+TEST_F(StartupTest, FailuresStopTheStartUp) {
+    {
+        root->remove(kConfigFile);
+        TOLAApp app;
+        EXPECT_EQ(1, app.Initialize());
+        EXPECT_EQ(1u, countOf(log(), "Failed to open configuration file: "));
+        EXPECT_EQ(1u, countOf(log(), "Failed to read settings for agent"));
+    }
+    {
+        newRoot();
+        std::string xml = root->readFile(kConfigFile);
+        root->writeFile(kConfigFile, xml.substr(0, xml.find("<DataCallType>")) + "</Config>\n");
+        TOLAApp app;
+        EXPECT_EQ(1, app.Initialize());
+        EXPECT_EQ(1u, countOf(log(), "Failed to read agent configuration : retcode "));
+        EXPECT_EQ(1u, countOf(log(), "Failed to read settings for agent"));
+    }
+    {
+        newRoot();
+        std::string saved = std::getenv("ARDO_BUS_ADDRESS");
+        setenv("ARDO_BUS_ADDRESS", ("unix:path=" + root->dir() + "/no-bus").c_str(), 1);
+        TOLAApp app;
+        int rc = app.Initialize();
+        setenv("ARDO_BUS_ADDRESS", saved.c_str(), 1);
+        EXPECT_EQ(1, rc);
+        EXPECT_EQ(1u, countOf(log(), "Failed to initialize msgbus"));
+        EXPECT_EQ(0u, countOf(log(), "We are in business now"));
+    }
+}
+
+TEST_F(StartupTest, StopSequenceUnregistersAndEndsTheSession) {
+    tolaagent_runtime_config_t record = defaults();
+    record.factoryResetFlag = true;
+    storeRecord(record);
+    TOLAApp app;
+    ASSERT_EQ(0, app.Initialize());
+    EXPECT_EQ(true, ardo::deviceStateValue<bool>("/watchdog/registered/tola", false));
+    EXPECT_NE(std::string::npos, root->readFile(kAclFile).find("<FactoryResetFlag>false</FactoryResetFlag>"));
+    EXPECT_EQ(1u, countOf(log(), "No need to Check-in "));
+    // A quit signalled before the wait is not lost.
+    app.SignalQuit();
+    EXPECT_EQ(0, app.Run());
+    EXPECT_EQ(0, app.Shutdown());
+    EXPECT_EQ(false, ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
+    std::string text = log();
+    EXPECT_EQ(1u, countOf(text, "TOLA started"));
+    EXPECT_EQ(1u, countOf(text, "Unregistering tola with watchdog"));
+}
+
+TEST_F(StartupTest, ClockChangeIsSubscribedOnlyWhileTheClockIsUnset) {
+    // The device boots with its clock in 1980.
+    ardo::deviceStateSet("/clock/offset_seconds", static_cast<long long>(315532800 - std::time(nullptr)));
+    TOLAApp app;
+    ASSERT_EQ(0, app.Initialize());
+    std::string emit = "busctl --address='" + bus.address() +
+                       "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv modem2.time_change ay 1 7";
+    ASSERT_EQ(0, std::system(emit.c_str()));
+    ASSERT_TRUE(tola_test::waitForText(root->path("/var/log/tola.log"), "on channel modem2.time_change", 5000));
+    EXPECT_EQ(0u, countOf(log(), "Got Valid Time info from Channel"));  // still 1980
+    ardo::deviceStateSet("/clock/offset_seconds", 0LL);
+    ASSERT_EQ(0, std::system(emit.c_str()));
+    EXPECT_TRUE(tola_test::waitForText(root->path("/var/log/tola.log"), "Got Valid Time info from Channel", 5000));
+    stop(app);
+}
+
+TEST_F(StartupTest, ClockChangeIsIgnoredWithAValidClock) {
+    TOLAApp app;
+    ASSERT_EQ(0, app.Initialize());
+    std::string emit = "busctl --address='" + bus.address() + "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv ";
+    ASSERT_EQ(0, std::system((emit + "modem2.time_change ay 1 7").c_str()));
+    ASSERT_EQ(0, std::system((emit + "sms.msg.tola s marker").c_str()));
+    ASSERT_TRUE(tola_test::waitForText(root->path("/var/log/tola.log"), "received string data [marker]", 5000));
+    EXPECT_EQ(0u, countOf(log(), "modem2.time_change"));
+    stop(app);
+}
+
+}  // namespace
