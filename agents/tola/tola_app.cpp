@@ -37,6 +37,14 @@ TOLAApp::TOLAApp()
 
 TOLAApp::~TOLAApp() {
     TOLA_TRACE();
+    // The timer and bus threads call back into this object: stop them before its members go
+    // (after a completed Run this finds them stopped already).
+    checkInTimer.Shutdown();
+    watchdogTimer.Shutdown();
+    checkInTimer.WaitForCompletion();
+    watchdogTimer.WaitForCompletion();
+    msgbusSubscriber.Uninitialize();
+    msgbusPublisher.Uninitialize();
     pthread_mutex_destroy(&dataUsageMutex);
     pthread_cond_destroy(&dataUsageCondition);
 }

@@ -1,0 +1,233 @@
+// Check-in scheduling: the timer callback, re-arming after a check-in, the time left after a
+// clock change, and the bus notices that steer them.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+#include "app_fixture.h"
+#include "device_state.h"
+#include "sys_core.h"
+
+namespace {
+
+// The device clock plus an offset, as the agent writes dates.
+std::string deviceDate(long long offsetSeconds) {
+    time_t t = sys_time() + static_cast<time_t>(offsetSeconds);
+    struct tm broken {};
+    gmtime_r(&t, &broken);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &broken);
+    return text;
+}
+
+void setDeviceYear1980() {
+    ardo::deviceStateSet("/clock/offset_seconds", static_cast<long long>(315532800 - std::time(nullptr)));
+}
+
+class SchedulingTest : public tola_test::AppTest {
+protected:
+    void setLastCheckIn(const std::string& date, uint32_t hours) {
+        tolaagent_runtime_config_t& record = app->RuntimeConfig();
+        tola_copy_text(record.lastCheckInDate, date.c_str());
+        record.checkInInterval = hours;
+        app->Agent().SetRuntimeConfig(record);
+    }
+    void notify(const std::string& channel, const void* data, int length) {
+        app->OnChannelNotify(channel, const_cast<void*>(data), length);
+    }
+};
+
+TEST_F(SchedulingTest, RemainingSecondsSinceTheLastCheckIn) {
+    struct Case {
+        const char* name;
+        std::string lastDate;
+        uint32_t hours;
+        unsigned long long expected;
+    } cases[] = {
+        {"10 hours ago, period 24 hours", deviceDate(-36000), 24, 50400},
+        {"with a zone letter", deviceDate(-36000) + "Z", 24, 50400},
+        {"1 hour ago, period 1000 hours", deviceDate(-3600), 1000, 3596400},
+        {"period over", deviceDate(-30 * 3600), 24, 0},
+        {"no portal interval", deviceDate(-36000), 0, 0},
+        {"in the future", deviceDate(3600), 24, 0},
+        {"empty", "", 24, 0},
+        {"malformed", "yesterday", 24, 0},
+        {"too few fields", "2017-03-09", 24, 0},
+        {"separators only", "--::TZ", 24, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        setLastCheckIn(c.lastDate, c.hours);
+        unsigned long long remaining = 0;
+        EXPECT_EQ(0, app->getRemainingSeconds(remaining));
+        // The device clock may tick between the two readings.
+        EXPECT_NEAR(static_cast<double>(c.expected), static_cast<double>(remaining), 2.0);
+    }
+    EXPECT_NE(std::string::npos, Log().find("remainingSeconds [0]"));
+}
+
+TEST_F(SchedulingTest, RemainingDays) {
+    setLastCheckIn(deviceDate(-50 * 3600), 7 * 24);
+    int days = -1;
+    EXPECT_EQ(0, app->getRemainingDays(days));
+    EXPECT_EQ(5, days);
+    EXPECT_EQ(1u, Count(Log(), "days [2] remainingDays [5]"));
+}
+
+TEST_F(SchedulingTest, WithoutNetworkTimeNothingIsComputed) {
+    ardo::deviceStateSet("/network_time/available", false);
+    setLastCheckIn(deviceDate(-36000), 24);
+    unsigned long long remaining = 7;
+    EXPECT_EQ(1, app->getRemainingSeconds(remaining));
+    EXPECT_EQ(7u, remaining);
+    int days = 9;
+    EXPECT_EQ(1, app->getRemainingDays(days));
+    EXPECT_EQ(9, days);
+    std::string log = Log();
+    EXPECT_EQ(1u, Count(log, "getNetworkTime failed during calculating remaining seconds rc [1]"));
+    EXPECT_EQ(1u, Count(log, "getNetworkTime failed during caluculating remaning days rc [1]"));
+}
+
+TEST_F(SchedulingTest, CompletedCheckInStampsTheDateAndRearmsThePeriod) {
+    struct Case {
+        bool override;
+        uint32_t runtimeHours;
+        uint32_t configHours;
+        uint32_t expectedSeconds;
+    } cases[] = {
+        {false, 5, 24, 86400}, {true, 5, 24, 18000}, {false, 5, 0, 0}, {true, 0, 24, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.runtimeHours) + "/" + std::to_string(c.configHours));
+        app->MutableConfig().checkInInterval = c.configHours;
+        app->RuntimeConfig().checkInIntervalOverrideFlag = c.override;
+        app->RuntimeConfig().checkInInterval = c.runtimeHours;
+        std::string before = deviceDate(0);
+        EXPECT_EQ(0, app->resetMaintenanceThread());
+        std::string after = deviceDate(0);
+        EXPECT_EQ(c.expectedSeconds, app->CheckInTimer().GetInterval());
+        std::string stamped = Stored().lastCheckInDate;
+        EXPECT_TRUE(stamped == before || stamped == after) << stamped;
+        EXPECT_NE(std::string::npos, root.readFile("/opt/ardo/data/tola/acl_config.xml")
+                                         .find("<LastCheckInDate>" + stamped + "</LastCheckInDate>"));
+    }
+}
+
+TEST_F(SchedulingTest, CheckInTimerWaitsForTheModemOnceCarriedByTheRecord) {
+    const std::string bootWait = "during bootup performing check-in with server, so sleep for 120 seconds to modem up.";
+    const std::string flagTrue = "Check-In flag true, performing check-in with server.";
+    // Flag clear: nothing happens.
+    EXPECT_FALSE(app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID));
+    EXPECT_EQ(1u, Count(Log(), "Check-In flag false, no need to Check-in"));
+    EXPECT_EQ(0u, Count(Log(), flagTrue));
+
+    // Flag set (no portal URL, so the check-in itself ends at once).
+    tolaagent_runtime_config_t& record = app->RuntimeConfig();
+    record.checkInFlag = true;
+    app->Agent().SetRuntimeConfig(record);
+    app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
+    EXPECT_EQ(1u, Count(Log(), bootWait));
+    // Nothing stored the field: the agent's copy still says the wait is due.
+    app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
+    EXPECT_EQ(2u, Count(Log(), bootWait));
+    // Once a store has carried the field to the agent, later events skip the wait.
+    record = app->RuntimeConfig();
+    record.bootupWaitDone = true;
+    app->Agent().SetRuntimeConfig(record);
+    app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
+    EXPECT_EQ(2u, Count(Log(), bootWait));
+    EXPECT_EQ(3u, Count(Log(), flagTrue));
+    EXPECT_EQ(4u, Count(Log(), "Initiating check-in due to TOLA timer expiry or portal Invocation, timerid:3456"));
+    // The field never reaches the file.
+    EXPECT_EQ(std::string::npos, root.readFile("/opt/ardo/data/tola/acl_config.xml").find("ootup"));
+}
+
+TEST_F(SchedulingTest, WatchdogTimerSendsKeepAlives) {
+    app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
+    app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
+    EXPECT_EQ(2, ardo::deviceStateValue<int>("/watchdog/keepalives/tola", 0));
+    EXPECT_EQ(0u, Count(Log(), "Initiating check-in"));
+    EXPECT_EQ(2u, Count(Log(), "END returning 0, timerID:6543"));
+}
+
+TEST_F(SchedulingTest, DataUsageNoticeWakesOnlyOnStatusZero) {
+    const int32_t zero = 0;
+    const int32_t one = 1;
+    const uint8_t shortData[2] = {0, 0};
+    struct Case {
+        const char* name;
+        const char* channel;
+        const void* data;
+        int length;
+        bool wakes;
+    } cases[] = {
+        {"status 1", TOLA_CHANNEL_DATA_USAGE, &one, 4, false},
+        {"no data", TOLA_CHANNEL_DATA_USAGE, nullptr, 4, false},
+        {"shorter than a word", TOLA_CHANNEL_DATA_USAGE, shortData, 2, false},
+        {"other channel", "some.other.channel", &zero, 4, false},
+        {"status 0", TOLA_CHANNEL_DATA_USAGE, &zero, 4, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        notify(c.channel, c.data, c.length);
+        EXPECT_EQ(c.wakes, app->GotDataUsageInfo());
+    }
+    EXPECT_EQ(1u, Count(Log(), "Got updated data usage info from server, mGotDataUsageInfo = 1"));
+}
+
+TEST_F(SchedulingTest, TextAndIntegerNoticesAreLogged) {
+    app->OnChannelNotify("other.channel", std::string("hello"));
+    app->OnChannelNotify(TOLA_CHANNEL_SMS, std::string("<TOLA><abc>"));
+    app->OnChannelNotify(TOLA_CHANNEL_NEW_SETTINGS, 1);
+    std::string log = Log();
+    EXPECT_EQ(1u, Count(log, "received string data [hello] on channel other.channel"));
+    EXPECT_EQ(1u, Count(log, "Unmapped channel-category detected! Channel is other.channel"));
+    EXPECT_EQ(1u, Count(log, "received string data [<TOLA><abc>] on channel sms.msg.tola"));
+    EXPECT_EQ(1u, Count(log, "Unmapped channel-category detected!"));
+    EXPECT_EQ(1u, Count(log, "received int data [1] on channel ardo.tola.new.settings"));
+}
+
+TEST_F(SchedulingTest, FirstValidClockNoticeRearmsTheCheckInTimer) {
+    const uint8_t payload[3] = {1, 2, 3};
+    setLastCheckIn(deviceDate(-36000), 24);
+    // A notice while the clock still shows 1980 is ignored and does not count.
+    setDeviceYear1980();
+    notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
+    EXPECT_EQ(0u, Count(Log(), "Got Valid Time info"));
+    ardo::deviceStateSet("/clock/offset_seconds", 0LL);
+    app->CheckInTimer().SetInterval(86400);
+    notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
+    EXPECT_EQ(1u, Count(Log(), "Got Valid Time info from Channel modem2.time_change"));
+    EXPECT_NEAR(50400.0, static_cast<double>(app->CheckInTimer().GetInterval()), 2.0);
+    // Later notices change nothing.
+    app->CheckInTimer().SetInterval(1234);
+    notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
+    EXPECT_EQ(1234u, app->CheckInTimer().GetInterval());
+    EXPECT_EQ(1u, Count(Log(), "Got Valid Time info"));
+}
+
+TEST_F(SchedulingTest, ClockNoticeWithNothingLeftChecksInWhenFlagged) {
+    struct Case {
+        bool checkInFlag;
+        const char* expectedLine;
+    } cases[] = {
+        {false, "CheckIn Flag false, No need to Check-in "},
+        {true, "Network is updated and timer expired, so performing check-in Now"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.expectedLine);
+        Stop();
+        Start();
+        tolaagent_runtime_config_t& record = app->RuntimeConfig();
+        record.checkInFlag = c.checkInFlag;
+        app->Agent().SetRuntimeConfig(record);
+        app->CheckInTimer().SetInterval(777);
+        notify(TOLA_CHANNEL_TIME_CHANGE, nullptr, 0);  // no last check-in: nothing left
+        EXPECT_EQ(1u, Count(Log(), c.expectedLine));
+        EXPECT_EQ(777u, app->CheckInTimer().GetInterval());
+    }
+}
+
+}  // namespace
