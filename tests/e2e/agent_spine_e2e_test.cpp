@@ -1,0 +1,136 @@
+// The real tola_agent on a simulated device with a private bus: start-up, the quit signals,
+// a failed start, and what tola-devicectl shows of the agent's shared list and cipher.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "device_state.h"
+#include "private_bus.h"
+#include "test_env.h"
+
+namespace {
+
+const std::string kAgent = std::string(TOLA_BIN_DIR) + "/tola_agent";
+const std::string kDevicectl = std::string(TOLA_BIN_DIR) + "/tola-devicectl";
+const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
+
+// Output of a shell command run with the test's environment.
+std::string run(const std::string& command, int* status = nullptr) {
+    FILE* pipe = popen(command.c_str(), "r");
+    std::string out;
+    char buffer[4096];
+    size_t n;
+    while (pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+        out.append(buffer, n);
+    }
+    int rc = pipe != nullptr ? pclose(pipe) : -1;
+    if (status != nullptr) {
+        *status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    }
+    return out;
+}
+
+class AgentSpineE2E : public ::testing::Test {
+protected:
+    void SetUp() override { setenv("ARDO_LOG_STDERR", "1", 1); }
+    void TearDown() override { unsetenv("ARDO_LOG_STDERR"); }
+    std::string output() const { return root.dir() + "/agent.out"; }
+
+    tola_test::TempRoot root;
+    tola_test::PrivateBus bus;
+};
+
+TEST_F(AgentSpineE2E, QuitSignalsRunTheStopSequence) {
+    for (int sig : {SIGTERM, SIGINT}) {
+        SCOPED_TRACE(sig);
+        std::string out = output() + std::to_string(sig);
+        int status = -100;
+        {
+            tola_test::ChildProcess agent(kAgent, {}, out);
+            ASSERT_TRUE(tola_test::waitForText(out, "TOLA started"));
+            EXPECT_TRUE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", false));
+            agent.signal(sig);
+            ASSERT_TRUE(agent.waitForExit(status, 10000));
+        }
+        EXPECT_EQ(0, status);
+        std::string text = tola_test::readWholeFile(out);
+        EXPECT_NE(std::string::npos, text.find("[TOLA]:[INFO] - Starting TOLA Agent"));
+        EXPECT_NE(std::string::npos, text.find("[TOLA]:[NOTICE] - All initialization is done. We are in business now"));
+        EXPECT_NE(std::string::npos, text.find("Unregistering tola with watchdog"));
+        EXPECT_NE(std::string::npos, text.find("[TOLA]:[INFO] - End TOLA Agent"));
+        EXPECT_FALSE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
+        EXPECT_EQ(0, ardo::deviceStateValue<int>("/sdk/sessions", -1));
+        EXPECT_TRUE(root.exists(kAclFile));
+    }
+}
+
+TEST_F(AgentSpineE2E, FailedStartStillEndsWithStatusZero) {
+    root.remove("/opt/ardo/etc/tola/config.xml");
+    tola_test::ChildProcess agent(kAgent, {}, output());
+    int status = -100;
+    ASSERT_TRUE(agent.waitForExit(status, 10000));
+    EXPECT_EQ(0, status);
+    std::string text = tola_test::readWholeFile(output());
+    EXPECT_NE(std::string::npos, text.find("Failed to read settings for agent"));
+    EXPECT_NE(std::string::npos, text.find("End TOLA Agent"));
+    EXPECT_EQ(std::string::npos, text.find("TOLA started"));
+}
+
+TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
+    int status = -1;
+    run("'" + kDevicectl + "' acl 2>/dev/null", &status);
+    EXPECT_EQ(1, status);  // no segment before the agent's first start
+
+    root.writeFile(kAclFile,
+                   "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ACLConfig>\n<TOLA>\n</TOLA>\n<ACL>"
+                   "\n<ACE>\n<Name>WiFiSSID</Name>\n<DisplayEnabled>True</DisplayEnabled>\n<WriteEnabled>False"
+                   "</WriteEnabled>\n</ACE>\n<ACE>\n<Name>" +
+                       std::string(120, 'n') +
+                       "</Name>\n<DisplayEnabled>False</DisplayEnabled>\n<WriteEnabled>True</WriteEnabled>\n</ACE>"
+                       "\n</ACL>\n</ACLConfig>");
+    {
+        tola_test::ChildProcess agent(kAgent, {}, output());
+        ASSERT_TRUE(tola_test::waitForText(output(), "TOLA started"));
+        agent.signal(SIGTERM);
+        ASSERT_TRUE(agent.waitForExit(status, 10000));
+    }
+    // The segment outlives the agent, as on the device.
+    std::string dump = run("'" + kDevicectl + "' acl", &status);
+    EXPECT_EQ(0, status);
+    EXPECT_EQ("header: 1\ncount: 2\n0 name=WiFiSSID display=1 write=0\n1 name=" + std::string(100, 'n') +
+                  " display=0 write=1\n",
+              dump);
+}
+
+TEST_F(AgentSpineE2E, DevicectlCipherRoundTrip) {
+    root.writeFile("/plain.txt", "{\"ResultCode\":0}\nsecond line");
+    std::string encrypted = run("'" + kDevicectl + "' encrypt --key 'Key 1' < '" + root.path("/plain.txt") + "' 2>/dev/null");
+    ASSERT_FALSE(encrypted.empty());
+    EXPECT_EQ('\n', encrypted.back());
+    EXPECT_EQ(std::string::npos, encrypted.substr(0, encrypted.size() - 1).find('\n'));
+    root.writeFile("/cipher.txt", encrypted);
+    int status = -1;
+    EXPECT_EQ("{\"ResultCode\":0}\nsecond line",
+              run("'" + kDevicectl + "' decrypt --key 'Key 1' < '" + root.path("/cipher.txt") + "' 2>/dev/null", &status));
+    EXPECT_EQ(0, status);
+    EXPECT_NE("{\"ResultCode\":0}\nsecond line",
+              run("'" + kDevicectl + "' decrypt --key 'Key 2' < '" + root.path("/cipher.txt") + "' 2>/dev/null"));
+    run("'" + kDevicectl + "' encrypt < /dev/null 2>/dev/null", &status);
+    EXPECT_EQ(2, status);
+}
+
+TEST_F(AgentSpineE2E, DevicectlStateShowCreatesTheFactoryState) {
+    root.remove("/var/lib/ardo/device.json");
+    int status = -1;
+    std::string shown = run("'" + kDevicectl + "' state show", &status);
+    EXPECT_EQ(0, status);
+    ardo::json state = ardo::json::parse(shown, nullptr, false);
+    ASSERT_TRUE(state.is_object());
+    EXPECT_TRUE(state.contains("watchdog"));
+    EXPECT_TRUE(root.exists("/var/lib/ardo/device.json"));
+}
+
+}  // namespace
