@@ -13,7 +13,9 @@ TOLAAgent::TOLAAgent() {
     InitializeSysInterface();
 }
 
-TOLAAgent::~TOLAAgent() { TOLA_TRACE(); }
+TOLAAgent::~TOLAAgent() {
+    TOLA_TRACE();
+}
 
 bool TOLAAgent::InitializeSysInterface() {
     TOLA_TRACE();

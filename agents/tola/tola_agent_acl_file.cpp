@@ -21,8 +21,12 @@ const char* const kAclPath = "/ACLConfig/ACL";
 // Flag values are short words; a longer text cannot equal "true" or "True" anyway.
 constexpr unsigned int kFlagTextMax = 9;
 
-std::string aclFilePath() { return sys_fsPath(TOLA_DATA_DIR "/" TOLA_ACL_FILE_NAME); }
-std::string aclBackupPath() { return aclFilePath() + ".bkp"; }
+std::string aclFilePath() {
+    return sys_fsPath(TOLA_DATA_DIR "/" TOLA_ACL_FILE_NAME);
+}
+std::string aclBackupPath() {
+    return aclFilePath() + ".bkp";
+}
 
 // -1 when the file does not exist, otherwise its size.
 long long fileSize(const std::string& path) {
@@ -43,8 +47,12 @@ void appendElement(std::string& out, const char* name, const std::string& value)
     out += '>';
 }
 
-const char* runtimeFlag(bool value) { return value ? "true" : "false"; }
-const char* aceFlag(bool value) { return value ? "True" : "False"; }
+const char* runtimeFlag(bool value) {
+    return value ? "true" : "false";
+}
+const char* aceFlag(bool value) {
+    return value ? "True" : "False";
+}
 
 // Reads a flag element; true only for exactly `expected`. The buffer is zeroed first, so a
 // missing element reads as false.
@@ -127,10 +135,13 @@ bool TOLAAgent::SerializeACL() {
     appendElement(text, "CheckInInterval", std::to_string(mConfig.checkInInterval));
     // Texts are written as they stand, without escaping: the reader rejects a file whose
     // texts hold "<" or "&", and then recreates it from the record in memory.
-    appendElement(text, "CheckInURL", std::string(mConfig.checkInURL, strnlen(mConfig.checkInURL, TOLA_TEXT_MAX)));
-    appendElement(text, "PayloadEncryptionKey",
-                  std::string(mConfig.payloadEncryptionKey, strnlen(mConfig.payloadEncryptionKey, TOLA_TEXT_MAX)));
-    appendElement(text, "LastCommand", std::string(mConfig.lastCommand, strnlen(mConfig.lastCommand, TOLA_TEXT_MAX)));
+    appendElement(text, "CheckInURL",
+                  std::string(mConfig.checkInURL, strnlen(mConfig.checkInURL, TOLA_TEXT_MAX)));
+    appendElement(
+        text, "PayloadEncryptionKey",
+        std::string(mConfig.payloadEncryptionKey, strnlen(mConfig.payloadEncryptionKey, TOLA_TEXT_MAX)));
+    appendElement(text, "LastCommand",
+                  std::string(mConfig.lastCommand, strnlen(mConfig.lastCommand, TOLA_TEXT_MAX)));
     appendElement(text, "Version", std::string(mConfig.version, strnlen(mConfig.version, TOLA_TEXT_MAX)));
     appendElement(text, "AclConfigStatus", std::to_string(mConfig.aclConfigStatus));
     appendElement(text, "LastCheckInDate",
@@ -184,10 +195,11 @@ bool TOLAAgent::InitializeACL() {
         return trace.Returning(false);
     }
     if (fileSize(path) < 0 || xmldata_initialize(path.c_str(), path.c_str()) != 0) {
-        TLOG_SYS(TOLA_LOG_ERROR,
-                 "[%s]:[%s] - Initialize settings failed for %s, so looks like file got corrupted and reset the "
-                 "acl_config.xml\n",
-                 path.c_str());
+        TLOG_SYS(
+            TOLA_LOG_ERROR,
+            "[%s]:[%s] - Initialize settings failed for %s, so looks like file got corrupted and reset the "
+            "acl_config.xml\n",
+            path.c_str());
         xmldata_close();
         SerializeACL();
         return trace.Returning(true);
@@ -266,7 +278,8 @@ bool TOLAAgent::InitializeACL() {
         std::memcpy(name, entry.name, TOLA_ACL_NAME_SIZE);
         name[TOLA_ACL_NAME_SIZE] = '\0';
         TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Item name = %s, display enabled = %d, write enabled = %d", name,
-             (entry.flags & TOLA_ACE_DISPLAY_ENABLED) ? 1 : 0, (entry.flags & TOLA_ACE_WRITE_ENABLED) ? 1 : 0);
+             (entry.flags & TOLA_ACE_DISPLAY_ENABLED) ? 1 : 0,
+             (entry.flags & TOLA_ACE_WRITE_ENABLED) ? 1 : 0);
     }
     xmldata_close();
     return trace.Returning(true);

@@ -52,7 +52,8 @@ void TOLAAgent::SetACEProperties(const char* name, bool displayEnabled, bool wri
     if (mAcl == nullptr) {
         TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Access Control List Database is NULL\n");
     } else if (name != nullptr) {
-        uint32_t flags = (displayEnabled ? TOLA_ACE_DISPLAY_ENABLED : 0u) | (writeEnabled ? TOLA_ACE_WRITE_ENABLED : 0u);
+        uint32_t flags =
+            (displayEnabled ? TOLA_ACE_DISPLAY_ENABLED : 0u) | (writeEnabled ? TOLA_ACE_WRITE_ENABLED : 0u);
         int count = mAcl->count;
         int scan = count < 0 ? 0 : (count > TOLA_ACL_MAX_ENTRIES ? TOLA_ACL_MAX_ENTRIES : count);
         bool found = false;

@@ -1,11 +1,12 @@
 // TOLAApp lifecycle: construction, start-up with its boot-time decisions, the quit wait, and
 // the stop sequence.
+#include "tola_app.h"
+
 #include <cstring>
 #include <fstream>
 #include <string>
 
 #include "sys_core.h"
-#include "tola_app.h"
 #include "tola_config.h"
 #include "tola_log.h"
 #include "watchdog.h"
@@ -13,7 +14,9 @@
 
 namespace {
 
-std::string dataFilePath(const char* name) { return sys_fsPath(std::string(TOLA_DATA_DIR) + "/" + name); }
+std::string dataFilePath(const char* name) {
+    return sys_fsPath(std::string(TOLA_DATA_DIR) + "/" + name);
+}
 
 // White space that a hand-edited marker file may carry around its word.
 const char* const kMarkerBlanks = " \t\r\n\b\v";
@@ -89,7 +92,8 @@ int TOLAApp::Initialize() {
 
     // Intervals are in hours.
     if (runtimeConfig.checkInIntervalOverrideFlag) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s:Set Deafault Runtime TimerDuration for CheckIn\n", trace.Signature());
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s:Set Deafault Runtime TimerDuration for CheckIn\n",
+             trace.Signature());
         checkInTimer.SetInterval(runtimeConfig.checkInInterval * 3600);
     } else if (config.checkInInterval != 0) {
         TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s:Set Deafault TimerDuration for CheckIn\n", trace.Signature());

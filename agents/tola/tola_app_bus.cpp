@@ -42,7 +42,8 @@ void TOLAApp::OnChannelNotify(const std::string& channel, const std::string& dat
     if (channel == TOLA_CHANNEL_SMS) {
         HandleSmsCommand(data);
     } else {
-        TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Unmapped channel-category detected! Channel is %s", channel.c_str());
+        TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Unmapped channel-category detected! Channel is %s",
+             channel.c_str());
     }
 }
 
@@ -53,8 +54,8 @@ void TOLAApp::HandleSmsCommand(const std::string& message) {
 
 void TOLAApp::OnChannelNotify(const std::string& channel, void* data, int length) {
     TOLA_TRACE();
-    TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s:received binary data of len [%d] on channel %s", trace.Signature(), length,
-         channel.c_str());
+    TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s:received binary data of len [%d] on channel %s", trace.Signature(),
+         length, channel.c_str());
     if (channel == TOLA_CHANNEL_TIME_CHANGE) {
         // Acted on once: the first notice that comes with a valid clock.
         if (currentUtcYear() >= 2012 && !timeChangeHandled) {
@@ -62,7 +63,8 @@ void TOLAApp::OnChannelNotify(const std::string& channel, void* data, int length
             long long unsigned int remainingSeconds = 0;
             getRemainingSeconds(remainingSeconds);
             if (remainingSeconds != 0) {
-                TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s:remainingSeconds %llu\n", trace.Signature(), remainingSeconds);
+                TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s:remainingSeconds %llu\n", trace.Signature(),
+                     remainingSeconds);
                 checkInTimer.Shutdown();
                 checkInTimer.WaitForCompletion();
                 checkInTimer.SetInterval(static_cast<uint32_t>(remainingSeconds));
@@ -70,8 +72,9 @@ void TOLAApp::OnChannelNotify(const std::string& channel, void* data, int length
             } else {
                 agent.GetRuntimeConfig(runtimeConfig);
                 if (runtimeConfig.checkInFlag) {
-                    TLOG_SYS(TOLA_LOG_NOTICE,
-                             "[%s]:[%s] - Network is updated and timer expired, so performing check-in Now\n");
+                    TLOG_SYS(
+                        TOLA_LOG_NOTICE,
+                        "[%s]:[%s] - Network is updated and timer expired, so performing check-in Now\n");
                     checkInTimer.SignalTimerThread();
                 } else {
                     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s: CheckIn Flag false, No need to Check-in ",
@@ -91,7 +94,8 @@ void TOLAApp::OnChannelNotify(const std::string& channel, void* data, int length
             pthread_mutex_lock(&dataUsageMutex);
             pthread_cond_signal(&dataUsageCondition);
             pthread_mutex_unlock(&dataUsageMutex);
-            TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Got updated data usage info from server, mGotDataUsageInfo = %d\n",
+            TLOG(TOLA_LOG_DEBUG,
+                 "[%s]:[%s] - Got updated data usage info from server, mGotDataUsageInfo = %d\n",
                  mGotDataUsageInfo ? 1 : 0);
         }
     }

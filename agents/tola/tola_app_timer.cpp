@@ -86,9 +86,10 @@ bool TOLAApp::OnThreadNotify(unsigned int timerId) {
             // bootupWaitDone comes with the agent's copy of the record: the wait is skipped only
             // once a store made after it was set has carried it there.
             if (!runtimeConfig.bootupWaitDone) {
-                TLOG_SYS(TOLA_LOG_NOTICE,
-                         "[%s]:[%s] - during bootup performing check-in with server, so sleep for 120 seconds to "
-                         "modem up.");
+                TLOG_SYS(
+                    TOLA_LOG_NOTICE,
+                    "[%s]:[%s] - during bootup performing check-in with server, so sleep for 120 seconds to "
+                    "modem up.");
                 sys_sleepSeconds(kBootWaitSeconds);
                 runtimeConfig.bootupWaitDone = true;
             }
@@ -126,8 +127,8 @@ int TOLAApp::getRemainingSeconds(long long unsigned int& remaining) {
     time_t networkTime = 0;
     int rc = sys_getNetworkTime(&networkTime);
     if (rc != 0) {
-        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - getNetworkTime failed during calculating remaining seconds rc [%d]\n",
-                 rc);
+        TLOG_SYS(TOLA_LOG_ERROR,
+                 "[%s]:[%s] - getNetworkTime failed during calculating remaining seconds rc [%d]\n", rc);
         return trace.Returning(1);
     }
     char currentDate[TOLA_TEXT_SIZE];
@@ -143,7 +144,8 @@ int TOLAApp::getRemainingSeconds(long long unsigned int& remaining) {
             remaining = period - elapsed;
         }
     }
-    TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - %s: currentDate [%s] lastCheckInDate [%s] remainingSeconds [%llu]\n",
+    TLOG_SYS(TOLA_LOG_NOTICE,
+             "[%s]:[%s] - %s: currentDate [%s] lastCheckInDate [%s] remainingSeconds [%llu]\n",
              trace.Signature(), currentDate, runtimeConfig.lastCheckInDate, remaining);
     trace.Silence();
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s: - END returning %d", trace.Signature(), 0);
@@ -155,7 +157,8 @@ int TOLAApp::getRemainingDays(int& days) {
     time_t networkTime = 0;
     int rc = sys_getNetworkTime(&networkTime);
     if (rc != 0) {
-        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - getNetworkTime failed during caluculating remaning days rc [%d]\n", rc);
+        TLOG_SYS(TOLA_LOG_ERROR,
+                 "[%s]:[%s] - getNetworkTime failed during caluculating remaning days rc [%d]\n", rc);
         return trace.Returning(1);
     }
     char currentDate[TOLA_TEXT_SIZE];
@@ -172,7 +175,8 @@ int TOLAApp::getRemainingDays(int& days) {
             remainingDays = periodDays - elapsedDays;
         }
     }
-    TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - %s:Current Date [%s] lastCheckInDate [%s] days [%d] remainingDays [%d]\n",
+    TLOG_SYS(TOLA_LOG_NOTICE,
+             "[%s]:[%s] - %s:Current Date [%s] lastCheckInDate [%s] days [%d] remainingDays [%d]\n",
              trace.Signature(), currentDate, runtimeConfig.lastCheckInDate, elapsedDays, remainingDays);
     days = remainingDays;
     return trace.Returning(0);

@@ -34,7 +34,7 @@ std::string run(const std::string& command, int* status = nullptr) {
 }
 
 class AgentSpineE2E : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { setenv("ARDO_LOG_STDERR", "1", 1); }
     void TearDown() override { unsetenv("ARDO_LOG_STDERR"); }
     std::string output() const { return root.dir() + "/agent.out"; }
@@ -58,7 +58,8 @@ TEST_F(AgentSpineE2E, QuitSignalsRunTheStopSequence) {
         EXPECT_EQ(0, status);
         std::string text = tola_test::readWholeFile(out);
         EXPECT_NE(std::string::npos, text.find("[TOLA]:[INFO] - Starting TOLA Agent"));
-        EXPECT_NE(std::string::npos, text.find("[TOLA]:[NOTICE] - All initialization is done. We are in business now"));
+        EXPECT_NE(std::string::npos,
+                  text.find("[TOLA]:[NOTICE] - All initialization is done. We are in business now"));
         EXPECT_NE(std::string::npos, text.find("Unregistering tola with watchdog"));
         EXPECT_NE(std::string::npos, text.find("[TOLA]:[INFO] - End TOLA Agent"));
         EXPECT_FALSE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
@@ -84,13 +85,14 @@ TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
     run("'" + kDevicectl + "' acl 2>/dev/null", &status);
     EXPECT_EQ(1, status);  // no segment before the agent's first start
 
-    root.writeFile(kAclFile,
-                   "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ACLConfig>\n<TOLA>\n</TOLA>\n<ACL>"
-                   "\n<ACE>\n<Name>WiFiSSID</Name>\n<DisplayEnabled>True</DisplayEnabled>\n<WriteEnabled>False"
-                   "</WriteEnabled>\n</ACE>\n<ACE>\n<Name>" +
-                       std::string(120, 'n') +
-                       "</Name>\n<DisplayEnabled>False</DisplayEnabled>\n<WriteEnabled>True</WriteEnabled>\n</ACE>"
-                       "\n</ACL>\n</ACLConfig>");
+    root.writeFile(
+        kAclFile,
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ACLConfig>\n<TOLA>\n</TOLA>\n<ACL>"
+        "\n<ACE>\n<Name>WiFiSSID</Name>\n<DisplayEnabled>True</DisplayEnabled>\n<WriteEnabled>False"
+        "</WriteEnabled>\n</ACE>\n<ACE>\n<Name>" +
+            std::string(120, 'n') +
+            "</Name>\n<DisplayEnabled>False</DisplayEnabled>\n<WriteEnabled>True</WriteEnabled>\n</ACE>"
+            "\n</ACL>\n</ACLConfig>");
     {
         tola_test::ChildProcess agent(kAgent, {}, output());
         ASSERT_TRUE(tola_test::waitForText(output(), "TOLA started"));
@@ -107,17 +109,19 @@ TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
 
 TEST_F(AgentSpineE2E, DevicectlCipherRoundTrip) {
     root.writeFile("/plain.txt", "{\"ResultCode\":0}\nsecond line");
-    std::string encrypted = run("'" + kDevicectl + "' encrypt --key 'Key 1' < '" + root.path("/plain.txt") + "' 2>/dev/null");
+    std::string encrypted =
+        run("'" + kDevicectl + "' encrypt --key 'Key 1' < '" + root.path("/plain.txt") + "' 2>/dev/null");
     ASSERT_FALSE(encrypted.empty());
     EXPECT_EQ('\n', encrypted.back());
     EXPECT_EQ(std::string::npos, encrypted.substr(0, encrypted.size() - 1).find('\n'));
     root.writeFile("/cipher.txt", encrypted);
     int status = -1;
-    EXPECT_EQ("{\"ResultCode\":0}\nsecond line",
-              run("'" + kDevicectl + "' decrypt --key 'Key 1' < '" + root.path("/cipher.txt") + "' 2>/dev/null", &status));
+    EXPECT_EQ("{\"ResultCode\":0}\nsecond line", run("'" + kDevicectl + "' decrypt --key 'Key 1' < '" +
+                                                         root.path("/cipher.txt") + "' 2>/dev/null",
+                                                     &status));
     EXPECT_EQ(0, status);
-    EXPECT_NE("{\"ResultCode\":0}\nsecond line",
-              run("'" + kDevicectl + "' decrypt --key 'Key 2' < '" + root.path("/cipher.txt") + "' 2>/dev/null"));
+    EXPECT_NE("{\"ResultCode\":0}\nsecond line", run("'" + kDevicectl + "' decrypt --key 'Key 2' < '" +
+                                                     root.path("/cipher.txt") + "' 2>/dev/null"));
     run("'" + kDevicectl + "' encrypt < /dev/null 2>/dev/null", &status);
     EXPECT_EQ(2, status);
 }

@@ -32,8 +32,8 @@ const std::string kDefaultRecord =
 const std::string kEmptyAcl = "\n</TOLA>\n<ACL>\n</ACL>\n</ACLConfig>";
 
 std::string ace(const std::string& name, const char* display, const char* write) {
-    return "\n<ACE>\n<Name>" + name + "</Name>\n<DisplayEnabled>" + display + "</DisplayEnabled>\n<WriteEnabled>" +
-           write + "</WriteEnabled>\n</ACE>";
+    return "\n<ACE>\n<Name>" + name + "</Name>\n<DisplayEnabled>" + display +
+           "</DisplayEnabled>\n<WriteEnabled>" + write + "</WriteEnabled>\n</ACE>";
 }
 
 // A file as the writer produces it, with the given record lines and ACE groups.
@@ -42,7 +42,7 @@ std::string aclFile(const std::string& record, const std::string& aces) {
 }
 
 class AclFileTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { vorn_dbg_stop(); }  // the log reopens under this test's root
     std::string log() const { return root.readFile(kLogFile); }
     tola_test::TempRoot root;
@@ -146,12 +146,9 @@ TEST_F(AclFileTest, FlagSpellingsAndBadNumbers) {
         bool expectedOverride;
         uint32_t expectedInterval;
     } cases[] = {
-        {"true", "True", "7", true, 1, true, 7},
-        {"TRUE", "true", "7", false, 0, true, 7},
-        {"1", "TRUE", "7", false, 0, true, 7},
-        {"True", "1", "abc", false, 0, false, 0},
-        {" true", "True ", "-1", false, 0, false, 0},
-        {"", "", "", false, 0, false, 0},
+        {"true", "True", "7", true, 1, true, 7},      {"TRUE", "true", "7", false, 0, true, 7},
+        {"1", "TRUE", "7", false, 0, true, 7},        {"True", "1", "abc", false, 0, false, 0},
+        {" true", "True ", "-1", false, 0, false, 0}, {"", "", "", false, 0, false, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.checkInFlag) + "/" + c.aceDisplay + "/" + c.interval);
@@ -190,17 +187,18 @@ TEST_F(AclFileTest, RepairsAtStart) {
         bool expectCorruption;
     } cases[] = {
         {"missing main", false, "", false, "", kHead + kDefaultRecord + kEmptyAcl, "0", false},
-        {"missing main, backup ignored", false, "", true, saved, kHead + kDefaultRecord + kEmptyAcl, "0", false},
+        {"missing main, backup ignored", false, "", true, saved, kHead + kDefaultRecord + kEmptyAcl, "0",
+         false},
         {"empty main, good backup", true, "", true, saved + "\n", saved + "\n", "9", false},
         {"empty main, empty backup", true, "", true, "", kHead + kDefaultRecord + kEmptyAcl, "0", false},
         {"empty main, no backup", true, "", false, "", kHead + kDefaultRecord + kEmptyAcl, "0", false},
         {"not XML", true, "garbage", false, "", kHead + kDefaultRecord + kEmptyAcl, "0", true},
-        {"'<' in a text", true, aclFile("\n<CheckInURL>http://a/<b</CheckInURL>", ""),
-         false, "", kHead + kDefaultRecord + kEmptyAcl, "0", true},
+        {"'<' in a text", true, aclFile("\n<CheckInURL>http://a/<b</CheckInURL>", ""), false, "",
+         kHead + kDefaultRecord + kEmptyAcl, "0", true},
         {"'&' in a text", true, aclFile("\n<CheckInURL>http://a/?x=1&y=2</CheckInURL>", ""), false, "",
          kHead + kDefaultRecord + kEmptyAcl, "0", true},
-        {"truncated", true, saved.substr(0, saved.size() / 2), false, "", kHead + kDefaultRecord + kEmptyAcl, "0",
-         true},
+        {"truncated", true, saved.substr(0, saved.size() / 2), false, "", kHead + kDefaultRecord + kEmptyAcl,
+         "0", true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

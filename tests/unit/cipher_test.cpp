@@ -26,7 +26,8 @@ std::string sha256Hex(const std::string& text) {
 }
 
 // What `openssl enc` makes of the plain text under the key text's digest and a zero IV.
-std::string opensslEncrypt(const tola_test::TempRoot& root, const std::string& key, const std::string& plain) {
+std::string opensslEncrypt(const tola_test::TempRoot& root, const std::string& key,
+                           const std::string& plain) {
     root.writeFile("/plain.txt", plain);
     std::string command = "openssl enc -aes-256-cbc -K " + sha256Hex(key) +
                           " -iv 00000000000000000000000000000000 -a -A -in '" + root.path("/plain.txt") + "'";
@@ -71,10 +72,11 @@ int decrypt(const std::string& key, const std::string& base64, std::string* plai
     return rc;
 }
 
-const char* const kKeys[] = {"", "k", "VeltraFactoryKey-2017",
-                             "a key text of 127 characters ....................................................."
-                             "..............................................",
-                             "  spaced Key\twith tab "};
+const char* const kKeys[] = {
+    "", "k", "VeltraFactoryKey-2017",
+    "a key text of 127 characters ....................................................."
+    "..............................................",
+    "  spaced Key\twith tab "};
 const size_t kLengths[] = {0, 1, 15, 16, 17, 1000, 100000};
 
 TEST(PayloadCipher, MatchesOpensslAndRoundTripsOverLengthsAndKeys) {
@@ -131,13 +133,13 @@ TEST(PayloadCipher, MalformedBase64NeverCrashesNorYieldsThePlainText) {
         broken += good.substr(i, 64) + "\n";
     }
     const std::string cases[] = {
-        "",                       // nothing to decode
-        "=",                      // padding only
+        "",   // nothing to decode
+        "=",  // padding only
         "==",
-        "!!!!@@@@####",           // not Base64 at all
-        "AAAA==AAAA==AAAA",       // padding in the middle
-        "QUJD",                   // decodes to 3 bytes: not a whole block
-        good.substr(0, 10),       // truncated
+        "!!!!@@@@####",      // not Base64 at all
+        "AAAA==AAAA==AAAA",  // padding in the middle
+        "QUJD",              // decodes to 3 bytes: not a whole block
+        good.substr(0, 10),  // truncated
         broken,
     };
     for (const std::string& text : cases) {

@@ -19,12 +19,18 @@ struct Element {
 };
 
 std::vector<Element> sampleElements() {
-    return {{"RequestTemplate", "req.json"},          {"CheckInTemplate", "checkin.json"},
-            {"ReceiptTemplate", "receipt.json"},      {"requestDataUsageTemplate", "usage.json"},
-            {"BaseEncryptionKey", "FactoryKey"},      {"CheckInInterval", "24"},
-            {"CheckInRetryInterval", "60"},           {"CheckInFailedRetries", "2"},
-            {"RequestTimeout", "30"},                 {"DataUsageResponseWaitTime", "0"},
-            {"SMS104CheckInTemplate", "sms104.json"}, {"DataCallType", "1"}};
+    return {{"RequestTemplate", "req.json"},
+            {"CheckInTemplate", "checkin.json"},
+            {"ReceiptTemplate", "receipt.json"},
+            {"requestDataUsageTemplate", "usage.json"},
+            {"BaseEncryptionKey", "FactoryKey"},
+            {"CheckInInterval", "24"},
+            {"CheckInRetryInterval", "60"},
+            {"CheckInFailedRetries", "2"},
+            {"RequestTimeout", "30"},
+            {"DataUsageResponseWaitTime", "0"},
+            {"SMS104CheckInTemplate", "sms104.json"},
+            {"DataCallType", "1"}};
 }
 
 std::string configXml(const std::vector<Element>& elements, const std::string& skip = "") {
@@ -38,7 +44,7 @@ std::string configXml(const std::vector<Element>& elements, const std::string& s
 }
 
 class ConfigReaderTest : public ::testing::Test {
-protected:
+  protected:
     // Reads the given text as config.xml into a zeroed record; the reader's result.
     int read(const std::string& xml, tolaagent_config_t& config) {
         root.writeFile(kConfigFile, xml);
@@ -72,7 +78,8 @@ TEST_F(ConfigReaderTest, ReadsEveryElement) {
 
 TEST_F(ConfigReaderTest, ShippedSampleIsComplete) {
     tolaagent_config_t config;
-    EXPECT_EQ(0, read(tola_test::readWholeFile(std::string(TOLA_SOURCE_DIR) + "/share/tola/config.xml"), config));
+    EXPECT_EQ(
+        0, read(tola_test::readWholeFile(std::string(TOLA_SOURCE_DIR) + "/share/tola/config.xml"), config));
 }
 
 // Reading stops at the first element that fails: fields read before it are filled, the rest
@@ -80,8 +87,8 @@ TEST_F(ConfigReaderTest, ShippedSampleIsComplete) {
 TEST_F(ConfigReaderTest, FirstFailureStopsTheReading) {
     struct Case {
         const char* missing;
-        const char* lastFilledText;    // a text field read before the failure ("" if none)
-        bool dataUsageWaitFilled;      // read before the failure?
+        const char* lastFilledText;  // a text field read before the failure ("" if none)
+        bool dataUsageWaitFilled;    // read before the failure?
     } cases[] = {
         {"RequestTemplate", "", false},
         {"ReceiptTemplate", "checkin.json", false},
@@ -132,6 +139,8 @@ TEST_F(ConfigReaderTest, LongTextsAreCutTo127Characters) {
     EXPECT_EQ(std::string(127, 'k'), config.baseEncryptionKey);
 }
 
-TEST_F(ConfigReaderTest, NullRecordIsRefused) { EXPECT_EQ(1, get_tolaagent_configuration(nullptr)); }
+TEST_F(ConfigReaderTest, NullRecordIsRefused) {
+    EXPECT_EQ(1, get_tolaagent_configuration(nullptr));
+}
 
 }  // namespace

@@ -14,7 +14,7 @@
 namespace {
 
 class SharedAclTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { vorn_dbg_stop(); }
     std::string log() const { return root.readFile("/var/log/tola.log"); }
     size_t countInLog(const std::string& text) const {

@@ -34,14 +34,15 @@ size_t countOf(const std::string& text, const std::string& what) {
 
 // A second client on the device's bus that records the integer notices it sees.
 class BusListener {
-public:
+  public:
     BusListener() {
         sd_bus_new(&mBus);
         sd_bus_set_address(mBus, std::getenv("ARDO_BUS_ADDRESS"));
         sd_bus_set_bus_client(mBus, 1);
-        mStarted = sd_bus_start(mBus) >= 0 &&
-                   sd_bus_add_match(mBus, nullptr, "type='signal',interface='com.ardo.Msgbus1',member='Notify'",
-                                    &BusListener::OnSignal, this) >= 0;
+        mStarted =
+            sd_bus_start(mBus) >= 0 &&
+            sd_bus_add_match(mBus, nullptr, "type='signal',interface='com.ardo.Msgbus1',member='Notify'",
+                             &BusListener::OnSignal, this) >= 0;
     }
     ~BusListener() { sd_bus_flush_close_unref(mBus); }
     bool started() const { return mStarted; }
@@ -57,11 +58,12 @@ public:
     }
     const std::vector<std::pair<std::string, int>>& notices() const { return mNotices; }
 
-private:
+  private:
     static int OnSignal(sd_bus_message* message, void* self, sd_bus_error*) {
         const char* channel = nullptr;
         int value = 0;
-        if (sd_bus_message_read(message, "s", &channel) >= 0 && sd_bus_message_read(message, "v", "i", &value) >= 0) {
+        if (sd_bus_message_read(message, "s", &channel) >= 0 &&
+            sd_bus_message_read(message, "v", "i", &value) >= 0) {
             static_cast<BusListener*>(self)->mNotices.emplace_back(channel, value);
         }
         return 0;
@@ -72,7 +74,7 @@ private:
 };
 
 class StartupTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { vorn_dbg_stop(); }
     void TearDown() override { vorn_dbg_stop(); }
 
@@ -142,9 +144,9 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
         bool checkInFlag;
         bool reset;
     } cases[] = {
-        {"true", false, true},         {"true\n", false, true},   {"  true\r\n", false, true},
+        {"true", false, true},           {"true\n", false, true}, {"  true\r\n", false, true},
         {"\t\btrue\v\n\n", false, true}, {"true\n", true, true},  {"True", false, false},
-        {"false", false, false},       {"tru e", false, false},   {"", false, false},
+        {"false", false, false},         {"tru e", false, false}, {"", false, false},
         {nullptr, false, false},
     };
     for (const Case& c : cases) {
@@ -178,7 +180,8 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
             EXPECT_NE(std::string::npos, file.find("<Version>0</Version>"));
             EXPECT_EQ(std::string::npos, file.find("<ACE>"));
             // With a pending check-in the portal's values are kept; otherwise they are dropped.
-            EXPECT_EQ(c.checkInFlag, file.find("<PayloadEncryptionKey>key</PayloadEncryptionKey>") != std::string::npos);
+            EXPECT_EQ(c.checkInFlag,
+                      file.find("<PayloadEncryptionKey>key</PayloadEncryptionKey>") != std::string::npos);
             if (!c.checkInFlag) {
                 EXPECT_FALSE(urlKept);
                 EXPECT_NE(std::string::npos, file.find("<LastCheckInDate></LastCheckInDate>"));
@@ -201,8 +204,8 @@ TEST_F(StartupTest, CheckInIntervalChoice) {
         const char* configHours;
         uint32_t expectedSeconds;
     } cases[] = {
-        {true, 5, "24", 18000},  {true, 5, "0", 18000},  {false, 7, "3", 10800},
-        {false, 0, "0", 86400},  {true, 0, "24", 0},
+        {true, 5, "24", 18000}, {true, 5, "0", 18000}, {false, 7, "3", 10800},
+        {false, 0, "0", 86400}, {true, 0, "24", 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.runtimeHours) + "/" + c.configHours);
@@ -229,7 +232,8 @@ TEST_F(StartupTest, ConfigurationValuesReachTheApp) {
     } cases[] = {{"0", 15}, {"7", 7}};
     for (const Case& c : cases) {
         std::string xml = root->readFile(kConfigFile);
-        size_t open = xml.find("<DataUsageResponseWaitTime>") + std::string("<DataUsageResponseWaitTime>").size();
+        size_t open =
+            xml.find("<DataUsageResponseWaitTime>") + std::string("<DataUsageResponseWaitTime>").size();
         xml.replace(open, xml.find("</DataUsageResponseWaitTime>") - open, c.waitTime);
         root->writeFile(kConfigFile, xml);
         TOLAApp app;
@@ -295,21 +299,25 @@ TEST_F(StartupTest, ClockChangeIsSubscribedOnlyWhileTheClockIsUnset) {
     std::string emit = "busctl --address='" + bus.address() +
                        "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv modem2.time_change ay 1 7";
     ASSERT_EQ(0, std::system(emit.c_str()));
-    ASSERT_TRUE(tola_test::waitForText(root->path("/var/log/tola.log"), "on channel modem2.time_change", 5000));
+    ASSERT_TRUE(
+        tola_test::waitForText(root->path("/var/log/tola.log"), "on channel modem2.time_change", 5000));
     EXPECT_EQ(0u, countOf(log(), "Got Valid Time info from Channel"));  // still 1980
     ardo::deviceStateSet("/clock/offset_seconds", 0LL);
     ASSERT_EQ(0, std::system(emit.c_str()));
-    EXPECT_TRUE(tola_test::waitForText(root->path("/var/log/tola.log"), "Got Valid Time info from Channel", 5000));
+    EXPECT_TRUE(
+        tola_test::waitForText(root->path("/var/log/tola.log"), "Got Valid Time info from Channel", 5000));
     stop(app);
 }
 
 TEST_F(StartupTest, ClockChangeIsIgnoredWithAValidClock) {
     TOLAApp app;
     ASSERT_EQ(0, app.Initialize());
-    std::string emit = "busctl --address='" + bus.address() + "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv ";
+    std::string emit =
+        "busctl --address='" + bus.address() + "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv ";
     ASSERT_EQ(0, std::system((emit + "modem2.time_change ay 1 7").c_str()));
     ASSERT_EQ(0, std::system((emit + "sms.msg.tola s marker").c_str()));
-    ASSERT_TRUE(tola_test::waitForText(root->path("/var/log/tola.log"), "received string data [marker]", 5000));
+    ASSERT_TRUE(
+        tola_test::waitForText(root->path("/var/log/tola.log"), "received string data [marker]", 5000));
     EXPECT_EQ(0u, countOf(log(), "modem2.time_change"));
     stop(app);
 }

@@ -27,7 +27,7 @@ void setDeviceYear1980() {
 }
 
 class SchedulingTest : public tola_test::AppTest {
-protected:
+  protected:
     void setLastCheckIn(const std::string& date, uint32_t hours) {
         tolaagent_runtime_config_t& record = app->RuntimeConfig();
         tola_copy_text(record.lastCheckInDate, date.c_str());
@@ -97,7 +97,10 @@ TEST_F(SchedulingTest, CompletedCheckInStampsTheDateAndRearmsThePeriod) {
         uint32_t configHours;
         uint32_t expectedSeconds;
     } cases[] = {
-        {false, 5, 24, 86400}, {true, 5, 24, 18000}, {false, 5, 0, 0}, {true, 0, 24, 0},
+        {false, 5, 24, 86400},
+        {true, 5, 24, 18000},
+        {false, 5, 0, 0},
+        {true, 0, 24, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.runtimeHours) + "/" + std::to_string(c.configHours));
@@ -116,7 +119,8 @@ TEST_F(SchedulingTest, CompletedCheckInStampsTheDateAndRearmsThePeriod) {
 }
 
 TEST_F(SchedulingTest, CheckInTimerWaitsForTheModemOnceCarriedByTheRecord) {
-    const std::string bootWait = "during bootup performing check-in with server, so sleep for 120 seconds to modem up.";
+    const std::string bootWait =
+        "during bootup performing check-in with server, so sleep for 120 seconds to modem up.";
     const std::string flagTrue = "Check-In flag true, performing check-in with server.";
     // Flag clear: nothing happens.
     EXPECT_FALSE(app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID));
@@ -139,7 +143,8 @@ TEST_F(SchedulingTest, CheckInTimerWaitsForTheModemOnceCarriedByTheRecord) {
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
     EXPECT_EQ(2u, Count(Log(), bootWait));
     EXPECT_EQ(3u, Count(Log(), flagTrue));
-    EXPECT_EQ(4u, Count(Log(), "Initiating check-in due to TOLA timer expiry or portal Invocation, timerid:3456"));
+    EXPECT_EQ(
+        4u, Count(Log(), "Initiating check-in due to TOLA timer expiry or portal Invocation, timerid:3456"));
     // The field never reaches the file.
     EXPECT_EQ(std::string::npos, root.readFile("/opt/ardo/data/tola/acl_config.xml").find("ootup"));
 }

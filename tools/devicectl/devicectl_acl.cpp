@@ -49,7 +49,8 @@ int runAcl(const devicectl::Args& args) {
     for (int i = 0; i < count; ++i) {
         const tola_ace_t& entry = acl->entries[i];
         std::printf("%d name=%.*s display=%d write=%d\n", i, static_cast<int>(TOLA_ACL_NAME_SIZE), entry.name,
-                    (entry.flags & TOLA_ACE_DISPLAY_ENABLED) ? 1 : 0, (entry.flags & TOLA_ACE_WRITE_ENABLED) ? 1 : 0);
+                    (entry.flags & TOLA_ACE_DISPLAY_ENABLED) ? 1 : 0,
+                    (entry.flags & TOLA_ACE_WRITE_ENABLED) ? 1 : 0);
     }
     shmdt(address);
     return 0;
