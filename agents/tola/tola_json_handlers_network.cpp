@@ -467,6 +467,7 @@ int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
                 "[%s]:[%s] - Invalid PORT_FILTERING ENABLED parameter data type",
                 "Invalid Port filtering Object enabled parameter data type"),
     };
+    yajl_val customApps = nullptr;
     for (size_t i = 0; i < group->u.object.len; ++i) {
         const char* key = group->u.object.keys[i];
         yajl_val value = group->u.object.values[i];
@@ -478,14 +479,7 @@ int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
             continue;
         }
         if (strcmp(key, "PortFilteringCustomApplications") == 0) {
-            if (!tola_is_kind(value, yajl_t_array)) {
-                return refuse(*agent, 118, "[%s]:[%s] - Invalid PORT_FILTERING CUSTOM_APPLICATIONS parameter data type",
-                              "Invalid Port filtering Object custom applications parameter data type");
-            }
-            rc = handlePortFilterCustomApps(value, ctx);
-            if (rc != 0) {
-                return rc;
-            }
+            customApps = value;  // handled after the other keys, so that the predefined entries count
             continue;
         }
         for (const PredefinedApp& predefined : kFilterApps) {
@@ -514,6 +508,13 @@ int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
             agent->SetPresent(TolaField::PortFilteringSettings_PortFilteringApplications);
             break;
         }
+    }
+    if (customApps != nullptr) {
+        if (!tola_is_kind(customApps, yajl_t_array)) {
+            return refuse(*agent, 118, "[%s]:[%s] - Invalid PORT_FILTERING CUSTOM_APPLICATIONS parameter data type",
+                          "Invalid Port filtering Object custom applications parameter data type");
+        }
+        return handlePortFilterCustomApps(customApps, ctx);
     }
     return 0;
 }
@@ -656,6 +657,7 @@ int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
     for (size_t s = 0; s < kForwardServiceCount; ++s) {
         appIndex[s] = -1;
     }
+    yajl_val customApps = nullptr;
     for (size_t i = 0; i < group->u.object.len; ++i) {
         const char* key = group->u.object.keys[i];
         yajl_val value = group->u.object.values[i];
@@ -667,15 +669,7 @@ int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
             continue;
         }
         if (strcmp(key, "PortForwardingCustomApplications") == 0) {
-            if (!tola_is_kind(value, yajl_t_array)) {
-                return refuse(*agent, 119,
-                              "[%s]:[%s] - Invalid PORT_FORWARDING CUSTOM_APPLICATIONS parameter data type",
-                              "Invalid Port forwarding Object custom applications parameter data type");
-            }
-            rc = handlePortForwardCustomApps(value, ctx);
-            if (rc != 0) {
-                return rc;
-            }
+            customApps = value;  // handled after the other keys, so that the predefined entries count
             continue;
         }
         int* count = agent->GetPortForwardingAppsCount();
@@ -717,6 +711,13 @@ int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
                 break;
             }
         }
+    }
+    if (customApps != nullptr) {
+        if (!tola_is_kind(customApps, yajl_t_array)) {
+            return refuse(*agent, 119, "[%s]:[%s] - Invalid PORT_FORWARDING CUSTOM_APPLICATIONS parameter data type",
+                          "Invalid Port forwarding Object custom applications parameter data type");
+        }
+        return handlePortForwardCustomApps(customApps, ctx);
     }
     return 0;
 }
