@@ -1,0 +1,116 @@
+// The value-tree builder and its lookup: kinds with the agent's codes, numbers, the yajl_tree_get
+// semantics, what counts as a parsed document.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+
+#include "tola_json_parser.h"
+
+namespace {
+
+struct Tree {
+    explicit Tree(const std::string& text) : root(tola_tree_parse(text)) {}
+    ~Tree() { tola_tree_free(root); }
+    yajl_val root;
+};
+
+TEST(JsonTree, KindsUseTheAgentsCodes) {
+    EXPECT_EQ(yajl_t_string, 1);
+    EXPECT_EQ(yajl_t_number, 2);
+    EXPECT_EQ(yajl_t_object, 4);
+    EXPECT_EQ(yajl_t_array, 5);
+    EXPECT_EQ(yajl_t_true, 6);
+    EXPECT_EQ(yajl_t_false, 7);
+    EXPECT_EQ(yajl_t_null, 8);
+    Tree t(R"({"s":"x","n":1,"o":{},"a":[],"t":true,"f":false,"z":null})");
+    ASSERT_TRUE(tola_is_kind(t.root, yajl_t_object));
+    const yajl_type kinds[] = {yajl_t_string, yajl_t_number, yajl_t_object, yajl_t_array,
+                               yajl_t_true,   yajl_t_false,  yajl_t_null};
+    for (size_t i = 0; i < 7; ++i) {
+        EXPECT_EQ(tola_object_value(t.root, i)->type, kinds[i]) << tola_object_key(t.root, i);
+    }
+}
+
+TEST(JsonTree, NumbersKeepTextAndSaturate) {
+    Tree t(R"([42, -7, 1.5, 99999999999999999999, -99999999999999999999])");
+    ASSERT_EQ(tola_array_len(t.root), 5u);
+    EXPECT_EQ(tola_integer(tola_array_item(t.root, 0)), 42);
+    EXPECT_EQ(tola_integer(tola_array_item(t.root, 1)), -7);
+    yajl_val fraction = tola_array_item(t.root, 2);
+    EXPECT_STREQ(fraction->u.number.r, "1.5");
+    EXPECT_DOUBLE_EQ(fraction->u.number.d, 1.5);
+    EXPECT_FALSE(fraction->u.number.flags & YAJL_NUMBER_INT_VALID);
+    EXPECT_EQ(tola_integer(tola_array_item(t.root, 3)), LLONG_MAX);
+    EXPECT_EQ(tola_integer(tola_array_item(t.root, 4)), LLONG_MIN);
+}
+
+TEST(JsonTree, LookupFollowsThePathAndTakesTheFirstDuplicate) {
+    Tree t(R"({"a":{"b":"first","b":"second","c":[1]}})");
+    const char* ab[] = {"a", "b", nullptr};
+    const char* ac[] = {"a", "c", nullptr};
+    const char* ax[] = {"a", "x", nullptr};
+    const char* acb[] = {"a", "c", "b", nullptr};
+    EXPECT_STREQ(tola_string(tola_tree_get(t.root, ab, yajl_t_string)), "first");
+    EXPECT_EQ(tola_tree_get(t.root, ab, yajl_t_number), nullptr);
+    EXPECT_NE(tola_tree_get(t.root, ac, yajl_t_any), nullptr);
+    EXPECT_EQ(tola_tree_get(t.root, ax, yajl_t_any), nullptr);
+    EXPECT_EQ(tola_tree_get(t.root, acb, yajl_t_any), nullptr);  // through an array: no match
+    EXPECT_EQ(tola_tree_get(t.root, nullptr, yajl_t_any), nullptr);
+    EXPECT_EQ(tola_tree_get(nullptr, ab, yajl_t_any), nullptr);
+}
+
+TEST(JsonTree, OnlyACompletedRootCounts) {
+    struct Case {
+        const char* text;
+        bool parsed;
+    } cases[] = {
+        {"[1,2]", true},
+        {"/* comment */ [1] // trailing", true},
+        {"[1,2", false},
+        {"", false},
+        {"[1,]", false},
+        {"[\"\xff\"]", false},        // invalid UTF-8
+        {"[1] garbage", true},        // the root closed before the error
+        {"{\"a\":1}", true},
+        {"[\"a\\u0000b\"]", true},    // escaped NUL: the text is cut there
+    };
+    for (const Case& c : cases) {
+        Tree t(c.text);
+        EXPECT_EQ(t.root != nullptr, c.parsed) << c.text;
+    }
+    Tree nul("[\"a\\u0000b\"]");
+    EXPECT_STREQ(tola_string(tola_array_item(nul.root, 0)), "a");
+}
+
+TEST(JsonTree, BuilderRefusesMisuse) {
+    char errbuf[128] = "";
+    context_t ctx{};
+    ctx.errbuf = errbuf;
+    ctx.errbuf_size = sizeof(errbuf);
+    EXPECT_EQ(context_pop(&ctx), nullptr);
+    EXPECT_STREQ(errbuf, "context_pop: Bottom of stack reached prematurely");
+
+    yajl_val obj = tola_tree_parse("{}");
+    ASSERT_EQ(context_push(&ctx, obj), 0);
+    yajl_val number = tola_tree_parse("[5]");
+    yajl_val five = number->u.array.values[0];
+    EXPECT_NE(context_add_value(&ctx, five), 0);  // an object key must be a string
+    EXPECT_STREQ(errbuf, "context_add_value: Object key is not a string (0x02)");
+    tola_tree_free(number);
+    context_clear(&ctx);  // frees the pushed object
+}
+
+TEST(JsonTree, DeepAndWideTreesAreBuiltAndFreed) {
+    const int depth = 200000;
+    Tree deep(std::string(depth, '[') + std::string(depth, ']'));
+    ASSERT_NE(deep.root, nullptr);
+    std::string wide = "[";
+    for (int i = 0; i < 100000; ++i) {
+        wide += i ? ",1" : "1";
+    }
+    Tree w(wide + "]");
+    EXPECT_EQ(tola_array_len(w.root), 100000u);
+}
+
+}  // namespace
