@@ -1,0 +1,123 @@
+// The settings object: members seeded from the simulated device, null when the device fails,
+// the reset of the lists, the error message bound.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "device_state.h"
+#include "test_env.h"
+#include "tola_agent.h"
+
+namespace {
+
+class SettingsObjectTest : public ::testing::Test {
+protected:
+    tola_test::TempRoot root;
+};
+
+TEST_F(SettingsObjectTest, MembersAreSeededOnceFromTheDevice) {
+    TOLAAgent agent;
+    ardo::deviceStateSet("/settings/lan/ipAddress", "10.1.2.3");
+    sys_lan_settings_t* lan = agent.GetLANSettings();
+    ASSERT_NE(lan, nullptr);
+    EXPECT_STREQ(lan->ipAddress, "10.1.2.3");
+    EXPECT_STREQ(lan->subnetMask, "255.255.255.0");  // factory default
+    ardo::deviceStateSet("/settings/lan/ipAddress", "10.9.9.9");
+    EXPECT_EQ(agent.GetLANSettings(), lan);  // kept, not read again
+    EXPECT_STREQ(lan->ipAddress, "10.1.2.3");
+}
+
+TEST_F(SettingsObjectTest, AFailingGetterGivesNullAndIsAskedAgain) {
+    TOLAAgent agent;
+    ardo::deviceStateSet("/faults/sys_getSambaPrimaryNetworkEnabled", ardo::json::array({1}));
+    ardo::deviceStateSet("/faults/webui_get_login_settings", ardo::json::array({5}));
+    EXPECT_EQ(agent.GetSambaPrimaryNetworkEnabled(), nullptr);
+    EXPECT_EQ(agent.GetLoginSettings(), nullptr);
+    ASSERT_NE(agent.GetSambaPrimaryNetworkEnabled(), nullptr);  // the fault was used up
+    EXPECT_EQ(*agent.GetSambaPrimaryNetworkEnabled(), 1);
+    ASSERT_NE(agent.GetLoginSettings(), nullptr);
+}
+
+TEST_F(SettingsObjectTest, GPSIsReadWithThePrivacyAgreementRestored) {
+    ardo::deviceStateSet("/settings/gpsPrivacyAgreementAccepted", 0);
+    ardo::deviceStateSet("/gps/enabled", 1);
+    TOLAAgent agent;
+    ASSERT_NE(agent.GetGPSEnabled(), nullptr);
+    EXPECT_EQ(*agent.GetGPSEnabled(), 1);
+    int accepted = -1;
+    ASSERT_EQ(sys_getGPSPrivacyAgreementAccepted(&accepted), 0);
+    EXPECT_EQ(accepted, 0);
+}
+
+TEST_F(SettingsObjectTest, ResetClearsEveryListAndRestoresTheFolderCapacity) {
+    TOLAAgent agent;
+    *agent.GetMacCount() = 3;
+    *agent.GetWhiteListMacCount() = 4;
+    agent.GetMacAddrList()[0].macAddress[0] = 'x';
+    *agent.GetPortFilteringAppsCount() = 5;
+    *agent.GetPortForwardingAppsCount() = 6;
+    *agent.GetReservedAddrListCount() = 7;
+    *agent.GetSambaFolderNamesCount() = 2;
+    EXPECT_EQ(agent.ResetObjectData(), 0);
+    EXPECT_EQ(*agent.GetMacCount(), 0);
+    EXPECT_EQ(*agent.GetWhiteListMacCount(), 0);
+    EXPECT_EQ(agent.GetMacAddrList()[0].macAddress[0], '\0');
+    EXPECT_EQ(*agent.GetPortFilteringAppsCount(), 0);
+    EXPECT_EQ(*agent.GetPortForwardingAppsCount(), 0);
+    EXPECT_EQ(*agent.GetReservedAddrListCount(), 0);
+    EXPECT_EQ(*agent.GetSambaFolderNamesCount(), 10);
+    EXPECT_STREQ(agent.GetErrorMessage(), "");
+}
+
+// An agent whose MAC list cannot be had.
+class NoMacListAgent : public TOLAAgent {
+public:
+    sys_mac_entry_t* GetMacAddrList() override { return nullptr; }
+};
+
+TEST_F(SettingsObjectTest, AFailedListDoesNotStopTheOthers) {
+    NoMacListAgent agent;
+    *agent.GetPortForwardingAppsCount() = 6;
+    *agent.GetSambaFolderNamesCount() = 1;
+    EXPECT_EQ(agent.ResetObjectData(), 200);
+    EXPECT_STREQ(agent.GetErrorMessage(), "Reset Data - Received NULL pointer for mac count or mac list");
+    EXPECT_EQ(*agent.GetPortForwardingAppsCount(), 0);
+    EXPECT_EQ(*agent.GetSambaFolderNamesCount(), 10);
+}
+
+TEST_F(SettingsObjectTest, ErrorMessageIsBoundedAndReplaced) {
+    TOLAAgent agent;
+    agent.SetErrorMessage("first %d", 1);
+    agent.SetErrorMessage("%s", std::string(5000, 'e').c_str());
+    EXPECT_EQ(std::string(agent.GetErrorMessage()), std::string(1023, 'e'));
+    agent.SetErrorMessage("code %d", 7);
+    EXPECT_STREQ(agent.GetErrorMessage(), "code 7");
+}
+
+TEST_F(SettingsObjectTest, PresentFlagsMarkTheGroup) {
+    TOLAAgent agent;
+    EXPECT_FALSE(agent.IsPresent(TolaField::LANSettings));
+    agent.SetPresent(TolaField::LANSettings_DHCPLeaseTime);
+    EXPECT_TRUE(agent.IsPresent(TolaField::LANSettings));
+    EXPECT_FALSE(agent.IsPresent(TolaField::LANSettings_DHCPEnabled));
+    EXPECT_STREQ(tola_field_info(TolaField::LANSettings_DHCPLeaseTime).name, "LANSettings.DHCPLeaseTime");
+}
+
+TEST_F(SettingsObjectTest, HostSettersJournalAndScriptedFaultsApply) {
+    sys_dmz_settings_t dmz{};
+    snprintf(dmz.ipAddress, sizeof(dmz.ipAddress), "192.168.1.9");
+    EXPECT_EQ(sys_setDMZSettings(&dmz), 0);
+    sys_dmz_settings_t back{};
+    EXPECT_EQ(sys_getDMZSettings(&back), 0);
+    EXPECT_STREQ(back.ipAddress, "192.168.1.9");
+    EXPECT_EQ(webui_set_log_settings(nullptr), 1);
+    webui_log_settings_t logs{1, 4};
+    EXPECT_EQ(webui_set_log_settings(&logs), WEBUI_SUCCESS);
+    ardo::deviceStateSet("/faults/deviceui_set_screen_timeout_settings", 9);
+    EXPECT_EQ(deviceui_set_screen_timeout_settings(0), 9);
+    std::string journal = root.readFile("/var/lib/ardo/calls.jsonl");
+    EXPECT_NE(journal.find("sys_setDMZSettings"), std::string::npos);
+    EXPECT_NE(journal.find("deviceui_set_screen_timeout_settings"), std::string::npos);
+}
+
+}  // namespace
