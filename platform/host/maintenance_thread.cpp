@@ -24,7 +24,9 @@ MaintenanceThread::~MaintenanceThread() {
     pthread_mutex_destroy(&mMutex);
 }
 
-int MaintenanceThread::Initialize() { return 0; }
+int MaintenanceThread::Initialize() {
+    return 0;
+}
 
 int MaintenanceThread::Run() {
     pthread_mutex_lock(&mMutex);
@@ -108,7 +110,8 @@ void MaintenanceThread::Loop() {
                     pthread_cond_wait(&mCond, &mMutex);
                 }
             } else {
-                struct timespec deadline = sys_deadlineAfterMilliseconds(static_cast<uint64_t>(interval) * 1000);
+                struct timespec deadline =
+                    sys_deadlineAfterMilliseconds(static_cast<uint64_t>(interval) * 1000);
                 int rc = 0;
                 // Loop over spurious wake-ups until signalled, stopped or expired (or an error,
                 // treated as expiry rather than spinning).

@@ -77,14 +77,16 @@ std::mutex gBusMutex;  // the sd-bus connection and everything below
 sd_bus* gBus = nullptr;
 sd_bus_slot* gFilterSlot = nullptr;
 int gWakeFd = -1;
-bool gBroken = false;              // the connection failed; publishing fails from now on
-std::vector<Notice> gIncoming;     // filled by the filter during sd_bus_process
+bool gBroken = false;           // the connection failed; publishing fails from now on
+std::vector<Notice> gIncoming;  // filled by the filter during sd_bus_process
 
 std::thread gDelivery;
 std::thread::id gDeliveryId;
 std::atomic<bool> gStop{false};
 
-bool onDeliveryThread() { return std::this_thread::get_id() == gDeliveryId; }
+bool onDeliveryThread() {
+    return std::this_thread::get_id() == gDeliveryId;
+}
 
 // Wakes the delivery thread. Caller holds gBusMutex.
 void wakeLocked() {
@@ -110,7 +112,8 @@ int onMessage(sd_bus_message* m, void*, sd_bus_error*) {
     }
     char type = 0;
     const char* contents = nullptr;
-    if (sd_bus_message_peek_type(m, &type, &contents) <= 0 || type != SD_BUS_TYPE_VARIANT || contents == nullptr) {
+    if (sd_bus_message_peek_type(m, &type, &contents) <= 0 || type != SD_BUS_TYPE_VARIANT ||
+        contents == nullptr) {
         return 0;
     }
     Notice notice;
@@ -151,7 +154,9 @@ int onMessage(sd_bus_message* m, void*, sd_bus_error*) {
 }
 
 // Matches only steer the daemon's routing; delivery is decided in onMessage's consumer.
-int onMatch(sd_bus_message*, void*, sd_bus_error*) { return 0; }
+int onMatch(sd_bus_message*, void*, sd_bus_error*) {
+    return 0;
+}
 
 // Caller holds gStateMutex.
 bool callbackRegisteredLocked(MsgbusCallbackInterface* cb) {
@@ -251,7 +256,8 @@ int pollTimeoutMs(uint64_t usec) {
     }
     struct timespec now {};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    uint64_t nowUs = static_cast<uint64_t>(now.tv_sec) * 1000000ULL + static_cast<uint64_t>(now.tv_nsec) / 1000;
+    uint64_t nowUs =
+        static_cast<uint64_t>(now.tv_sec) * 1000000ULL + static_cast<uint64_t>(now.tv_nsec) / 1000;
     if (usec <= nowUs) {
         return 0;
     }
@@ -387,8 +393,8 @@ bool matchRule(const std::string& channel, std::string& rule) {
         channel.find('\0') != std::string::npos) {
         return false;
     }
-    rule = std::string("type='signal',path='") + kPath + "',interface='" + kInterface + "',member='" + kMember +
-           "',arg0='" + channel + "'";
+    rule = std::string("type='signal',path='") + kPath + "',interface='" + kInterface + "',member='" +
+           kMember + "',arg0='" + channel + "'";
     return true;
 }
 
@@ -432,7 +438,9 @@ int publish(const std::string& channel, const char* variantType, Append append) 
 
 MsgbusHandler::MsgbusHandler(MsgbusCallbackInterface* callback) : mCallback(callback) {}
 
-MsgbusHandler::~MsgbusHandler() { Uninitialize(); }
+MsgbusHandler::~MsgbusHandler() {
+    Uninitialize();
+}
 
 int MsgbusHandler::Initialize() {
     if (mInitialized) {
@@ -470,7 +478,8 @@ int MsgbusHandler::Uninitialize() {
         // The callback object may go away once this returns: wait out a delivery in progress
         // (unless this is that delivery, or another handler still serves the same object).
         if (mCallback != nullptr && !onDeliveryThread()) {
-            gStateCv.wait(lock, [this] { return gInCallback != mCallback || callbackRegisteredLocked(mCallback); });
+            gStateCv.wait(lock,
+                          [this] { return gInCallback != mCallback || callbackRegisteredLocked(mCallback); });
         }
     }
     {
@@ -498,7 +507,8 @@ int MsgbusHandler::RegisterForChannelSubscription(const std::string& channel, bo
         return 1;
     }
     std::vector<Subscription>& subs = it->second.subscriptions;
-    auto sub = std::find_if(subs.begin(), subs.end(), [&](const Subscription& s) { return s.channel == channel; });
+    auto sub =
+        std::find_if(subs.begin(), subs.end(), [&](const Subscription& s) { return s.channel == channel; });
     std::lock_guard<std::mutex> lock(gBusMutex);
     if (subscribe) {
         if (sub != subs.end()) {
@@ -537,8 +547,9 @@ int MsgbusHandler::PublishData(const std::string& channel, const std::string& va
     if (!mInitialized || value.find('\0') != std::string::npos) {
         return 1;
     }
-    return publish(channel, "s",
-                   [&value](sd_bus_message* m) { return sd_bus_message_append_basic(m, 's', value.c_str()); });
+    return publish(channel, "s", [&value](sd_bus_message* m) {
+        return sd_bus_message_append_basic(m, 's', value.c_str());
+    });
 }
 
 int MsgbusHandler::PublishData(const std::string& channel, const void* data, int length) {

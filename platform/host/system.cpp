@@ -59,7 +59,8 @@ int sys_sdkShutdown(void) {
 int sys_watchdogApplicationRegister(const char* name, int reg) {
     int rc = 0;
     if (ardo::deviceTakeFault("sys_watchdogApplicationRegister", &rc)) {
-        ardo::deviceJournal("sys_watchdogApplicationRegister", {{"name", name ? name : ""}, {"reg", reg}}, rc);
+        ardo::deviceJournal("sys_watchdogApplicationRegister", {{"name", name ? name : ""}, {"reg", reg}},
+                            rc);
         return rc;
     }
     if (name == nullptr || *name == '\0') {

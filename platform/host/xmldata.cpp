@@ -4,6 +4,8 @@
 // defensive: parsing never touches the network or expands entities, texts are gathered from the
 // document's own text nodes only (an entity reference is skipped rather than expanded), and every
 // copy into a caller's buffer is bounded.
+#include "xmldata.h"
+
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/xmlerror.h>
@@ -15,8 +17,6 @@
 #include <cstring>
 #include <mutex>
 #include <string>
-
-#include "xmldata.h"
 
 namespace {
 
@@ -105,7 +105,9 @@ bool firstText(const char* xpath, std::string& out, size_t limit) {
     return found;
 }
 
-bool isBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+bool isBlank(char c) {
+    return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
 
 // The digits of a number with surrounding white space removed; false when empty.
 bool trimmed(const std::string& text, size_t& begin, size_t& end) {

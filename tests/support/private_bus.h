@@ -31,7 +31,8 @@ private:
 // Runs a binary with the test's environment; its stdout and stderr go to outputFile.
 class ChildProcess {
 public:
-    ChildProcess(const std::string& binary, const std::vector<std::string>& args, const std::string& outputFile);
+    ChildProcess(const std::string& binary, const std::vector<std::string>& args,
+                 const std::string& outputFile);
     // Kills (SIGKILL) and reaps the process if it is still running.
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;

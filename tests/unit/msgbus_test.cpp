@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -28,11 +28,15 @@ struct Received {
     bool operator==(const Received& o) const { return channel == o.channel && value == o.value; }
 };
 
-std::ostream& operator<<(std::ostream& os, const Received& r) { return os << r.channel << '=' << r.value; }
+std::ostream& operator<<(std::ostream& os, const Received& r) {
+    return os << r.channel << '=' << r.value;
+}
 
 class Recorder : public MsgbusCallbackInterface {
 public:
-    void OnChannelNotify(const std::string& channel, const std::string& data) override { add(channel, "str:" + data); }
+    void OnChannelNotify(const std::string& channel, const std::string& data) override {
+        add(channel, "str:" + data);
+    }
     void OnChannelNotify(const std::string& channel, const int& data) override {
         add(channel, "int:" + std::to_string(data));
     }
@@ -84,7 +88,9 @@ private:
 };
 
 // Runs a command-line tool against the private bus.
-int shell(const std::string& command) { return std::system(command.c_str()); }
+int shell(const std::string& command) {
+    return std::system(command.c_str());
+}
 
 }  // namespace
 
@@ -105,8 +111,10 @@ TEST(Msgbus, ValuesOfEveryKindTravelBetweenHandlers) {
     EXPECT_EQ(publisher.PublishData("t.empty", std::string()), 0);
     EXPECT_EQ(publisher.PublishData("t.unsubscribed", 1), 0);
     ASSERT_TRUE(rec.waitFor("t.empty"));
-    std::vector<Received> expected = {
-        {"t.int", "int:-42"}, {"t.str", "str:<TOLA><abc> é"}, {"t.bin", "bin:0001feff00"}, {"t.empty", "str:"}};
+    std::vector<Received> expected = {{"t.int", "int:-42"},
+                                      {"t.str", "str:<TOLA><abc> é"},
+                                      {"t.bin", "bin:0001feff00"},
+                                      {"t.empty", "str:"}};
     EXPECT_EQ(rec.received(), expected);
 }
 
@@ -161,7 +169,8 @@ TEST(Msgbus, StandardToolsInjectAndOddSignalsAreIgnored) {
     ASSERT_EQ(subscriber.Initialize(), 0);
     ASSERT_EQ(subscriber.RegisterForChannelSubscription("sms.msg.tola", true), 0);
     ASSERT_EQ(subscriber.RegisterForChannelSubscription("modem2.time_change", true), 0);
-    std::string emit = "busctl --address='" + bus.address() + "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify ";
+    std::string emit =
+        "busctl --address='" + bus.address() + "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify ";
     // A variant kind that is not ours, a wrong signature and a wrong path: all dropped.
     ASSERT_EQ(shell(emit + "sv sms.msg.tola u 7"), 0);
     ASSERT_EQ(shell(emit + "ss sms.msg.tola x"), 0);
@@ -174,7 +183,8 @@ TEST(Msgbus, StandardToolsInjectAndOddSignalsAreIgnored) {
     ASSERT_TRUE(rec.waitFor("sms.msg.tola"));
     ASSERT_TRUE(rec.waitFor("modem2.time_change"));
     std::vector<Received> got = rec.received();
-    std::sort(got.begin(), got.end(), [](const Received& a, const Received& b) { return a.channel < b.channel; });
+    std::sort(got.begin(), got.end(),
+              [](const Received& a, const Received& b) { return a.channel < b.channel; });
     std::vector<Received> expected = {{"modem2.time_change", "bin:0102"}, {"sms.msg.tola", "str:<TOLA><x>"}};
     EXPECT_EQ(got, expected);
 }

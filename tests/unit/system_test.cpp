@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <functional>
@@ -26,7 +25,9 @@ std::vector<json> journal(const tola_test::TempRoot& root) {
     return lines;
 }
 
-json state() { return ardo::deviceStateRead(); }
+json state() {
+    return ardo::deviceStateRead();
+}
 
 }  // namespace
 
@@ -42,7 +43,8 @@ TEST(Watchdog, RegistrationAndKeepAlivesAreRecorded) {
     json s = state();
     EXPECT_EQ(s["watchdog"]["keepalives"]["tola"], 2);
     EXPECT_EQ(s["watchdog"]["last_keepalive"]["tola"]["pid"], 4242);
-    EXPECT_NEAR(s["watchdog"]["last_keepalive"]["tola"]["time"].get<double>(), static_cast<double>(sys_time()), 5);
+    EXPECT_NEAR(s["watchdog"]["last_keepalive"]["tola"]["time"].get<double>(),
+                static_cast<double>(sys_time()), 5);
 
     ASSERT_EQ(sys_watchdogApplicationRegister("tola", 0), 0);
     EXPECT_EQ(state()["watchdog"]["registered"]["tola"], false);
@@ -76,18 +78,6 @@ TEST(Watchdog, IntervalComesFromTheDeviceStateWhenSet) {
         EXPECT_EQ(seconds, c.expected) << c.value;
     }
     EXPECT_NE(sys_getWatchdogInterval(nullptr), 0);
-}
-
-TEST(SdkSession, SessionsAreCountedAndNeverNegative) {
-    tola_test::TempRoot root(true);
-    ASSERT_EQ(sys_sdkInitialize(), 0);
-    ASSERT_EQ(sys_sdkInitialize(), 0);
-    ASSERT_EQ(sys_sdkShutdown(), 0);
-    EXPECT_EQ(state()["sdk"]["sessions"], 1);
-    EXPECT_EQ(state()["sdk"]["opened"], 2);
-    ASSERT_EQ(sys_sdkShutdown(), 0);
-    ASSERT_EQ(sys_sdkShutdown(), 0);
-    EXPECT_EQ(state()["sdk"]["sessions"], 0);
 }
 
 TEST(SystemFaults, ScriptedResultsComeFirstAndChangeNothing) {
@@ -131,13 +121,13 @@ TEST(FactoryReset, RestoresSettingsKeepsBookkeepingAndWritesTheMarker) {
     tola_test::TempRoot root(true);
     const json& factory = ardo::deviceFactoryState();
     ardo::deviceStateUpdate([](json& s) {
-        s["gps"]["enabled"] = 0;                         // a setting
-        s["identity"]["hardware"]["imei"] = "111";       // what the hardware reports
+        s["gps"]["enabled"] = 0;                    // a setting
+        s["identity"]["hardware"]["imei"] = "111";  // what the hardware reports
         s["clock"]["offset_seconds"] = -1000;
         s["faults"]["sys_other"] = 2;
         s["watchdog"]["keepalives"]["tola"] = 9;
         s["power"]["reboots"] = 4;
-        s["notes"] = "added by hand";                    // no factory value: left alone
+        s["notes"] = "added by hand";  // no factory value: left alone
     });
     ASSERT_EQ(sys_restoreFactoryDefaults(), 0);
     json s = state();
@@ -158,14 +148,6 @@ TEST(FactoryReset, RestoresSettingsKeepsBookkeepingAndWritesTheMarker) {
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0]["call"], "sys_restoreFactoryDefaults");
     EXPECT_EQ(calls[0]["result"], 0);
-}
-
-TEST(Reboot, IsCountedAndJournaled) {
-    tola_test::TempRoot root(true);
-    ASSERT_EQ(sys_rebootSystem(), 0);
-    ASSERT_EQ(sys_rebootSystem(), 0);
-    EXPECT_EQ(state()["power"]["reboots"], 2);
-    EXPECT_EQ(journal(root).size(), 2u);
 }
 
 TEST(RebootDeathTest, EndsTheProcessWhenTheDeviceStateSaysSo) {

@@ -1,10 +1,11 @@
+#include "xmldata.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 
 #include "test_env.h"
-#include "xmldata.h"
 
 namespace {
 
@@ -41,16 +42,11 @@ TEST_F(XmlDataTest, ReadsTexts) {
         int rc;
         const char* text;
     } cases[] = {
-        {"/Config/Name", 0, "tola"},
-        {"/Config/Empty", 0, ""},
-        {"/Config/SelfClosed", 0, ""},
-        {"/Config/Mixed", 0, "acde"},
-        {"/Config/Escaped", 0, "<x&y>"},
-        {"/Config/Num", 0, "42"},  // the first match
-        {"/Config/Item[2]/N", 0, "2"},
-        {"/Config/Missing", 1, "unchanged"},
-        {"/Config/Item[9]/N", 1, "unchanged"},
-        {"///bad[", 1, "unchanged"},
+        {"/Config/Name", 0, "tola"},           {"/Config/Empty", 0, ""},
+        {"/Config/SelfClosed", 0, ""},         {"/Config/Mixed", 0, "acde"},
+        {"/Config/Escaped", 0, "<x&y>"},       {"/Config/Num", 0, "42"},  // the first match
+        {"/Config/Item[2]/N", 0, "2"},         {"/Config/Missing", 1, "unchanged"},
+        {"/Config/Item[9]/N", 1, "unchanged"}, {"///bad[", 1, "unchanged"},
     };
     for (const Case& c : cases) {
         char buffer[64];
