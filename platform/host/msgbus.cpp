@@ -33,6 +33,7 @@
 #include <thread>
 #include <vector>
 
+#include "device_state.h"
 #include "msgbus_handler.h"
 
 namespace {
@@ -401,6 +402,10 @@ bool matchRule(const std::string& channel, std::string& rule) {
 // Builds and sends one Notify signal; append writes the variant. 0 on success.
 template <typename Append>
 int publish(const std::string& channel, const char* variantType, Append append) {
+    int faulted = 0;
+    if (ardo::deviceTakeFault("MsgbusHandler::PublishData", &faulted)) {
+        return faulted;
+    }
     if (channel.find('\0') != std::string::npos) {
         return 1;
     }
@@ -443,6 +448,10 @@ MsgbusHandler::~MsgbusHandler() {
 }
 
 int MsgbusHandler::Initialize() {
+    int rc = 0;
+    if (ardo::deviceTakeFault("MsgbusHandler::Initialize", &rc)) {
+        return rc;
+    }
     if (mInitialized) {
         return 0;
     }
@@ -497,6 +506,10 @@ int MsgbusHandler::Uninitialize() {
 }
 
 int MsgbusHandler::RegisterForChannelSubscription(const std::string& channel, bool subscribe) {
+    int rc = 0;
+    if (ardo::deviceTakeFault("MsgbusHandler::RegisterForChannelSubscription", &rc)) {
+        return rc;
+    }
     std::string rule;
     if (!matchRule(channel, rule)) {
         return 1;

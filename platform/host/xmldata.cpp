@@ -18,6 +18,8 @@
 #include <mutex>
 #include <string>
 
+#include "device_state.h"
+
 namespace {
 
 std::mutex gMutex;
@@ -177,6 +179,10 @@ constexpr size_t kNumberTextLimit = 4096;
 }  // namespace
 
 int xmldata_initialize(const char* path, const char* /*schemaPath: no validation on the host*/) {
+    int rc = 0;
+    if (ardo::deviceTakeFault("xmldata_initialize", &rc)) {
+        return rc;
+    }
     if (path == nullptr) {
         return 1;
     }
@@ -201,6 +207,10 @@ int xmldata_initialize(const char* path, const char* /*schemaPath: no validation
 }
 
 int xmldata_getstring(const char* xpath, char* buffer, unsigned int maxChars) {
+    int rc = 0;
+    if (ardo::deviceTakeFault("xmldata_getstring", &rc)) {
+        return rc;
+    }
     if (buffer == nullptr) {
         return 1;
     }
@@ -215,6 +225,10 @@ int xmldata_getstring(const char* xpath, char* buffer, unsigned int maxChars) {
 }
 
 int xmldata_getuint32(const char* xpath, uint32_t* value) {
+    int rc = 0;
+    if (ardo::deviceTakeFault("xmldata_getuint32", &rc)) {
+        return rc;
+    }
     if (value == nullptr) {
         return 1;
     }
@@ -243,6 +257,10 @@ int xmldata_getint32_default(const char* xpath, int32_t* value, int32_t defaultV
 }
 
 int xmldata_getcount(const char* xpath, int* count) {
+    int faulted = 0;
+    if (ardo::deviceTakeFault("xmldata_getcount", &faulted)) {
+        return faulted;
+    }
     if (count == nullptr) {
         return 1;
     }

@@ -14,8 +14,10 @@
 #include <thread>
 #include <vector>
 
+#include "device_state.h"
 #include "msgbus_handler.h"
 #include "private_bus.h"
+#include "test_env.h"
 
 using namespace std::chrono_literals;
 
@@ -95,6 +97,7 @@ int shell(const std::string& command) {
 }  // namespace
 
 TEST(Msgbus, ValuesOfEveryKindTravelBetweenHandlers) {
+    tola_test::TempRoot root(true);
     tola_test::PrivateBus bus;
     Recorder rec;
     MsgbusHandler subscriber(&rec);
@@ -119,6 +122,7 @@ TEST(Msgbus, ValuesOfEveryKindTravelBetweenHandlers) {
 }
 
 TEST(Msgbus, ChannelOfACallbacklessHandlerReachesTheCallbackHandler) {
+    tola_test::TempRoot root(true);
     tola_test::PrivateBus bus;
     Recorder rec;
     MsgbusHandler subscriber(&rec);
@@ -144,6 +148,7 @@ TEST(Msgbus, ChannelOfACallbacklessHandlerReachesTheCallbackHandler) {
 }
 
 TEST(Msgbus, UnsubscribeStopsDelivery) {
+    tola_test::TempRoot root(true);
     tola_test::PrivateBus bus;
     Recorder rec;
     MsgbusHandler subscriber(&rec);
@@ -163,6 +168,7 @@ TEST(Msgbus, UnsubscribeStopsDelivery) {
 }
 
 TEST(Msgbus, StandardToolsInjectAndOddSignalsAreIgnored) {
+    tola_test::TempRoot root(true);
     tola_test::PrivateBus bus;
     Recorder rec;
     MsgbusHandler subscriber(&rec);
@@ -190,6 +196,7 @@ TEST(Msgbus, StandardToolsInjectAndOddSignalsAreIgnored) {
 }
 
 TEST(Msgbus, CallbacksMayPublishAndUninitialiseWhileOthersDeliver) {
+    tola_test::TempRoot root(true);
     tola_test::PrivateBus bus;
     Recorder echo;
     Recorder other;
@@ -223,6 +230,7 @@ TEST(Msgbus, CallbacksMayPublishAndUninitialiseWhileOthersDeliver) {
 }
 
 TEST(Msgbus, UninitialiseWaitsForItsOwnCallbackToReturn) {
+    tola_test::TempRoot root(true);
     tola_test::PrivateBus bus;
     Recorder rec;
     std::promise<void> started;
@@ -242,6 +250,7 @@ TEST(Msgbus, UninitialiseWaitsForItsOwnCallbackToReturn) {
 }
 
 TEST(Msgbus, ConnectionIsReopenedAfterTheLastHandlerCloses) {
+    tola_test::TempRoot root(true);
     tola_test::PrivateBus bus;
     for (int round = 0; round < 2; ++round) {
         Recorder rec;
@@ -254,6 +263,7 @@ TEST(Msgbus, ConnectionIsReopenedAfterTheLastHandlerCloses) {
 }
 
 TEST(Msgbus, RefusesWhatItCannotDo) {
+    tola_test::TempRoot outer(true);
     const char* old = std::getenv("ARDO_BUS_ADDRESS");
     std::string saved = old != nullptr ? old : "";
     for (const char* address : {"unix:path=/nonexistent/tola/bus", "tcp:host=127.0.0.1,port=1", "garbage"}) {
@@ -269,6 +279,7 @@ TEST(Msgbus, RefusesWhatItCannotDo) {
         unsetenv("ARDO_BUS_ADDRESS");
     }
 
+    tola_test::TempRoot root(true);
     tola_test::PrivateBus bus;
     MsgbusHandler handler;
     ASSERT_EQ(handler.Initialize(), 0);
@@ -279,4 +290,11 @@ TEST(Msgbus, RefusesWhatItCannotDo) {
     EXPECT_NE(handler.PublishData("x", std::string("a\0b", 3)), 0);
     EXPECT_NE(handler.PublishData("x", std::string("\xff\xfe")), 0);  // not UTF-8
     EXPECT_EQ(handler.PublishData("x", nullptr, 0), 0);
+
+    // Scripted faults come first.
+    ardo::deviceStateSet("/faults/MsgbusHandler::PublishData", ardo::json::array({4}));
+    ardo::deviceStateSet("/faults/MsgbusHandler::RegisterForChannelSubscription", ardo::json::array({5}));
+    EXPECT_EQ(handler.PublishData("x", 1), 4);
+    EXPECT_EQ(handler.RegisterForChannelSubscription("x", true), 5);
+    EXPECT_EQ(handler.PublishData("x", 1), 0);
 }

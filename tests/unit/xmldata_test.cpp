@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "device_state.h"
 #include "test_env.h"
 
 namespace {
@@ -162,6 +163,12 @@ TEST_F(XmlDataTest, UnreadableFilesFailToOpen) {
     }
     EXPECT_NE(xmldata_initialize(root.path("/does/not/exist.xml").c_str(), nullptr), 0);
     EXPECT_NE(xmldata_initialize(nullptr, nullptr), 0);
+
+    // A scripted fault fails a file that would open.
+    root.writeFile("/good.xml", "<A/>");
+    ardo::deviceStateSet("/faults/xmldata_initialize", ardo::json::array({2}));
+    EXPECT_EQ(xmldata_initialize(root.path("/good.xml").c_str(), nullptr), 2);
+    EXPECT_EQ(xmldata_initialize(root.path("/good.xml").c_str(), nullptr), 0);
 }
 
 TEST_F(XmlDataTest, NestedEntitiesAreNotExpanded) {
