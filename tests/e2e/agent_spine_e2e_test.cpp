@@ -126,15 +126,4 @@ TEST_F(AgentSpineE2E, DevicectlCipherRoundTrip) {
     EXPECT_EQ(2, status);
 }
 
-TEST_F(AgentSpineE2E, DevicectlStateShowCreatesTheFactoryState) {
-    root.remove("/var/lib/ardo/device.json");
-    int status = -1;
-    std::string shown = run("'" + kDevicectl + "' state show", &status);
-    EXPECT_EQ(0, status);
-    ardo::json state = ardo::json::parse(shown, nullptr, false);
-    ASSERT_TRUE(state.is_object());
-    EXPECT_TRUE(state.contains("watchdog"));
-    EXPECT_TRUE(root.exists("/var/lib/ardo/device.json"));
-}
-
 }  // namespace

@@ -94,48 +94,6 @@ TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
     EXPECT_FALSE(root.exists(kBackupFile + ".tmp"));
 }
 
-TEST_F(AclFileTest, ReaderLoadsWhatTheWriterWrote) {
-    const std::string longName(100, 'n');
-    {
-        TOLAAgent agent;
-        agent.Initialize();
-        agent.SetACEProperties(longName.c_str(), true, true);
-        agent.SetACEProperties("Led", false, false);
-        tolaagent_runtime_config_t record;
-        agent.GetRuntimeConfig(record);
-        record.checkInFlag = true;
-        record.checkInIntervalOverrideFlag = true;
-        record.checkInInterval = 5;
-        tola_copy_text(record.checkInURL, "http://portal.tola.test/");
-        tola_copy_text(record.payloadEncryptionKey, "key");
-        tola_copy_text(record.version, "3");
-        record.aclConfigStatus = 2;
-        agent.SetRuntimeConfig(record);
-        std::memset(agent.AclBlock(), 0x5a, sizeof(tola_acl_shm_t));  // the file alone must suffice
-    }
-    TOLAAgent agent;
-    agent.Initialize();
-    tolaagent_runtime_config_t record;
-    agent.GetRuntimeConfig(record);
-    EXPECT_TRUE(record.checkInFlag);
-    EXPECT_FALSE(record.factoryResetFlag);
-    EXPECT_TRUE(record.checkInIntervalOverrideFlag);
-    EXPECT_EQ(5u, record.checkInInterval);
-    EXPECT_STREQ("http://portal.tola.test/", record.checkInURL);
-    EXPECT_STREQ("key", record.payloadEncryptionKey);
-    EXPECT_STREQ("3", record.version);
-    EXPECT_EQ(2, record.aclConfigStatus);
-    tola_acl_shm_t* acl = agent.AclBlock();
-    ASSERT_NE(nullptr, acl);
-    EXPECT_EQ(TOLA_ACL_HEADER_LOADED, acl->header);
-    ASSERT_EQ(2, acl->count);
-    EXPECT_EQ(0, std::memcmp(longName.data(), acl->entries[0].name, 100));
-    EXPECT_EQ(3u, acl->entries[0].flags);
-    EXPECT_STREQ("Led", acl->entries[1].name);
-    EXPECT_EQ(0u, acl->entries[1].flags);
-}
-
-// Hand-edited values: only the exact spellings count.
 TEST_F(AclFileTest, FlagSpellingsAndBadNumbers) {
     struct Case {
         const char* checkInFlag;
@@ -242,26 +200,6 @@ TEST_F(AclFileTest, HandEditedListIsBounded) {
     EXPECT_EQ(TOLA_ACE_WRITE_ENABLED, acl->entries[0].flags);
     EXPECT_STREQ("item198", acl->entries[199].name);
     EXPECT_NE(std::string::npos, log().find("ACE count = 200"));
-}
-
-TEST_F(AclFileTest, RestoreDefaultsWriteEmptiesTheList) {
-    TOLAAgent agent;
-    agent.Initialize();
-    agent.SetACEProperties("A", true, true);
-    agent.SetACEProperties("B", true, false);
-    agent.SetRestoreDefaultsFlag(true);
-    tolaagent_runtime_config_t record;
-    agent.GetRuntimeConfig(record);
-    EXPECT_TRUE(agent.SetRuntimeConfig(record));
-    EXPECT_EQ(kHead + kDefaultRecord + kEmptyAcl, root.readFile(kAclFile));
-    EXPECT_EQ(TOLA_ACL_HEADER_WIPED, agent.AclBlock()->header);
-    EXPECT_EQ(0, agent.AclBlock()->count);
-    EXPECT_FALSE(agent.GetRestoreDefaultsFlag());
-    EXPECT_NE(std::string::npos, log().find("FactoryReset Remove Access Control Entities"));
-    // The flag is spent: entries added afterwards are written again.
-    agent.SetACEProperties("C", false, false);
-    EXPECT_TRUE(agent.SerializeACL());
-    EXPECT_EQ(aclFile(kDefaultRecord, ace("C", "False", "False")), root.readFile(kAclFile));
 }
 
 TEST_F(AclFileTest, WithoutTheSharedListTheFileIsLeftEmpty) {

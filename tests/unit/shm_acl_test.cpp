@@ -128,28 +128,4 @@ TEST_F(SharedAclTest, SecondStartAttachesWithoutClearing) {
     EXPECT_EQ(0u, first.AclBlock()->entries[0].flags);
 }
 
-TEST_F(SharedAclTest, GarbageCountFromAnotherProcessIsBounded) {
-    TOLAAgent agent;
-    agent.Initialize();
-    tola_acl_shm_t* acl = agent.AclBlock();
-    for (int badCount : {-5, 5000}) {
-        SCOPED_TRACE(badCount);
-        acl->count = badCount;
-        agent.SetACEProperties("x", true, true);
-        EXPECT_TRUE(agent.SerializeACL());  // writes at most the table
-    }
-    EXPECT_EQ(5000, acl->count);
-}
-
-TEST_F(SharedAclTest, WithoutASegmentNothingChanges) {
-    int id = shmget(root.shmKey(), 1000, IPC_CREAT | IPC_EXCL | 0666);
-    ASSERT_GE(id, 0);
-    TOLAAgent agent;
-    EXPECT_FALSE(agent.InitializeSharedMemory());
-    agent.SetACEProperties("x", true, true);
-    EXPECT_EQ(nullptr, agent.AclBlock());
-    EXPECT_EQ(1u, countInLog("share memory get failed, errno = 22"));
-    EXPECT_EQ(1u, countInLog("Access Control List Database is NULL"));
-}
-
 }  // namespace

@@ -68,14 +68,6 @@ TEST_F(SchedulingTest, RemainingSecondsSinceTheLastCheckIn) {
     EXPECT_NE(std::string::npos, Log().find("remainingSeconds [0]"));
 }
 
-TEST_F(SchedulingTest, RemainingDays) {
-    setLastCheckIn(deviceDate(-50 * 3600), 7 * 24);
-    int days = -1;
-    EXPECT_EQ(0, app->getRemainingDays(days));
-    EXPECT_EQ(5, days);
-    EXPECT_EQ(1u, Count(Log(), "days [2] remainingDays [5]"));
-}
-
 TEST_F(SchedulingTest, WithoutNetworkTimeNothingIsComputed) {
     ardo::deviceStateSet("/network_time/available", false);
     setLastCheckIn(deviceDate(-36000), 24);
@@ -180,18 +172,6 @@ TEST_F(SchedulingTest, DataUsageNoticeWakesOnlyOnStatusZero) {
         EXPECT_EQ(c.wakes, app->GotDataUsageInfo());
     }
     EXPECT_EQ(1u, Count(Log(), "Got updated data usage info from server, mGotDataUsageInfo = 1"));
-}
-
-TEST_F(SchedulingTest, TextAndIntegerNoticesAreLogged) {
-    app->OnChannelNotify("other.channel", std::string("hello"));
-    app->OnChannelNotify(TOLA_CHANNEL_SMS, std::string("<TOLA><abc>"));
-    app->OnChannelNotify(TOLA_CHANNEL_NEW_SETTINGS, 1);
-    std::string log = Log();
-    EXPECT_EQ(1u, Count(log, "received string data [hello] on channel other.channel"));
-    EXPECT_EQ(1u, Count(log, "Unmapped channel-category detected! Channel is other.channel"));
-    EXPECT_EQ(1u, Count(log, "received string data [<TOLA><abc>] on channel sms.msg.tola"));
-    EXPECT_EQ(1u, Count(log, "Unmapped channel-category detected!"));
-    EXPECT_EQ(1u, Count(log, "received int data [1] on channel ardo.tola.new.settings"));
 }
 
 TEST_F(SchedulingTest, FirstValidClockNoticeRearmsTheCheckInTimer) {
