@@ -42,25 +42,25 @@ bool PortalState::LoadScenario(const json& scenario, std::string& why) {
         why = "\"devices\" is an object keyed by IMEI (or \"*\")";
         return false;
     }
-    for (auto& [imei, spec] : devices->items()) {
-        if (!spec.is_object()) {
+    for (auto& [imei, entry] : devices->items()) {
+        if (!entry.is_object()) {
             why = "device " + imei + " is not an object";
             return false;
         }
         Device& device = mDevices[imei];
-        if (spec.contains("answers")) {
-            if (!spec["answers"].is_array()) {
+        if (entry.contains("answers")) {
+            if (!entry["answers"].is_array()) {
                 why = "answers of " + imei + " are not an array";
                 return false;
             }
-            for (const json& answer : spec["answers"]) {
+            for (const json& answer : entry["answers"]) {
                 device.answers.push_back(answer);
             }
         }
-        if (spec.contains("provision")) {
-            device.provision = spec["provision"];
+        if (entry.contains("provision")) {
+            device.provision = entry["provision"];
         }
-        device.key = stringOr(spec, "key", device.key);
+        device.key = stringOr(entry, "key", device.key);
     }
     return true;
 }
