@@ -17,6 +17,12 @@ bool tola_write_file_atomic(const std::string& path, const std::string& content)
 // false when the source cannot be read or the target cannot be written.
 bool tola_copy_file_lines(const std::string& source, const std::string& target);
 
+// The SDK session shared by TOLAAgent and TOLAApp, each with its own failure text (a format
+// taking the tag, the level name and the result). Bring-up retries once a second until the SDK
+// answers; shut-down returns whether it failed.
+void tola_sdk_bring_up(const char* failureFormat);
+bool tola_sdk_shut_down(const char* failureFormat);
+
 class TOLAAgent : public TOLASettingsObject {
 public:
     TOLAAgent();

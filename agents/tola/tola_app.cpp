@@ -275,22 +275,11 @@ bool TOLAApp::ResetAceDefaultsFlag() {
 
 bool TOLAApp::InitializeSysInterface() {
     TOLA_TRACE();
-    int rc;
-    do {
-        sys_sleepSeconds(1);
-        rc = sys_sdkInitialize();
-        if (rc != 0) {
-            TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] -  sdk Initialize failed returned [%d]", rc);
-        }
-    } while (rc != 0);
+    tola_sdk_bring_up("[%s]:[%s] -  sdk Initialize failed returned [%d]");
     return trace.Returning(true);
 }
 
 bool TOLAApp::UninitializeSysInterface() {
     TOLA_TRACE();
-    int rc = sys_sdkShutdown();
-    if (rc != 0) {
-        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] -  sdkShutdown failed returned : [%d]", rc);
-    }
-    return trace.Returning(rc != 0);
+    return trace.Returning(tola_sdk_shut_down("[%s]:[%s] -  sdkShutdown failed returned : [%d]"));
 }
