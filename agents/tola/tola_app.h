@@ -94,6 +94,10 @@ public:
 
     // ---- Data usage (tola_app_datausage.cpp) ----
     void GetUpdatedDataUsage();
+    // The two halves of GetUpdatedDataUsage: ask the service (false when no query is made:
+    // preconditions not met, or the service did not start), then wait for its notice.
+    bool RequestDataUsage();
+    void WaitForDataUsage();
     void RecordDataUsageInformation();
 
     // ---- Response handling and receipt (tola_app_response.cpp) ----
@@ -136,6 +140,7 @@ private:
     tolaagent_runtime_config_t runtimeConfig;
     bool timeChangeHandled = false;
     bool mGotDataUsageInfo = false;
+    bool mDataUsageRequested = false;  // a check-in waits for figures (under dataUsageMutex)
     pthread_cond_t dataUsageCondition;
     pthread_mutex_t dataUsageMutex;
 

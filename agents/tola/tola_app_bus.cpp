@@ -90,8 +90,12 @@ void TOLAApp::OnChannelNotify(const std::string& channel, void* data, int length
             std::memcpy(&status, data, sizeof status);
         }
         if (status == 0) {
-            mGotDataUsageInfo = true;
+            // Only a check-in that is waiting takes the figures: a notice that comes after its
+            // wait ran out must not switch that check-in to the data-usage template.
             pthread_mutex_lock(&dataUsageMutex);
+            if (mDataUsageRequested) {
+                mGotDataUsageInfo = true;
+            }
             pthread_cond_signal(&dataUsageCondition);
             pthread_mutex_unlock(&dataUsageMutex);
             TLOG(TOLA_LOG_DEBUG,

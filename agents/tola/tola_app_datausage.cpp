@@ -32,21 +32,37 @@ bool plainText(const std::string& text) {
 
 void TOLAApp::GetUpdatedDataUsage() {
     TOLA_TRACE();
+    if (RequestDataUsage()) {
+        WaitForDataUsage();
+    }
+}
+
+bool TOLAApp::RequestDataUsage() {
     pthread_mutex_lock(&dataUsageMutex);
     mGotDataUsageInfo = false;
+    mDataUsageRequested = false;
     pthread_mutex_unlock(&dataUsageMutex);
 
     if (!CheckPreconditionsForRequest()) {
-        return;
+        return false;
     }
+    pthread_mutex_lock(&dataUsageMutex);
+    mDataUsageRequested = true;
+    pthread_mutex_unlock(&dataUsageMutex);
     int rc = dua_start_data_usage_script();
     if (rc != 0) {
+        pthread_mutex_lock(&dataUsageMutex);
+        mDataUsageRequested = false;
+        pthread_mutex_unlock(&dataUsageMutex);
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: data usage script could not be started rc [%d]", __func__, rc);
-        return;
+        return false;
     }
+    return true;
+}
+
+void TOLAApp::WaitForDataUsage() {
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s: waiting up to %u seconds for data usage info", __func__,
          dataUsageWaitSeconds);
-
     // The bus thread sets the flag and then signals under the mutex; checking the flag under the
     // mutex before every wait means neither an early notice nor a spurious wake-up is misread.
     struct timespec deadline = sys_deadlineAfterMilliseconds(static_cast<uint64_t>(dataUsageWaitSeconds) * 1000);
@@ -58,6 +74,7 @@ void TOLAApp::GetUpdatedDataUsage() {
         }
     }
     bool got = mGotDataUsageInfo;
+    mDataUsageRequested = false;
     pthread_mutex_unlock(&dataUsageMutex);
     if (got) {
         TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s: got data usage info", __func__);

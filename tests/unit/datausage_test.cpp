@@ -15,6 +15,12 @@ namespace {
 class DataUsageTest : public AppTest {
 protected:
     void Notice(uint32_t status) { app->OnChannelNotify(TOLA_CHANNEL_DATA_USAGE, &status, sizeof status); }
+    // A check-in asks for figures and this test plays the service's notice.
+    void FreshFigures() {
+        ardo::deviceStateSet("/data_usage/notice", "never");
+        ASSERT_TRUE(app->RequestDataUsage());
+        Notice(0);
+    }
     std::string Filled() {
         std::string checkIn, request = "%PLANTYPE%|%ALLOWANCE%|%UNIT%|%LINEUSAGE%|%TOTALSHRUSAGE%|%CYCLEENDDT%|"
                                        "%USAGETIMESTAMP%|%PREPAYIND%";
@@ -94,7 +100,7 @@ TEST_F(DataUsageTest, PlanLinesGiveTheEightTexts) {
     for (const Case& c : cases) {
         ardo::deviceStateSet("/data_usage/plans", c.plans);
         ardo::deviceStateSet("/data_usage/status", c.status);
-        Notice(0);
+        FreshFigures();
         app->RecordDataUsageInformation();
         EXPECT_EQ(app->GotDataUsageInfo(), c.expected != nullptr) << c.plans;
         if (c.expected != nullptr) {
@@ -102,8 +108,8 @@ TEST_F(DataUsageTest, PlanLinesGiveTheEightTexts) {
         }
     }
     ardo::deviceStateSet("/data_usage/plans", json::array({line}));
+    FreshFigures();
     ardo::deviceStateSet("/faults/dua_get_data_usage_info", 1);
-    Notice(0);
     app->RecordDataUsageInformation();
     EXPECT_FALSE(app->GotDataUsageInfo());
 }

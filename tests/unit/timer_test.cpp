@@ -166,12 +166,25 @@ TEST_F(SchedulingTest, DataUsageNoticeWakesOnlyOnStatusZero) {
         {"other channel", "some.other.channel", &zero, 4, false},
         {"status 0", TOLA_CHANNEL_DATA_USAGE, &zero, 4, true},
     };
+    // A check-in waits for figures; the service itself stays silent so that only the notices
+    // below arrive.
+    ardo::deviceStateSet("/data_usage/notice", "never");
+    ASSERT_TRUE(app->RequestDataUsage());
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         notify(c.channel, c.data, c.length);
         EXPECT_EQ(c.wakes, app->GotDataUsageInfo());
     }
     EXPECT_EQ(1u, Count(Log(), "Got updated data usage info from server, mGotDataUsageInfo = 1"));
+}
+
+TEST_F(SchedulingTest, DataUsageNoticeAfterTheWaitRanOutIsNotTaken) {
+    const int32_t zero = 0;
+    ardo::deviceStateSet("/data_usage/notice", "never");
+    ASSERT_TRUE(app->RequestDataUsage());
+    app->WaitForDataUsage();  // runs out: nothing was published
+    notify(TOLA_CHANNEL_DATA_USAGE, &zero, 4);
+    EXPECT_FALSE(app->GotDataUsageInfo());
 }
 
 TEST_F(SchedulingTest, FirstValidClockNoticeRearmsTheCheckInTimer) {
