@@ -26,7 +26,7 @@ struct Cache {
     ino_t ino = 0;
     struct timespec mtime {};
     off_t size = -1;
-    json doc;
+    std::shared_ptr<const json> doc;
 } gCache;
 
 std::string dirOf(const std::string& path) {
@@ -78,11 +78,11 @@ bool writeDoc(const std::string& path, const json& doc) {
 
 // Reads the document without taking the lock (the file is only ever replaced by rename, so a
 // reader sees the old or the new version). Creates it from the defaults when missing.
-json readUnlocked(const std::string& path, bool createIfMissing) {
+std::shared_ptr<const json> readUnlocked(const std::string& path, bool createIfMissing) {
     struct stat st {};
     std::lock_guard<std::mutex> guard(gCacheMutex);
     if (stat(path.c_str(), &st) == 0) {
-        if (gCache.path == path && gCache.ino == st.st_ino && gCache.size == st.st_size &&
+        if (gCache.doc && gCache.path == path && gCache.ino == st.st_ino && gCache.size == st.st_size &&
             gCache.mtime.tv_sec == st.st_mtim.tv_sec && gCache.mtime.tv_nsec == st.st_mtim.tv_nsec) {
             return gCache.doc;
         }
@@ -92,13 +92,13 @@ json readUnlocked(const std::string& path, bool createIfMissing) {
             gCache.ino = st.st_ino;
             gCache.size = st.st_size;
             gCache.mtime = st.st_mtim;
-            gCache.doc = doc;
-            return doc;
+            gCache.doc = std::make_shared<const json>(std::move(doc));
+            return gCache.doc;
         }
     }
-    json doc = deviceFactoryState();
+    auto doc = std::make_shared<const json>(deviceFactoryState());
     if (createIfMissing) {
-        writeDoc(path, doc);
+        writeDoc(path, *doc);
     }
     gCache = Cache{};
     return doc;
@@ -122,7 +122,7 @@ const json& deviceFactoryState() {
     return factory;
 }
 
-json deviceStateRead() {
+std::shared_ptr<const json> deviceStateSnapshot() {
     std::string path = deviceStatePath();
     struct stat st {};
     if (stat(path.c_str(), &st) != 0) {
@@ -133,10 +133,12 @@ json deviceStateRead() {
     return readUnlocked(path, false);
 }
 
+json deviceStateRead() { return *deviceStateSnapshot(); }
+
 bool deviceStateUpdate(const std::function<void(json& state)>& change) {
     std::string path = deviceStatePath();
     StateLock lock(path);
-    json doc = readUnlocked(path, false);
+    json doc = *readUnlocked(path, false);
     change(doc);
     return writeDoc(path, doc);
 }
@@ -146,9 +148,9 @@ bool deviceStateSet(const std::string& pointer, const json& value) {
 }
 
 bool deviceTakeFault(const char* call, int* result) {
-    json state = deviceStateRead();
-    auto faults = state.find("faults");
-    if (faults == state.end() || !faults->is_object() || !faults->contains(call)) {
+    std::shared_ptr<const json> state = deviceStateSnapshot();
+    auto faults = state->find("faults");
+    if (faults == state->end() || !faults->is_object() || !faults->contains(call)) {
         return false;
     }
     bool taken = false;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -20,20 +21,23 @@ std::string deviceStatePath();
 const json& deviceFactoryState();
 
 // The current document, created from the factory defaults when missing (or unreadable).
-// Cached; re-read only when the file changes.
+// Cached and shared: re-read only when the file changes, never copied (every log line's time
+// stamp asks for the clock offset, so this is on a hot path).
+std::shared_ptr<const json> deviceStateSnapshot();
+// A copy of the current document.
 json deviceStateRead();
 
 // Reads a value by JSON pointer ("/gps/enabled"), or the fallback when it is absent or of
 // another kind.
 template <typename T>
 T deviceStateValue(const std::string& pointer, T fallback) {
-    json state = deviceStateRead();
+    std::shared_ptr<const json> state = deviceStateSnapshot();
     json::json_pointer ptr(pointer);
-    if (!state.contains(ptr)) {
+    if (!state->contains(ptr)) {
         return fallback;
     }
     try {
-        return state.at(ptr).get<T>();
+        return state->at(ptr).get<T>();
     } catch (const json::exception&) {
         return fallback;
     }

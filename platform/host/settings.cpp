@@ -42,7 +42,7 @@ int hostGet(const char* call, const char* key, T* out) {
     }
     T value{};
     ardo::recordFromJson(settingAt(ardo::deviceFactoryState(), key), value);
-    ardo::recordFromJson(settingAt(ardo::deviceStateRead(), key), value);
+    ardo::recordFromJson(settingAt(*ardo::deviceStateSnapshot(), key), value);
     *out = value;
     return 0;
 }
@@ -257,7 +257,7 @@ int webui_get_app_configurations(const char* section, const char* key, char* val
     if (section == nullptr || key == nullptr || value == nullptr || valueSize == 0) {
         return kUiFailure;
     }
-    json config = settingAt(ardo::deviceStateRead(), "webAppConfigurations");
+    json config = settingAt(*ardo::deviceStateSnapshot(), "webAppConfigurations");
     if (!config.is_object() || !config.contains(section) || !config[section].is_object() ||
         !config[section].contains(key)) {
         return kUiFailure;
