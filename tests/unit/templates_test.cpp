@@ -22,7 +22,6 @@ protected:
         app->ProcessRequest(checkIn, request);
         return request;
     }
-    void Notice(uint32_t status) { app->OnChannelNotify(TOLA_CHANNEL_DATA_USAGE, &status, sizeof status); }
 };
 
 TEST_F(TemplatesTest, FileContentGainsOneLineBreak) {
@@ -136,7 +135,11 @@ TEST_F(TemplatesTest, DataUsagePlaceholdersOnlyInTheRequestAndOnlyWhenFresh) {
     Fill(checkIn, request);
     EXPECT_EQ(request, usage);  // no figures yet
 
-    Notice(0);
+    // A check-in asks for figures; the test plays the service's notice.
+    ardo::deviceStateSet("/data_usage/notice", "never");
+    ASSERT_TRUE(app->RequestDataUsage());
+    uint32_t fresh = 0;
+    app->OnChannelNotify(TOLA_CHANNEL_DATA_USAGE, &fresh, sizeof fresh);
     app->RecordDataUsageInformation();
     ASSERT_TRUE(app->GotDataUsageInfo());
     Fill(checkIn, request);
