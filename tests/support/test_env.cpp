@@ -1,5 +1,6 @@
 #include "test_env.h"
 
+#include <gtest/gtest.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -38,6 +39,38 @@ void run(const std::string& command) {
         throw std::runtime_error("command failed: " + command);
     }
 }
+
+// Every test binary runs against a simulated device of its own, even in tests that make no
+// TempRoot: nothing a test does may reach the machine's real /var or /opt, or the device's
+// real ACL segment key.
+class ProcessRootEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        char templ[] = "/tmp/tola-test-process-XXXXXX";
+        if (mkdtemp(templ) != nullptr) {
+            mDir = templ;
+            setenv("ARDO_ROOT", mDir.c_str(), 1);
+        }
+        mKey = 0x71000000 | (getpid() & 0xffffff);
+        setenv("ARDO_SHM_KEY", std::to_string(mKey).c_str(), 1);
+    }
+    void TearDown() override {
+        int id = shmget(static_cast<key_t>(mKey), 0, 0);
+        if (id >= 0) {
+            shmctl(id, IPC_RMID, nullptr);
+        }
+        if (!mDir.empty()) {
+            int ignored = std::system(("rm -rf '" + mDir + "'").c_str());
+            (void)ignored;
+        }
+    }
+
+private:
+    std::string mDir;
+    int mKey = 0;
+};
+
+::testing::Environment* const gProcessRoot = ::testing::AddGlobalTestEnvironment(new ProcessRootEnvironment);
 
 }  // namespace
 
