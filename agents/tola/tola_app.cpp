@@ -18,9 +18,6 @@ std::string dataFilePath(const char* name) {
     return sys_fsPath(std::string(TOLA_DATA_DIR) + "/" + name);
 }
 
-// White space that a hand-edited marker file may carry around its word.
-const char* const kMarkerBlanks = " \t\r\n\b\v";
-
 }  // namespace
 
 TOLAApp::TOLAApp()
@@ -251,13 +248,7 @@ bool TOLAApp::GetAceDefaultsFlag(std::string& flag) {
     while (std::getline(in, line)) {
         text += line;
     }
-    size_t first = text.find_first_not_of(kMarkerBlanks);
-    if (first == std::string::npos) {
-        text.clear();
-    } else {
-        size_t last = text.find_last_not_of(kMarkerBlanks);
-        text = text.substr(first, last - first + 1);
-    }
+    tola_trim_blanks(text);
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - aceDefaults flag is %s", text.c_str());
     flag = text;
     return trace.Returning(true);

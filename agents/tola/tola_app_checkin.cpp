@@ -15,20 +15,9 @@
 
 namespace {
 
-constexpr const char* kTrimCharacters = " \t\r\n\b\v";
 constexpr uint32_t kNoAttempts = 4294967295u;
 constexpr int kDnsTotalTimeoutSeconds = 30;
 constexpr int kDnsRequestedCount = 20;
-
-void trim(std::string& text) {
-    size_t first = text.find_first_not_of(kTrimCharacters);
-    if (first == std::string::npos) {
-        text.clear();
-        return;
-    }
-    size_t last = text.find_last_not_of(kTrimCharacters);
-    text = text.substr(first, last - first + 1);
-}
 
 }  // namespace
 
@@ -115,7 +104,7 @@ bool TOLAApp::ProcessCheckIn(std::string& request, std::string& checkIn) {
     if (!mIMEI.empty()) {
         ReplacePlaceholder(checkIn, "%IMEI%", mIMEI);
     }
-    trim(request);
+    tola_trim_blanks(request);
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - request is %s", request.c_str());
 
     const char* key;

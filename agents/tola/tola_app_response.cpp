@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr const char* kTrimCharacters = " \t\r\n\b\v";
-
 // aclConfigStatus after a configuration: 2 once it was applied, so that the next start
 // announces the new settings; 0 when it was not.
 constexpr int32_t kAclStatusApplied = 2;
@@ -24,18 +22,6 @@ constexpr int32_t kAclStatusNone = 0;
 // Outcome codes of a configuration that could not be applied (receipt %ERRCD%).
 constexpr int kOutcomeNoConfiguration = 2;
 constexpr int kOutcomeUndecryptable = 1;
-
-void trim(std::string& text) {
-    size_t first = text.find_first_not_of(kTrimCharacters);
-    if (first == std::string::npos) {
-        text.clear();
-        return;
-    }
-    size_t last = text.find_last_not_of(kTrimCharacters);
-    text = text.substr(first, last - first + 1);
-}
-
-std::string recordText(const char (&field)[TOLA_TEXT_SIZE]) { return std::string(field, strnlen(field, TOLA_TEXT_SIZE)); }
 
 }  // namespace
 
@@ -135,8 +121,8 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
         result = false;
     } else {
         TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Encrypted configuration is (%s)", response.c_str());
-        std::string key = runtimeConfig.payloadEncryptionKey[0] != '\0' ? recordText(runtimeConfig.payloadEncryptionKey)
-                                                                        : recordText(config.baseEncryptionKey);
+        std::string key = runtimeConfig.payloadEncryptionKey[0] != '\0' ? tola_record_text(runtimeConfig.payloadEncryptionKey)
+                                                                        : tola_record_text(config.baseEncryptionKey);
         char* decrypted = nullptr;
         if (AesDecrypt(key.c_str(), response.c_str(), &decrypted) != 0 || decrypted == nullptr) {
             TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Unable to decrypt configuration");
@@ -166,7 +152,7 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
 
     // The receipt.
     agent.GetRuntimeConfig(runtimeConfig);
-    std::string url = recordText(runtimeConfig.checkInURL);
+    std::string url = tola_record_text(runtimeConfig.checkInURL);
     if (!url.empty()) {
         std::string receipt;
         std::string checkIn;
@@ -201,7 +187,7 @@ bool TOLAApp::ProcessReceipt(std::string& receipt, std::string& checkIn) {
     if (!mIMEI.empty()) {
         ReplacePlaceholder(checkIn, "%IMEI%", mIMEI);
     }
-    trim(receipt);
+    tola_trim_blanks(receipt);
     if (!mVersion.empty()) {
         ReplacePlaceholder(receipt, "%VERSION%", mVersion);
     }
@@ -216,10 +202,10 @@ bool TOLAApp::ProcessReceipt(std::string& receipt, std::string& checkIn) {
     std::string key;
     if (runtimeConfig.payloadEncryptionKey[0] == '\0') {
         TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Encrypt config receipt by using factory provisioned encryption key");
-        key = recordText(config.baseEncryptionKey);
+        key = tola_record_text(config.baseEncryptionKey);
     } else {
         TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Encrypt config receipt by using encryption key obtained from the server");
-        key = recordText(runtimeConfig.payloadEncryptionKey);
+        key = tola_record_text(runtimeConfig.payloadEncryptionKey);
     }
     char* encrypted = nullptr;
     if (AesEncrypt(key.c_str(), receipt.c_str(), &encrypted) == 0 && encrypted != nullptr) {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 // Texts inside the records: NUL-terminated, filled with at most 127 characters.
 constexpr size_t TOLA_TEXT_SIZE = 128;
@@ -10,6 +11,11 @@ constexpr size_t TOLA_TEXT_MAX = TOLA_TEXT_SIZE - 1;
 
 // Copies at most TOLA_TEXT_MAX characters of src and always terminates the 128-byte field.
 void tola_copy_text(char (&dst)[TOLA_TEXT_SIZE], const char* src);
+// A record's text field as a string (bounded by the field, terminated or not).
+std::string tola_record_text(const char (&field)[TOLA_TEXT_SIZE]);
+// Removes every leading and trailing blank, tab, carriage return, line feed, backspace and
+// vertical tab: the white space that templates and hand-edited files carry around their text.
+void tola_trim_blanks(std::string& text);
 
 // The read-only agent configuration (config.xml).
 struct tolaagent_config_t {
