@@ -18,7 +18,7 @@ namespace {
 // Every benchmark runs against a private simulated device (its own root and ACL segment), so
 // that nothing touches the machine's real paths or a running agent's list.
 class BenchDevice {
-public:
+  public:
     BenchDevice() {
         char dir[] = "/tmp/tola-bench-XXXXXX";
         mRoot = mkdtemp(dir) != nullptr ? dir : "";
@@ -39,7 +39,7 @@ public:
         }
     }
 
-private:
+  private:
     std::string mRoot;
     int mKey;
 };

@@ -1,5 +1,6 @@
 // Parsing the largest configuration document the agent accepts, against the simulated device.
 #include <benchmark/benchmark.h>
+
 #include <string>
 
 #include "large_document.h"

@@ -20,7 +20,8 @@ std::string deviceList(const char* group, int count, int macGroup) {
 
 }  // namespace
 
-std::string makeLargeDocument(int blockedDevices, int whiteListed, int filterApps, int forwardApps, int aces) {
+std::string makeLargeDocument(int blockedDevices, int whiteListed, int filterApps, int forwardApps,
+                              int aces) {
     std::string doc = "[\n  {\n    ";
     doc += deviceList("BlockedDevices", blockedDevices, 1) + ",\n    ";
     doc += deviceList("WhiteListedDevices", whiteListed, 2) + ",\n    ";

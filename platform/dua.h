@@ -13,18 +13,18 @@ constexpr size_t DUA_TEXT_SIZE = 32;
 
 // One plan line. Texts are NUL-terminated inside their fields.
 struct dua_plan_display_info_t {
-    char planType[DUA_TEXT_SIZE];        // "Line" or "Shared"
-    char allowance[DUA_TEXT_SIZE];       // the plan's allowance, a decimal number ("10", "unlimited")
-    char unit[DUA_TEXT_SIZE];            // unit of allowance and usage ("MB", "GB")
-    char usage[DUA_TEXT_SIZE];           // Line: this line's usage; Shared: all lines' usage
-    char cycleEndDate[DUA_TEXT_SIZE];    // last day of the billing cycle, "YYYY-MM-DD"
-    char prePayIndicator[DUA_TEXT_SIZE]; // "Y" prepaid, "N" postpaid
+    char planType[DUA_TEXT_SIZE];         // "Line" or "Shared"
+    char allowance[DUA_TEXT_SIZE];        // the plan's allowance, a decimal number ("10", "unlimited")
+    char unit[DUA_TEXT_SIZE];             // unit of allowance and usage ("MB", "GB")
+    char usage[DUA_TEXT_SIZE];            // Line: this line's usage; Shared: all lines' usage
+    char cycleEndDate[DUA_TEXT_SIZE];     // last day of the billing cycle, "YYYY-MM-DD"
+    char prePayIndicator[DUA_TEXT_SIZE];  // "Y" prepaid, "N" postpaid
 };
 static_assert(sizeof(dua_plan_display_info_t) == 192, "plan line layout");
 
 struct dua_data_usage_info_t {
-    uint32_t status;                  // 0 when the figures are valid
-    uint32_t planCount;               // lines used in PlanDisplayInfo
+    uint32_t status;                     // 0 when the figures are valid
+    uint32_t planCount;                  // lines used in PlanDisplayInfo
     char usageTimestamp[DUA_TEXT_SIZE];  // when the carrier computed the figures, UTC "YYYY-MM-DDTHH:MM:SSZ"
     dua_plan_display_info_t PlanDisplayInfo[DUA_MAX_PLANS];
 };

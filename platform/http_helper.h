@@ -6,7 +6,7 @@
 #include <string>
 
 class HttpHelper {
-public:
+  public:
     // The largest answer body accepted; a longer answer makes the exchange fail.
     static constexpr size_t kMaxResponseBytes = 1024 * 1024;
 
@@ -32,7 +32,7 @@ public:
     int ExecuteGetRequest(const std::string& url, const std::string& body, std::string& response,
                           int& httpStatus);
 
-private:
+  private:
     long mTimeoutSeconds = 0;
     std::string mInterface;
     std::string mResolveEntry;

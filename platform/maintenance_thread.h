@@ -7,7 +7,7 @@
 #include <cstdint>
 
 class MaintenanceThreadCallbackInterface {
-public:
+  public:
     virtual ~MaintenanceThreadCallbackInterface() = default;
     virtual bool OnThreadNotify(unsigned int timerId) = 0;
 };
@@ -17,7 +17,7 @@ public:
 // afterwards (several such signals run it once). An interval of 0 disables the periodic expiry:
 // the thread then runs only when signalled. A new interval takes effect at the next wait.
 class MaintenanceThread {
-public:
+  public:
     MaintenanceThread(MaintenanceThreadCallbackInterface* callback, uint32_t intervalSeconds,
                       unsigned int timerId);
     ~MaintenanceThread();
@@ -38,7 +38,7 @@ public:
     uint32_t GetInterval() const;
     unsigned int GetTimerId() const { return mTimerId; }
 
-private:
+  private:
     static void* ThreadMain(void* self);
     void Loop();
 

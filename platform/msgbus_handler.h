@@ -5,7 +5,7 @@
 #include <vector>
 
 class MsgbusCallbackInterface {
-public:
+  public:
     virtual void OnChannelNotify(const std::string& channel, const std::string& data) = 0;
     virtual void OnChannelNotify(const std::string& channel, const int& data) = 0;
     virtual void OnChannelNotify(const std::string& channel, void* data, int length) = 0;
@@ -16,7 +16,7 @@ public:
 // the OnChannelNotify overload that matches the value's kind. A channel registered on a
 // handler without a callback is delivered to the callbacks of the process's other handlers.
 class MsgbusHandler {
-public:
+  public:
     explicit MsgbusHandler(MsgbusCallbackInterface* callback = nullptr);
     ~MsgbusHandler();
     MsgbusHandler(const MsgbusHandler&) = delete;
@@ -33,7 +33,7 @@ public:
     int PublishData(const std::string& channel, const std::string& value);
     int PublishData(const std::string& channel, const void* data, int length);
 
-private:
+  private:
     // The handler's subscriptions live in the process's shared bus connection (msgbus.cpp).
     MsgbusCallbackInterface* mCallback;
     bool mInitialized = false;

@@ -54,9 +54,9 @@ enum sys_radio_technology_t : uint32_t {
 
 // Cellular service statistics.
 struct sys_cellular_service_stats_t {
-    int32_t rssi;             // dBm
-    uint32_t roaming;         // non-zero while roaming
-    uint32_t radioTechnology; // sys_radio_technology_t
+    int32_t rssi;              // dBm
+    uint32_t roaming;          // non-zero while roaming
+    uint32_t radioTechnology;  // sys_radio_technology_t
     uint8_t reserved[212];
 };
 static_assert(offsetof(sys_cellular_service_stats_t, roaming) == 4, "service stats layout");

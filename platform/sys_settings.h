@@ -19,10 +19,10 @@ constexpr size_t SYS_IP_TEXT_SIZE = 17;
 
 // ---- LAN --------------------------------------------------------------------------------------
 struct sys_lan_settings_t {
-    char ipAddress[SYS_IP_TEXT_SIZE];   // the router's own address
+    char ipAddress[SYS_IP_TEXT_SIZE];  // the router's own address
     char subnetMask[SYS_IP_TEXT_SIZE];
-    char dhcpStart[SYS_IP_TEXT_SIZE];   // first address the DHCP server hands out
-    char dhcpEnd[SYS_IP_TEXT_SIZE];     // last one
+    char dhcpStart[SYS_IP_TEXT_SIZE];  // first address the DHCP server hands out
+    char dhcpEnd[SYS_IP_TEXT_SIZE];    // last one
     uint32_t dhcpEnabled;
     uint32_t dhcpLeaseTime;  // minutes
     uint32_t dhcpAddressCount;
@@ -112,12 +112,12 @@ struct sys_wifi_profile_t {
     uint32_t broadcastEnabled;
     uint32_t wpsEnabled;
     uint32_t privacySeparationEnabled;
-    uint32_t mode24;        // SYS_WIFI_MODE_*
-    uint32_t channel24;     // 0 automatic, else 1 to 11
+    uint32_t mode24;     // SYS_WIFI_MODE_*
+    uint32_t channel24;  // 0 automatic, else 1 to 11
     uint32_t mode5;
-    uint32_t channel5;      // 0 automatic, else 36 ... 161
-    uint32_t bandwidth5;    // MHz: 20, 40 or 80
-    uint32_t band24Network; // SYS_WIFI_BAND_*
+    uint32_t channel5;       // 0 automatic, else 36 ... 161
+    uint32_t bandwidth5;     // MHz: 20, 40 or 80
+    uint32_t band24Network;  // SYS_WIFI_BAND_*
     uint32_t band5Network;
     uint32_t band24Enabled;
     uint32_t band5Enabled;
@@ -208,7 +208,7 @@ constexpr uint32_t SYS_APP_PORT_TRANSLATE = 1;  // external start port -> intern
 
 // One router application (filtered or forwarded service).
 struct sys_router_app_t {
-    char name[28];  // up to 27 characters
+    char name[28];                     // up to 27 characters
     char ipAddress[SYS_IP_TEXT_SIZE];  // forwarding target
     uint8_t reserved0[3];
     uint32_t enabled;

@@ -16,7 +16,7 @@ constexpr uint32_t WEBUI_QUESTION_STREET = 2;
 
 // Login settings of the web interface.
 struct webui_login_settings_t {
-    char password[256];  // up to 255 characters
+    char password[256];     // up to 255 characters
     uint32_t questionType;  // WEBUI_QUESTION_*
     char question[256];
     char answer[256];

@@ -24,7 +24,7 @@ void tola_sdk_bring_up(const char* failureFormat);
 bool tola_sdk_shut_down(const char* failureFormat);
 
 class TOLAAgent : public TOLASettingsObject {
-public:
+  public:
     TOLAAgent();
     virtual ~TOLAAgent();
     TOLAAgent(const TOLAAgent&) = delete;
@@ -56,7 +56,7 @@ public:
     void SetACEProperties(const char* name, bool displayEnabled, bool writeEnabled);
     tola_acl_shm_t* AclBlock() const { return mAcl; }
 
-private:
+  private:
     tolaagent_runtime_config_t mConfig;
     bool mRestoreDefaults = false;
     bool mInitialized = false;

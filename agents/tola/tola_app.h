@@ -29,7 +29,7 @@ constexpr const char* TOLA_APP_NAME = "tola";
 #define TOLA_CHANNEL_ACL "ardo.tola.acl"
 
 class TOLAApp : public MsgbusCallbackInterface, public MaintenanceThreadCallbackInterface {
-public:
+  public:
     TOLAApp();
     virtual ~TOLAApp();
     TOLAApp(const TOLAApp&) = delete;
@@ -105,13 +105,13 @@ public:
     bool ProcessReceipt(std::string& receipt, std::string& checkIn);
 
     // ---- Parser results (written by TOLAJSONParser::ProcessCheckinResponse) ----
-    std::string mVersion;              // the answer's Version
-    int mResultCode = 0;               // the answer's ResultCode; then the apply outcome
-    int mCheckInIntervalHours = 0;     // Settings/CheckinIntervalInHours
+    std::string mVersion;           // the answer's Version
+    int mResultCode = 0;            // the answer's ResultCode; then the apply outcome
+    int mCheckInIntervalHours = 0;  // Settings/CheckinIntervalInHours
     bool mCheckInIntervalPresent = false;
-    std::string mNewEncryptionKey;     // DeviceEncryptionKey of codes 94 and 95
-    std::string mNewCheckInUrl;        // CheckInUrl of codes 96 and 97
-    std::string mResultMessage;        // the apply outcome's message (receipt %ERRMSG%)
+    std::string mNewEncryptionKey;  // DeviceEncryptionKey of codes 94 and 95
+    std::string mNewCheckInUrl;     // CheckInUrl of codes 96 and 97
+    std::string mResultMessage;     // the apply outcome's message (receipt %ERRMSG%)
 
     // Accessors for tests and tools.
     TOLAAgent& Agent() { return agent; }
@@ -124,7 +124,7 @@ public:
     const std::string& InterfaceName() const { return interfaceName; }
     bool GotDataUsageInfo() const { return mGotDataUsageInfo; }
 
-private:
+  private:
     // Members in declaration order.
     uint32_t dataUsageWaitSeconds = 0;
     TOLAAgent agent;

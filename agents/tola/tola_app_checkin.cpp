@@ -30,7 +30,8 @@ void TOLAApp::PerformCheckIn() {
         TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Don't perform check-in, device hasn't been activated\n");
         return;
     }
-    std::string url(runtimeConfig.checkInURL, strnlen(runtimeConfig.checkInURL, sizeof runtimeConfig.checkInURL));
+    std::string url(runtimeConfig.checkInURL,
+                    strnlen(runtimeConfig.checkInURL, sizeof runtimeConfig.checkInURL));
     resetMaintenanceThread();
     // The boot-time wait is spent once a check-in has started; the next store of the record
     // carries this to the agent's copy (see OnThreadNotify).
@@ -76,8 +77,9 @@ void TOLAApp::PerformCheckIn() {
                 failed = true;
             } else {
                 TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Server response is %s", response.c_str());
-                std::FILE* out =
-                    std::fopen(sys_fsPath(std::string(TOLA_DATA_DIR) + "/" + TOLA_DOWNLOADED_CONFIG_FILE_NAME).c_str(), "w");
+                std::FILE* out = std::fopen(
+                    sys_fsPath(std::string(TOLA_DATA_DIR) + "/" + TOLA_DOWNLOADED_CONFIG_FILE_NAME).c_str(),
+                    "w");
                 if (out != nullptr) {
                     std::fwrite(response.data(), 1, response.size(), out);
                     std::fclose(out);
@@ -153,10 +155,11 @@ void TOLAApp::PrepareRequest(HttpHelper& client, std::string url) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: Failed to get host name from url.", __func__);
         return;
     }
-    TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - [%s]:[%d] protocol:[%s], hostname:[%s].", __func__, __LINE__, scheme, host);
+    TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - [%s]:[%d] protocol:[%s], hostname:[%s].", __func__, __LINE__, scheme,
+         host);
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s: got host name from url.", __func__);
-    TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - [GET_DNS] %s: Server:%s, ifc:%s, ifcv6:%s, timeout:%d\n", __func__, host,
-             interfaceName.c_str(), interfaceName.c_str(), kDnsTotalTimeoutSeconds);
+    TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - [GET_DNS] %s: Server:%s, ifc:%s, ifcv6:%s, timeout:%d\n", __func__,
+             host, interfaceName.c_str(), interfaceName.c_str(), kDnsTotalTimeoutSeconds);
 
     char result[SYS_RESOLVE_BUFFER_SIZE];
     int count = 0;
@@ -164,15 +167,17 @@ void TOLAApp::PrepareRequest(HttpHelper& client, std::string url) {
     for (int timeout = 2; timeout <= 16; timeout *= 2) {
         std::memset(result, 0, sizeof result);
         count = kDnsRequestedCount;
-        TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - [CALL_DNS] %s: Calling DNS API with timeout:%d\n", __func__, timeout);
-        int rc = sys_resolveHostName(host, TOLA_RESOLVER_FILE, interfaceName.c_str(), interfaceName.c_str(), timeout,
-                                     result, &count);
+        TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - [CALL_DNS] %s: Calling DNS API with timeout:%d\n", __func__,
+             timeout);
+        int rc = sys_resolveHostName(host, TOLA_RESOLVER_FILE, interfaceName.c_str(), interfaceName.c_str(),
+                                     timeout, result, &count);
         if (rc == 0 && count > 0) {
             TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s: DNS resolve success (count:%d)\n", __func__, count);
             resolved = true;
             break;
         }
-        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: sys_resolveHostName(timeout=%d) failed, [rc:%d, count:%d]\n", __func__,
+        TLOG_SYS(TOLA_LOG_ERROR,
+                 "[%s]:[%s] - %s: sys_resolveHostName(timeout=%d) failed, [rc:%d, count:%d]\n", __func__,
                  timeout, rc, count);
     }
     if (!resolved) {
@@ -190,7 +195,8 @@ void TOLAApp::PrepareRequest(HttpHelper& client, std::string url) {
         }
         std::string entry = std::string(host) + ":" + std::to_string(port) + ":" + std::string(slot, length);
         client.SetResolveEntry(entry);
-        TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - %s: CURL DNS resolve option value is (%s)\n", __func__, entry.c_str());
+        TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - %s: CURL DNS resolve option value is (%s)\n", __func__,
+                 entry.c_str());
         break;
     }
 }

@@ -44,7 +44,8 @@ bool TOLAApp::EstablishInternetApnCall(unsigned int attempts) {
             status = 0;
             sys_getCellularDataConnectionStatus(&status);
             if (status == SYS_DATA_CALL_CONNECTED) {
-                TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - sleeping for 20 seconds to complete the routing for WAN connection\n");
+                TLOG(TOLA_LOG_DEBUG,
+                     "[%s]:[%s] - sleeping for 20 seconds to complete the routing for WAN connection\n");
                 sys_sleepSeconds(20);
                 TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Completed sleeping of 20 seconds\n");
                 break;
@@ -67,13 +68,16 @@ bool TOLAApp::EstablishAdminApnCall(unsigned int retries) {
         uint32_t size = 0;
         int rc = sys_cellularDataUsageAPNCallConnect(nullptr, &size, kDataCallId, 0);
         if (rc == SYS_RESULT_BUFFER_TOO_SMALL) {
-            char* buffer = size > 0 && size <= kMaxInterfaceNameBuffer ? static_cast<char*>(std::calloc(size, 1)) : nullptr;
+            char* buffer = size > 0 && size <= kMaxInterfaceNameBuffer
+                               ? static_cast<char*>(std::calloc(size, 1))
+                               : nullptr;
             if (buffer != nullptr) {
                 rc = sys_cellularDataUsageAPNCallConnect(buffer, &size, kDataCallId);
                 if (rc == 0) {
                     // The platform terminates the name within size bytes; never read past them.
                     std::string name(buffer, strnlen(buffer, size));
-                    TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - apps APN call succeeded, interface is %s", name.c_str());
+                    TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - apps APN call succeeded, interface is %s",
+                             name.c_str());
                     interfaceName = name;
                 }
                 std::free(buffer);
@@ -82,7 +86,8 @@ bool TOLAApp::EstablishAdminApnCall(unsigned int retries) {
         if (rc == 0) {
             return trace.Returning(true);
         }
-        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: sys_cellularDataUsageAPNCallConnect returned %d", __func__, rc);
+        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: sys_cellularDataUsageAPNCallConnect returned %d", __func__,
+                 rc);
         sys_sleepMilliseconds(100);
         if (retries == 0) {
             TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: AdminAPNCallConnect failed", __func__);
@@ -99,7 +104,8 @@ void TOLAApp::DisconnectAdminApnCall() {
     }
     int rc = sys_cellularDataUsageAPNCallDisconnect(kDataCallId);
     if (rc != 0) {
-        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: sys_cellularDataUsageAPNCallDisconnect returned %d", __func__, rc);
+        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: sys_cellularDataUsageAPNCallDisconnect returned %d",
+                 __func__, rc);
     }
 }
 
@@ -124,7 +130,8 @@ bool TOLAApp::CheckPreconditionsForRequest() {
     }
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s - SIM carrier is %d", __func__, carrier);
     if (carrier != SYS_SIM_CARRIER_VELTRA) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - Not attempting data usage query as the SIM carrier is non-veltra %d", carrier);
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - Not attempting data usage query as the SIM carrier is non-veltra %d",
+             carrier);
         return trace.Returning(false);
     }
 
@@ -150,18 +157,19 @@ bool TOLAApp::CheckPreconditionsForRequest() {
     int network = SYS_NETWORK_HOME;
     rc = sys_validateHomeNetwork(&network);
     if (rc != 0 || network == SYS_NETWORK_ROAMING) {
-        TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - %s - Device is in roaming network. Cannot contact data usage server.",
+        TLOG_SYS(TOLA_LOG_NOTICE,
+                 "[%s]:[%s] - %s - Device is in roaming network. Cannot contact data usage server.",
                  __func__);
         return trace.Returning(false);
     }
 
     int technology = static_cast<int>(stats.radioTechnology);
     if (stats.radioTechnology == SYS_RADIO_TECH_LTE || stats.radioTechnology == SYS_RADIO_TECH_NR5G) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - Device technology is %d. OK to contact data usage server.", __func__,
-             technology);
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - Device technology is %d. OK to contact data usage server.",
+             __func__, technology);
         return trace.Returning(true);
     }
-    TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - Device technology is %d. Cannot contact data usage server.", __func__,
-         technology);
+    TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - Device technology is %d. Cannot contact data usage server.",
+         __func__, technology);
     return trace.Returning(false);
 }

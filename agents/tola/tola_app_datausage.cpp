@@ -54,7 +54,8 @@ bool TOLAApp::RequestDataUsage() {
         pthread_mutex_lock(&dataUsageMutex);
         mDataUsageRequested = false;
         pthread_mutex_unlock(&dataUsageMutex);
-        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: data usage script could not be started rc [%d]", __func__, rc);
+        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: data usage script could not be started rc [%d]", __func__,
+                 rc);
         return false;
     }
     return true;
@@ -65,7 +66,8 @@ void TOLAApp::WaitForDataUsage() {
          dataUsageWaitSeconds);
     // The bus thread sets the flag and then signals under the mutex; checking the flag under the
     // mutex before every wait means neither an early notice nor a spurious wake-up is misread.
-    struct timespec deadline = sys_deadlineAfterMilliseconds(static_cast<uint64_t>(dataUsageWaitSeconds) * 1000);
+    struct timespec deadline =
+        sys_deadlineAfterMilliseconds(static_cast<uint64_t>(dataUsageWaitSeconds) * 1000);
     pthread_mutex_lock(&dataUsageMutex);
     while (!mGotDataUsageInfo) {
         int waited = pthread_cond_timedwait(&dataUsageCondition, &dataUsageMutex, &deadline);
@@ -103,7 +105,8 @@ void TOLAApp::RecordDataUsageInformation() {
     const dua_plan_display_info_t* line = nullptr;
     const dua_plan_display_info_t* shared = nullptr;
     if (rc == 0 && info.status == 0) {
-        uint32_t plans = info.planCount < static_cast<uint32_t>(DUA_MAX_PLANS) ? info.planCount : DUA_MAX_PLANS;
+        uint32_t plans =
+            info.planCount < static_cast<uint32_t>(DUA_MAX_PLANS) ? info.planCount : DUA_MAX_PLANS;
         for (uint32_t i = 0; i < plans; ++i) {
             std::string type = fieldText(info.PlanDisplayInfo[i].planType);
             if (type == "Line" && line == nullptr) {
@@ -114,8 +117,8 @@ void TOLAApp::RecordDataUsageInformation() {
         }
     }
     if (line == nullptr) {
-        TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - %s: no valid data usage plan (rc [%d], status [%u])", __func__, rc,
-                 info.status);
+        TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - %s: no valid data usage plan (rc [%d], status [%u])", __func__,
+                 rc, info.status);
         pthread_mutex_lock(&dataUsageMutex);
         mGotDataUsageInfo = false;
         pthread_mutex_unlock(&dataUsageMutex);
@@ -134,7 +137,8 @@ void TOLAApp::RecordDataUsageInformation() {
     };
     for (const std::string& text : texts) {
         if (text.empty() || !plainText(text)) {
-            TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - %s: data usage plan has an empty or unusable field", __func__);
+            TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - %s: data usage plan has an empty or unusable field",
+                     __func__);
             pthread_mutex_lock(&dataUsageMutex);
             mGotDataUsageInfo = false;
             pthread_mutex_unlock(&dataUsageMutex);
@@ -150,8 +154,9 @@ void TOLAApp::RecordDataUsageInformation() {
     mUsageTimestamp = texts[6];
     mPrePayInd = texts[7];
     TLOG(TOLA_LOG_INFO,
-         "[%s]:[%s] - %s: plan [%s] allowance [%s %s] line usage [%s] shared usage [%s] cycle end [%s] at [%s] "
+         "[%s]:[%s] - %s: plan [%s] allowance [%s %s] line usage [%s] shared usage [%s] cycle end [%s] at "
+         "[%s] "
          "prepay [%s]",
-         __func__, mPlanType.c_str(), mAllowance.c_str(), mUnit.c_str(), mLineUsage.c_str(), mTotalShrUsage.c_str(),
-         mCycleEndDt.c_str(), mUsageTimestamp.c_str(), mPrePayInd.c_str());
+         __func__, mPlanType.c_str(), mAllowance.c_str(), mUnit.c_str(), mLineUsage.c_str(),
+         mTotalShrUsage.c_str(), mCycleEndDt.c_str(), mUsageTimestamp.c_str(), mPrePayInd.c_str());
 }

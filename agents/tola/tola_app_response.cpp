@@ -71,7 +71,8 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
             TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Success no new configuration follows");
             break;
         case 2:
-            TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Information received does not match with that available in portal");
+            TLOG_SYS(TOLA_LOG_NOTICE,
+                     "[%s]:[%s] - Information received does not match with that available in portal");
             break;
         case 3:
             TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Incorrect device type");
@@ -121,8 +122,9 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
         result = false;
     } else {
         TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Encrypted configuration is (%s)", response.c_str());
-        std::string key = runtimeConfig.payloadEncryptionKey[0] != '\0' ? tola_record_text(runtimeConfig.payloadEncryptionKey)
-                                                                        : tola_record_text(config.baseEncryptionKey);
+        std::string key = runtimeConfig.payloadEncryptionKey[0] != '\0'
+                              ? tola_record_text(runtimeConfig.payloadEncryptionKey)
+                              : tola_record_text(config.baseEncryptionKey);
         char* decrypted = nullptr;
         if (AesDecrypt(key.c_str(), response.c_str(), &decrypted) != 0 || decrypted == nullptr) {
             TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Unable to decrypt configuration");
@@ -138,8 +140,8 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
             if (outcome != 0) {
                 mResultCode = outcome;
                 TLOG_SYS(TOLA_LOG_ERROR,
-                         "[%s]:[%s] - Failed to apply configuration. Error code:%d Error Message:[%s]\n", outcome,
-                         errorMessage.c_str());
+                         "[%s]:[%s] - Failed to apply configuration. Error code:%d Error Message:[%s]\n",
+                         outcome, errorMessage.c_str());
             } else {
                 TLOG_SYS(TOLA_LOG_NOTICE,
                          "[%s]:[%s] - Got response from server and Successfully applied configuration\n");
@@ -167,7 +169,8 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
             int httpStatus = 0;
             client.ExecuteGetRequest(url, checkIn, answer, httpStatus);
             EndRequest();
-            TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - [%s]: config apply reply sent status:[%d].\n", __func__, httpStatus);
+            TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - [%s]: config apply reply sent status:[%d].\n", __func__,
+                     httpStatus);
         }
     }
     if (mResultCode == 0) {
@@ -201,10 +204,12 @@ bool TOLAApp::ProcessReceipt(std::string& receipt, std::string& checkIn) {
 
     std::string key;
     if (runtimeConfig.payloadEncryptionKey[0] == '\0') {
-        TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Encrypt config receipt by using factory provisioned encryption key");
+        TLOG(TOLA_LOG_DEBUG,
+             "[%s]:[%s] - Encrypt config receipt by using factory provisioned encryption key");
         key = tola_record_text(config.baseEncryptionKey);
     } else {
-        TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Encrypt config receipt by using encryption key obtained from the server");
+        TLOG(TOLA_LOG_DEBUG,
+             "[%s]:[%s] - Encrypt config receipt by using encryption key obtained from the server");
         key = tola_record_text(runtimeConfig.payloadEncryptionKey);
     }
     char* encrypted = nullptr;

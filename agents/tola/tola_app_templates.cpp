@@ -57,7 +57,8 @@ int TOLAApp::GetRequestParameters(std::string& request) {
     TOLA_TRACE();
     int rc;
     if (mGotDataUsageInfo) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - Read from data usage supported template %s", config.requestDataUsageTemplate);
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - Read from data usage supported template %s",
+             config.requestDataUsageTemplate);
         rc = GetFileContent(templatePath(config.requestDataUsageTemplate), request);
     } else {
         TLOG(TOLA_LOG_INFO, "[%s]:[%s] - Read from normal template %s", config.requestTemplate);
@@ -82,7 +83,8 @@ int TOLAApp::GetReceiptParameters(std::string& receipt) {
 }
 
 // Only the first occurrence is replaced; a placeholder that is not there leaves the text as is.
-void TOLAApp::ReplacePlaceholder(std::string& text, const std::string& placeholder, const std::string& value) {
+void TOLAApp::ReplacePlaceholder(std::string& text, const std::string& placeholder,
+                                 const std::string& value) {
     if (placeholder.empty()) {
         return;
     }

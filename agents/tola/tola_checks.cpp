@@ -70,8 +70,8 @@ int TOLASettingsObject::IsValidIPWithPrivateAddressRange(char* ip) {
     if (o.count != 4) {
         return 1;
     }
-    bool privateRange = o.v[0] == 10 || (o.v[0] == 172 && o.v[1] >= 16 && o.v[1] <= 31) ||
-                        (o.v[0] == 192 && o.v[1] == 168);
+    bool privateRange =
+        o.v[0] == 10 || (o.v[0] == 172 && o.v[1] >= 16 && o.v[1] <= 31) || (o.v[0] == 192 && o.v[1] == 168);
     return privateRange && o.v[2] <= 255 && o.v[3] <= 255 ? 0 : 1;
 }
 
@@ -93,7 +93,9 @@ int TOLASettingsObject::IsvalidIpWithBroadcastRange(const char* ip) {
     return 0;
 }
 
-uint32_t TOLASettingsObject::IPToInt32(char* ip) { return toInt32(ip); }
+uint32_t TOLASettingsObject::IPToInt32(char* ip) {
+    return toInt32(ip);
+}
 
 int TOLASettingsObject::IsNetworkOrBroadcastIp(const char* ip) {
     Octets o = scanOctets(ip);
@@ -114,7 +116,9 @@ bool TOLASettingsObject::validateIpWithDhcpRange(const char* ip, const char* sta
     return toInt32(start) <= value && value <= toInt32(end);
 }
 
-int TOLASettingsObject::IsValidIpWithDhcp(const char* a, const char* b) { return toInt32(a) < toInt32(b) ? 1 : 0; }
+int TOLASettingsObject::IsValidIpWithDhcp(const char* a, const char* b) {
+    return toInt32(a) < toInt32(b) ? 1 : 0;
+}
 
 int TOLASettingsObject::IsValidDhcpRange(const char* start, int minClients) {
     struct in_addr addr {};
@@ -127,8 +131,9 @@ int TOLASettingsObject::IsValidDhcpRange(const char* start, int minClients) {
     // the LAN limits rely on it.
     const unsigned char* bytes = reinterpret_cast<const unsigned char*>(&addr.s_addr);
     if (255 - static_cast<int>(bytes[3]) < minClients) {
-        TLOG_SYS(TOLA_LOG_ERROR,
-                 "[%s]:[%s] - DHCP start address does not contain a minimum number of clients address to serve.");
+        TLOG_SYS(
+            TOLA_LOG_ERROR,
+            "[%s]:[%s] - DHCP start address does not contain a minimum number of clients address to serve.");
         return 1;
     }
     return 0;

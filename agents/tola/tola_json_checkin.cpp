@@ -79,10 +79,12 @@ bool TOLAJSONParser::ProcessCheckinResponse(std::string& response) {
     yajl_val settings = member(tree.root, "Settings", yajl_t_object);
     if (settings != nullptr) {
         // An interval is hours; one that would overflow the timer's seconds is not an interval.
-        if (integerIn(member(settings, "CheckinIntervalInHours", yajl_t_number), 0, UINT32_MAX / 3600, value)) {
+        if (integerIn(member(settings, "CheckinIntervalInHours", yajl_t_number), 0, UINT32_MAX / 3600,
+                      value)) {
             app.mCheckInIntervalHours = static_cast<int>(value);
             app.mCheckInIntervalPresent = true;
-            TLOG(TOLA_LOG_INFO, "[%s]:[%s] - Check in interval configuration value %d", app.mCheckInIntervalHours);
+            TLOG(TOLA_LOG_INFO, "[%s]:[%s] - Check in interval configuration value %d",
+                 app.mCheckInIntervalHours);
         } else {
             TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - NO Checkin interval Configuration in the JSON data");
         }
@@ -114,7 +116,8 @@ bool TOLAJSONParser::ProcessCheckinResponse(std::string& response) {
     return trace.Returning(true);
 }
 
-bool TOLAJSONParser::ProcessSMS104CheckinResponse(const std::string& text, std::string& key, std::string& url) {
+bool TOLAJSONParser::ProcessSMS104CheckinResponse(const std::string& text, std::string& key,
+                                                  std::string& url) {
     TOLA_TRACE();
     TreeGuard tree{tola_tree_parse(text)};
     if (!tola_is_kind(tree.root, yajl_t_object)) {

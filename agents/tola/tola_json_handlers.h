@@ -20,15 +20,16 @@ struct Slot {
 };
 using SlotFn = Slot (*)(TOLAAgent& agent);
 
-#define TOLA_VALUE_SLOT(accessor)                                            \
-    [](TOLAAgent& a) -> ::tola_json::Slot {                                  \
-        auto* r = a.accessor();                                              \
+#define TOLA_VALUE_SLOT(accessor)                                                               \
+    [](TOLAAgent& a) -> ::tola_json::Slot {                                                     \
+        auto* r = a.accessor();                                                                 \
         return r != nullptr ? ::tola_json::Slot{r, sizeof(*r)} : ::tola_json::Slot{nullptr, 0}; \
     }
-#define TOLA_FIELD_SLOT(accessor, member)                                    \
-    [](TOLAAgent& a) -> ::tola_json::Slot {                                  \
-        auto* r = a.accessor();                                              \
-        return r != nullptr ? ::tola_json::Slot{&r->member, sizeof(r->member)} : ::tola_json::Slot{nullptr, 0}; \
+#define TOLA_FIELD_SLOT(accessor, member)                                      \
+    [](TOLAAgent& a) -> ::tola_json::Slot {                                    \
+        auto* r = a.accessor();                                                \
+        return r != nullptr ? ::tola_json::Slot{&r->member, sizeof(r->member)} \
+                            : ::tola_json::Slot{nullptr, 0};                   \
     }
 
 // One accepted text of an enumeration and what it stores (a code, or a text when storedText is set).
@@ -73,14 +74,14 @@ KeyRule numberKey(const char* key, TolaField field, SlotFn slot, const char* typ
 template <size_t N>
 KeyRule enumKey(const char* key, TolaField field, SlotFn slot, const char* typeLog, const char* typeUser,
                 const Choice (&choices)[N], const char* valueLog, const char* valueUser) {
-    return KeyRule{key, Kind::Enum, field, slot, typeLog, typeUser, choices, N, valueLog, valueUser,
-                   nullptr, 0, 0, 0};
+    return KeyRule{key, Kind::Enum, field,     slot,    typeLog, typeUser, choices,
+                   N,   valueLog,   valueUser, nullptr, 0,       0,        0};
 }
 template <size_t N>
 KeyRule enumTextKey(const char* key, TolaField field, SlotFn slot, const char* typeLog, const char* typeUser,
                     const Choice (&choices)[N], const char* valueLog, const char* valueUser) {
-    return KeyRule{key, Kind::EnumText, field, slot, typeLog, typeUser, choices, N, valueLog, valueUser,
-                   nullptr, 0, 0, 0};
+    return KeyRule{key, Kind::EnumText, field,     slot,    typeLog, typeUser, choices,
+                   N,   valueLog,       valueUser, nullptr, 0,       0,        0};
 }
 KeyRule soundKey(const char* key, uint32_t mask, const char* typeLog, const char* typeUser);
 

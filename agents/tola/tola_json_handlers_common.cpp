@@ -8,18 +8,20 @@
 namespace tola_json {
 
 KeyRule boolKey(const char* key, TolaField field, SlotFn slot, const char* typeLog, const char* typeUser) {
-    return KeyRule{key, Kind::Bool, field, slot, typeLog, typeUser, nullptr, 0, nullptr, nullptr, nullptr, 0, 0, 0};
+    return KeyRule{key, Kind::Bool, field,   slot,    typeLog, typeUser, nullptr,
+                   0,   nullptr,    nullptr, nullptr, 0,       0,        0};
 }
 
 KeyRule textKey(const char* key, TolaField field, SlotFn slot, const char* typeLog, const char* typeUser,
                 bool (*accept)(const char*), const char* valueLog, const char* valueUser) {
-    return KeyRule{key, Kind::Text, field, slot, typeLog, typeUser, nullptr, 0, valueLog, valueUser, accept, 0, 0, 0};
+    return KeyRule{key, Kind::Text, field,     slot,   typeLog, typeUser, nullptr,
+                   0,   valueLog,   valueUser, accept, 0,       0,        0};
 }
 
 KeyRule numberKey(const char* key, TolaField field, SlotFn slot, const char* typeLog, const char* typeUser,
                   long long min, long long max, const char* valueLog, const char* valueUser) {
-    return KeyRule{key, Kind::Number, field, slot, typeLog, typeUser, nullptr, 0, valueLog, valueUser, nullptr,
-                   min, max, 0};
+    return KeyRule{key, Kind::Number, field,     slot,    typeLog, typeUser, nullptr,
+                   0,   valueLog,     valueUser, nullptr, min,     max,      0};
 }
 
 KeyRule soundKey(const char* key, uint32_t mask, const char* typeLog, const char* typeUser) {
@@ -218,7 +220,8 @@ const GroupStep kSequence[] = {
     {handleWiFiAdvancedSettingsInfo, "[%s]:[%s] - handling WiFi Advanced Settings Info successful",
      "[%s]:[%s] - Error while handling WIFI Advanced settings info : WIFI_ADVANCED_SETTINGS_DATA_TYPE_ERROR"},
     {handleAdminPasswordSettingsInfo, "[%s]:[%s] - handling AdminPassword Settings Info successful",
-     "[%s]:[%s] - Error while handling Admin Password Settings info : ADMIN_PASSWORD_SETTINGS_DATA_TYPE_ERROR"},
+     "[%s]:[%s] - Error while handling Admin Password Settings info : "
+     "ADMIN_PASSWORD_SETTINGS_DATA_TYPE_ERROR"},
     {handleDevicePreferencesInfo, "[%s]:[%s] - handling DevicePreferences Settings Info successful",
      "[%s]:[%s] - Error while handling device preferences info : DEVICE_PREFERENCES_DATA_TYPE_ERROR"},
     {handleManualDNSSettingsInfo, "[%s]:[%s] - handling ManualDNSSettings Settings Info successful",
@@ -234,11 +237,13 @@ const GroupStep kSequence[] = {
     {handleLogsInfo, "[%s]:[%s] - handling Log Settings Info successful",
      "[%s]:[%s] - Error while handling Logs info : LOGS_DATA_TYPE_ERROR"},
     {handleMobileNetworkSettingsInfo, "[%s]:[%s] - handling MobileNetwork Settings Info successful",
-     "[%s]:[%s] - Error while handling mobile network settings info : MOBILE_NETWORK_SETTINGS_DATA_TYPE_ERROR"},
+     "[%s]:[%s] - Error while handling mobile network settings info : "
+     "MOBILE_NETWORK_SETTINGS_DATA_TYPE_ERROR"},
     {handlePortFilteringSettingsInfo, "[%s]:[%s] - handling PortFiltering Settings Info successful",
      "[%s]:[%s] - Error while handling port filter settings info : PORT_FILTERING_SETTINGS_DATA_TYPE_ERROR"},
     {handlePortForwardingSettingsInfo, "[%s]:[%s] - handling PortForwarding Settings Info successful",
-     "[%s]:[%s] - Error while handling port forward settings info : PORT_FORWARDING_SETTINGS_DATA_TYPE_ERROR"},
+     "[%s]:[%s] - Error while handling port forward settings info : "
+     "PORT_FORWARDING_SETTINGS_DATA_TYPE_ERROR"},
     {handleVornSharingSettingsInfo, "[%s]:[%s] - handling File Sharing Settings Info successful",
      "[%s]:[%s] - Error while handling Vorn Sharing settings info : FILE_SHARING_SETTINGS_DATA_TYPE_ERROR"},
 };
@@ -290,7 +295,8 @@ int handleAccessControlSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
     yajl_val group = tola_json::groupOf(element, "AccessControlSettings", yajl_t_object);
     if (group == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO AccessControlSettings Object in the JSON data", __FUNCTION__);
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO AccessControlSettings Object in the JSON data",
+             __FUNCTION__);
         return 0;
     }
     for (size_t i = 0; i < group->u.object.len; ++i) {

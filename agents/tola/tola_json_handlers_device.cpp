@@ -8,7 +8,9 @@ using namespace tola_json;
 
 namespace {
 
-TOLAAgent* agentOf(context_t* ctx) { return ctx != nullptr ? ctx->agent : nullptr; }
+TOLAAgent* agentOf(context_t* ctx) {
+    return ctx != nullptr ? ctx->agent : nullptr;
+}
 
 const Choice kGPSTurnOff[] = {{"Always on", 1, nullptr}, {"Turn off on power down", 0, nullptr}};
 const Choice kLogsDeletion[] = {
@@ -105,7 +107,8 @@ int handleGPSSettingsInfo(yajl_val element, context_t* ctx) {
         enumKey("GPSTurnOff", TolaField::GPSSettings_GPSTurnOff, TOLA_VALUE_SLOT(GetGPSStartupState),
                 "[%s]:[%s] - Invalid GPS_SHUTDOWN parameter data type",
                 "Invalid GPS Settings object shutdown parameter data type", kGPSTurnOff,
-                "[%s]:[%s] - Invalid GPSSettings->GPSShutdown(%s)", "Invalid GPS Settings object shutdown parameter value"),
+                "[%s]:[%s] - Invalid GPSSettings->GPSShutdown(%s)",
+                "Invalid GPS Settings object shutdown parameter value"),
     };
     return applyRules(*agent, group, kRules, GroupCodes{110, 159});
 }
@@ -122,7 +125,8 @@ int handleLogsInfo(yajl_val element, context_t* ctx) {
         boolKey("LogsEnabled", TolaField::LogsSettings_LogsEnabled, TOLA_FIELD_SLOT(GetLogSettings, enabled),
                 "[%s]:[%s] - Invalid LOGS_ENABLED parameter data type",
                 "Invalid LOG Settings object enabled parameter data type"),
-        enumKey("LogsDeletion", TolaField::LogsSettings_LogsDeletion, TOLA_FIELD_SLOT(GetLogSettings, durationDays),
+        enumKey("LogsDeletion", TolaField::LogsSettings_LogsDeletion,
+                TOLA_FIELD_SLOT(GetLogSettings, durationDays),
                 "[%s]:[%s] - Invalid LOGS_DURATION parameter data type",
                 "Invalid LOG Settings object logs duration parameter data type", kLogsDeletion,
                 "[%s]:[%s] - Invalid LogsSettings->LogsDuration(%s)",
@@ -161,11 +165,12 @@ int handleAudioPreferencesInfo(yajl_val devicePreferences, context_t* ctx) {
         TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO AudioPreferences Object in the JSON data", __FUNCTION__);
         return 0;
     }
-#define TOLA_SOUND(key, mask, label)                                                              \
-    soundKey(key, mask, "[%s]:[%s] - Invalid AudioPreferences " label " parameter data type",     \
+#define TOLA_SOUND(key, mask, label)                                                          \
+    soundKey(key, mask, "[%s]:[%s] - Invalid AudioPreferences " label " parameter data type", \
              "Invalid Audio Preferences Object " label " parameter data type")
     static const KeyRule kRules[] = {
-        boolKey("AudioEnabled", TolaField::AudioPreferences_AudioEnabled, TOLA_VALUE_SLOT(GetAudioAlertsEnabled),
+        boolKey("AudioEnabled", TolaField::AudioPreferences_AudioEnabled,
+                TOLA_VALUE_SLOT(GetAudioAlertsEnabled),
                 "[%s]:[%s] - Invalid AudioPreferences AUDIO_ENABLED parameter data type",
                 "Invalid Audio Preferences Object audio enabled parameter data type"),
         TOLA_SOUND("AudioStartupShutdown", SYS_SOUND_STARTUP | SYS_SOUND_SHUTDOWN, "startup shutdown"),
@@ -173,12 +178,15 @@ int handleAudioPreferencesInfo(yajl_val devicePreferences, context_t* ctx) {
         TOLA_SOUND("AudioCriticalLowBattery", SYS_SOUND_BATTERY_CRITICAL, "critical low battery"),
         TOLA_SOUND("AudioCharging", SYS_SOUND_BATTERY_CHARGING | SYS_SOUND_LOW_CHARGER, "charging"),
         TOLA_SOUND("AudioChargingComplete", SYS_SOUND_BATTERY_FULL, "charging complete"),
-        TOLA_SOUND("AudioUniversalCharging", SYS_SOUND_UC_OK | SYS_SOUND_UC_LOW_BATTERY | SYS_SOUND_UC_TERMINATED,
+        TOLA_SOUND("AudioUniversalCharging",
+                   SYS_SOUND_UC_OK | SYS_SOUND_UC_LOW_BATTERY | SYS_SOUND_UC_TERMINATED,
                    "universal charging"),
         TOLA_SOUND("AudioUSBComputerConnection", SYS_SOUND_USB_MODE_PROMPT, "USB computer connection"),
         TOLA_SOUND("AudioUSBMassStorage", SYS_SOUND_USB_MASS_STORAGE, "USB mass storage"),
-        TOLA_SOUND("AudioSIMErrors", SYS_SOUND_SIM_ERROR | SYS_SOUND_SIM_NONE | SYS_SOUND_SIM_NON_VLT, "SIM errors"),
-        TOLA_SOUND("AudioPCOServiceErrors", SYS_SOUND_PCO2 | SYS_SOUND_PCO3 | SYS_SOUND_PCO5, "PCO service errors"),
+        TOLA_SOUND("AudioSIMErrors", SYS_SOUND_SIM_ERROR | SYS_SOUND_SIM_NONE | SYS_SOUND_SIM_NON_VLT,
+                   "SIM errors"),
+        TOLA_SOUND("AudioPCOServiceErrors", SYS_SOUND_PCO2 | SYS_SOUND_PCO3 | SYS_SOUND_PCO5,
+                   "PCO service errors"),
         TOLA_SOUND("AudioNewMessage", SYS_SOUND_SMS_RECEIVED, "new message"),
         TOLA_SOUND("AudioConnectedDeviceJoins", SYS_SOUND_DEVICE_JOIN_WIFI, "connected device joins"),
         TOLA_SOUND("AudioSoftwareUpdate", SYS_SOUND_SOFTWARE_UPDATE, "software update"),
@@ -202,15 +210,20 @@ int handleDisplaySettingsInfo(yajl_val devicePreferences, context_t* ctx) {
                     TOLA_FIELD_SLOT(GetI18nSettings, language),
                     "[%s]:[%s] - Invalid DISPLAY_LANGUAGE parameter data type",
                     "Invalid Display Settings Object language parameter data type", kLanguages,
-                    "[%s]:[%s] - Invalid Display Language %s", "Invalid Display Settings Object language parameter value"),
+                    "[%s]:[%s] - Invalid Display Language %s",
+                    "Invalid Display Settings Object language parameter value"),
         enumKey("DisplayDateFormat", TolaField::DisplaySettings_DisplayDateFormat,
-                TOLA_FIELD_SLOT(GetI18nSettings, dateFormat), "[%s]:[%s] - Invalid DISPLAY_DATE_FORMAT parameter data type",
+                TOLA_FIELD_SLOT(GetI18nSettings, dateFormat),
+                "[%s]:[%s] - Invalid DISPLAY_DATE_FORMAT parameter data type",
                 "Invalid Display Settings Object date format parameter data type", kDateFormats,
-                "[%s]:[%s] - Invalid Display Date Format %s", "Invalid Display Settings Object date format parameter value"),
+                "[%s]:[%s] - Invalid Display Date Format %s",
+                "Invalid Display Settings Object date format parameter value"),
         enumKey("DisplayTimeFormat", TolaField::DisplaySettings_DisplayTimeFormat,
-                TOLA_FIELD_SLOT(GetI18nSettings, timeFormat), "[%s]:[%s] - Invalid DISPLAY_TIME_FORMAT parameter data type",
+                TOLA_FIELD_SLOT(GetI18nSettings, timeFormat),
+                "[%s]:[%s] - Invalid DISPLAY_TIME_FORMAT parameter data type",
                 "Invalid Display Settings Object time format parameter data type", kTimeFormats,
-                "[%s]:[%s] - Invalid DISPLAY_TIME_FORMAT %s", "Invalid Display Settings Object time format parameter value"),
+                "[%s]:[%s] - Invalid DISPLAY_TIME_FORMAT %s",
+                "Invalid Display Settings Object time format parameter value"),
         enumKey("DisplayDistanceFormat", TolaField::DisplaySettings_DisplayDistanceFormat,
                 TOLA_FIELD_SLOT(GetI18nSettings, distanceFormat),
                 "[%s]:[%s] - Invalid DISPLAY_DISTANCE_FORMAT parameter data type",
@@ -243,7 +256,8 @@ int handleDevicePreferencesInfo(yajl_val element, context_t* ctx) {
                 TOLA_VALUE_SLOT(GetUIStealthModeEnabled),
                 "[%s]:[%s] - Invalid DEVICE_PREFERENCES STEALTH_MODE_ENABLED parameter data type",
                 "Invalid Device preferences Object stealth mode enabled parameter data type"),
-        boolKey("WakeupDisplayOnNotificationEnabled", TolaField::DevicePreferences_WakeupDisplayOnNotificationEnabled,
+        boolKey("WakeupDisplayOnNotificationEnabled",
+                TolaField::DevicePreferences_WakeupDisplayOnNotificationEnabled,
                 TOLA_VALUE_SLOT(GetNotificationDisplayWakeupEnabled),
                 "[%s]:[%s] - Invalid DEVICE_PREFERENCES WAKEUP_DISPLAY_ON_NOTIFICATION parameter data type",
                 "Invalid Device preferences Object wakeup display on notification parameter data type"),
@@ -251,10 +265,11 @@ int handleDevicePreferencesInfo(yajl_val element, context_t* ctx) {
                 TOLA_VALUE_SLOT(GetHWFactoryResetEnabled),
                 "[%s]:[%s] - Invalid DEVICE_PREFERENCES ALLOW_HARDWARE_RESET parameter data type",
                 "Invalid Device preferences Object allow hardware reset parameter data type"),
-        boolKey("AllowPreferencesChangeOnDisplay", TolaField::DevicePreferences_AllowPreferencesChangeOnDisplay,
-                TOLA_VALUE_SLOT(GetDisplaySettingEnabled),
-                "[%s]:[%s] - Invalid DEVICE_PREFERENCES ALLOW_PREFERENCES_CHANGE_ON_DISPLAY parameter data type",
-                "Invalid Device preferences Object allow preferences change on display parameter data type"),
+        boolKey(
+            "AllowPreferencesChangeOnDisplay", TolaField::DevicePreferences_AllowPreferencesChangeOnDisplay,
+            TOLA_VALUE_SLOT(GetDisplaySettingEnabled),
+            "[%s]:[%s] - Invalid DEVICE_PREFERENCES ALLOW_PREFERENCES_CHANGE_ON_DISPLAY parameter data type",
+            "Invalid Device preferences Object allow preferences change on display parameter data type"),
         textKey("LocalIPAddress", TolaField::DevicePreferences_LocalIPAddress,
                 TOLA_FIELD_SLOT(GetLocalAddress, ipAddress),
                 "[%s]:[%s] - Invalid DEVICE_PREFERENCES LOCAL_IP_ADDRESS parameter data type",
@@ -262,18 +277,21 @@ int handleDevicePreferencesInfo(yajl_val element, context_t* ctx) {
         enumKey("UCAutoOffThreshold", TolaField::DevicePreferences_UCAutoOffThreshold,
                 TOLA_VALUE_SLOT(GetUniversalChargingSettings),
                 "[%s]:[%s] - Invalid DEVICE_PREFERENCES UC_AUTO_OFF_THRESHOLD parameter data type",
-                "Invalid Device preferences Object UC auto off threshold parameter data type", kChargeThresholds,
-                "[%s]:[%s] - Invalid charge value %s",
+                "Invalid Device preferences Object UC auto off threshold parameter data type",
+                kChargeThresholds, "[%s]:[%s] - Invalid charge value %s",
                 "Invalid Device preferences Object UC auto off threshold parameter value"),
-        enumKey("DisplayTimeout", TolaField::DevicePreferences_DisplayTimeout, TOLA_VALUE_SLOT(GetScreenTimeout),
+        enumKey("DisplayTimeout", TolaField::DevicePreferences_DisplayTimeout,
+                TOLA_VALUE_SLOT(GetScreenTimeout),
                 "[%s]:[%s] - Invalid DEVICE_PREFERENCES DISPLAY_TIMEOUT parameter data type",
                 "Invalid Device preferences Object display timeout parameter data type", kDisplayTimeouts,
                 "[%s]:[%s] - Invalid DisplayTimeout value %s ",
                 "Invalid Device preferences Object display timeout parameter value"),
-        enumKey("SleepTime", TolaField::DevicePreferences_SleepTime, TOLA_FIELD_SLOT(GetPowerSaveSettings, sleepTime),
+        enumKey("SleepTime", TolaField::DevicePreferences_SleepTime,
+                TOLA_FIELD_SLOT(GetPowerSaveSettings, sleepTime),
                 "[%s]:[%s] - Invalid DEVICE_PREFERENCES SLEEP_TIME parameter data type",
                 "Invalid Device preferences Object sleep time parameter data type", kSleepTimes,
-                "[%s]:[%s] - Invalid Sleep value %s", "Invalid Device preferences Object sleep time parameter value"),
+                "[%s]:[%s] - Invalid Sleep value %s",
+                "Invalid Device preferences Object sleep time parameter value"),
         enumKey("ShutdownTime", TolaField::DevicePreferences_ShutdownTime,
                 TOLA_FIELD_SLOT(GetPowerSaveSettings, shutdownTime),
                 "[%s]:[%s] - Invalid DEVICE_PREFERENCES SHUTDOWN_TIME parameter data type",
@@ -299,12 +317,14 @@ int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx) {
     TOLAAgent* agent = agentOf(ctx);
     yajl_val group = groupOf(element, "VornSharingSettings", yajl_t_object);
     if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO File Sharing Settings Object in the JSON data", __FUNCTION__);
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO File Sharing Settings Object in the JSON data",
+             __FUNCTION__);
         return 0;
     }
     static const KeyRule kRules[] = {
         boolKey("VornSharingEnabled", TolaField::VornSharingSettings_VornSharingEnabled,
-                TOLA_VALUE_SLOT(GetSambaEnabled), "[%s]:[%s] - Invalid FILE_SHARING ENABLED parameter data type",
+                TOLA_VALUE_SLOT(GetSambaEnabled),
+                "[%s]:[%s] - Invalid FILE_SHARING ENABLED parameter data type",
                 "Invalid File sharing settings Object enabled parameter data type"),
         boolKey("VornSharingOnDisplay", TolaField::VornSharingSettings_VornSharingOnDisplay,
                 TOLA_VALUE_SLOT(GetFileSharingDisplayEnabled),
@@ -314,17 +334,19 @@ int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx) {
                 TOLA_VALUE_SLOT(GetSambaPrimaryNetworkEnabled),
                 "[%s]:[%s] - Invalid FILE_SHARING WIFI_NETWORK_ACCESS parameter data type",
                 "Invalid File sharing settings Object wifi network access parameter data type"),
-        boolKey("VornSharingGuestWifiNetworkAccess", TolaField::VornSharingSettings_VornSharingGuestWifiNetworkAccess,
+        boolKey("VornSharingGuestWifiNetworkAccess",
+                TolaField::VornSharingSettings_VornSharingGuestWifiNetworkAccess,
                 TOLA_VALUE_SLOT(GetSambaGuestNetworkEnabled),
                 "[%s]:[%s] - Invalid FILE_SHARING GUEST_WIFI_NETWORK_ACCESS parameter data type",
                 "Invalid File sharing settings Object guest wifi network access parameter data type"),
-        textKey("VornSharingName", TolaField::VornSharingSettings_VornSharingName,
-                [](TOLAAgent& a) -> Slot {
-                    char* name = a.GetSambaHostName();
-                    return name != nullptr ? Slot{name, TOLA_SETTINGS_TEXT_SIZE} : Slot{nullptr, 0};
-                },
-                "[%s]:[%s] - Invalid FILE_SHARING NAME parameter data type",
-                "Invalid File sharing settings Object name parameter data type"),
+        textKey(
+            "VornSharingName", TolaField::VornSharingSettings_VornSharingName,
+            [](TOLAAgent& a) -> Slot {
+                char* name = a.GetSambaHostName();
+                return name != nullptr ? Slot{name, TOLA_SETTINGS_TEXT_SIZE} : Slot{nullptr, 0};
+            },
+            "[%s]:[%s] - Invalid FILE_SHARING NAME parameter data type",
+            "Invalid File sharing settings Object name parameter data type"),
         enumKey("VornSharingContentToShare", TolaField::VornSharingSettings_VornSharingContentToShare,
                 TOLA_FIELD_SLOT(GetSambaSettings, contentToShare),
                 "[%s]:[%s] - Invalid FILE_SHARING CONTENT_TO_SHARE parameter data type",
@@ -342,7 +364,8 @@ int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx) {
         const char* key = group->u.object.keys[i];
         yajl_val value = group->u.object.values[i];
         int rc = 0;
-        if (applyRule(*agent, key, value, kRules, sizeof(kRules) / sizeof(kRules[0]), GroupCodes{120, 164}, &rc)) {
+        if (applyRule(*agent, key, value, kRules, sizeof(kRules) / sizeof(kRules[0]), GroupCodes{120, 164},
+                      &rc)) {
             if (rc != 0) {
                 return rc;
             }
@@ -352,7 +375,8 @@ int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx) {
             continue;
         }
         if (!tola_is_kind(value, yajl_t_array)) {
-            return refuse(*agent, 120, "[%s]:[%s] - Invalid FILE_SHARING TOP_LEVEL_FOLDER parameter data type",
+            return refuse(*agent, 120,
+                          "[%s]:[%s] - Invalid FILE_SHARING TOP_LEVEL_FOLDER parameter data type",
                           "Invalid File sharing settings Object top level folder parameter data type");
         }
         int* capacity = agent->GetSambaFolderNamesCount();
@@ -371,7 +395,8 @@ int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx) {
                      "[%s]:[%s] - Folder Names are more than device to support. device supported folder name "
                      "count=%d, but received folder count is:%d",
                      *capacity, static_cast<int>(len > 0x7fffffff ? 0x7fffffff : len));
-            agent->SetErrorMessage("Invalid File sharing settings Object. Top level folder count is exceeded.");
+            agent->SetErrorMessage(
+                "Invalid File sharing settings Object. Top level folder count is exceeded.");
             return 164;
         }
         // The document's folders replace the list: the names are kept up to the first empty slot.

@@ -9,7 +9,9 @@ using namespace tola_json;
 namespace {
 
 // A group handler's frame: the BEGIN/END lines and the agent, or null when the context has none.
-TOLAAgent* agentOf(context_t* ctx) { return ctx != nullptr ? ctx->agent : nullptr; }
+TOLAAgent* agentOf(context_t* ctx) {
+    return ctx != nullptr ? ctx->agent : nullptr;
+}
 
 const Choice kAppTypes[] = {
     {"TCP", static_cast<int>(SYS_APP_PROTOCOL_TCP), nullptr},
@@ -103,13 +105,14 @@ struct CustomAppTexts {
 
 // Rules for custom applications write into this record (one element at a time).
 thread_local sys_router_app_t* tCurrentApp = nullptr;
-#define TOLA_APP_SLOT(member)                                                                           \
-    [](TOLAAgent&) -> Slot {                                                                             \
-        return tCurrentApp != nullptr ? Slot{&tCurrentApp->member, sizeof(tCurrentApp->member)} : Slot{nullptr, 0}; \
+#define TOLA_APP_SLOT(member)                                                                   \
+    [](TOLAAgent&) -> Slot {                                                                    \
+        return tCurrentApp != nullptr ? Slot{&tCurrentApp->member, sizeof(tCurrentApp->member)} \
+                                      : Slot{nullptr, 0};                                       \
     }
 
-int handleCustomApps(const char* function, yajl_val apps, TOLAAgent& agent, sys_router_app_t* list, int* count,
-                     const CustomAppTexts& t, TolaField field) {
+int handleCustomApps(const char* function, yajl_val apps, TOLAAgent& agent, sys_router_app_t* list,
+                     int* count, const CustomAppTexts& t, TolaField field) {
     size_t len = tola_array_len(apps);
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s:node->u.array.len %d", function, static_cast<int>(len));
     if (len == 0) {
@@ -246,7 +249,8 @@ int handleManualDNSSettingsInfo(yajl_val element, context_t* ctx) {
     }
     static const KeyRule kRules[] = {
         boolKey("ManualDNSEnabled", TolaField::ManualDNSSettings_ManualDNSEnabled,
-                TOLA_VALUE_SLOT(GetManualDNSEnabled), "[%s]:[%s] - Invalid MANUAL_DNS_ENABLED parameter data type",
+                TOLA_VALUE_SLOT(GetManualDNSEnabled),
+                "[%s]:[%s] - Invalid MANUAL_DNS_ENABLED parameter data type",
                 "Invalid Manual dns settings enabled parameter data type"),
         textKey("ManualDNSAddress1", TolaField::ManualDNSSettings_ManualDNSAddress1,
                 TOLA_FIELD_SLOT(GetManualDNSSettings, dns1),
@@ -280,7 +284,8 @@ int handleFirewallSettingsInfo(yajl_val element, context_t* ctx) {
         boolKey("DMZEnabled", TolaField::FirewallSettings_DMZEnabled, TOLA_VALUE_SLOT(GetDMZEnabled),
                 "[%s]:[%s] - Invalid DMZ_ENABLED parameter data type",
                 "Invalid Firewall settings DMZ enabled parameter data type"),
-        textKey("DMZIpAddress", TolaField::FirewallSettings_DMZIpAddress, TOLA_FIELD_SLOT(GetDMZSettings, ipAddress),
+        textKey("DMZIpAddress", TolaField::FirewallSettings_DMZIpAddress,
+                TOLA_FIELD_SLOT(GetDMZSettings, ipAddress),
                 "[%s]:[%s] - Invalid DMZ_IP_ADDRESS parameter data type",
                 "Invalid Firewall settings DMZ IP address parameter data type"),
     };
@@ -314,19 +319,23 @@ int handleLANSettingsInfo(yajl_val element, context_t* ctx) {
     }
     static const KeyRule kRules[] = {
         textKey("RouterIPv4Address", TolaField::LANSettings_RouterIPv4Address,
-                TOLA_FIELD_SLOT(GetLANSettings, ipAddress), "[%s]:[%s] - Invalid LAN IPv4 address parameter data type",
+                TOLA_FIELD_SLOT(GetLANSettings, ipAddress),
+                "[%s]:[%s] - Invalid LAN IPv4 address parameter data type",
                 "Invalid LAN Settings object IPv4 address parameter data type"),
         textKey("RouterSubnetMask", TolaField::LANSettings_RouterSubnetMask,
-                TOLA_FIELD_SLOT(GetLANSettings, subnetMask), "[%s]:[%s] - Invalid LAN Subnetmask parameter data type",
+                TOLA_FIELD_SLOT(GetLANSettings, subnetMask),
+                "[%s]:[%s] - Invalid LAN Subnetmask parameter data type",
                 "Invalid LAN Settings object Sub net mask parameter data type"),
-        boolKey("DHCPEnabled", TolaField::LANSettings_DHCPEnabled, TOLA_FIELD_SLOT(GetLANSettings, dhcpEnabled),
+        boolKey("DHCPEnabled", TolaField::LANSettings_DHCPEnabled,
+                TOLA_FIELD_SLOT(GetLANSettings, dhcpEnabled),
                 "[%s]:[%s] - Invalid LAN_DHCP_EENABLED parameter data type",
                 "Invalid LAN Settings object DHCP enabled parameter data type"),
         textKey("DHCPAddressRangeStart", TolaField::LANSettings_DHCPAddressRangeStart,
                 TOLA_FIELD_SLOT(GetLANSettings, dhcpStart),
                 "[%s]:[%s] - Invalid LAN DHCPADDRESS_START_RANGE parameter data type",
                 "Invalid LAN Settings object DHCP address start range parameter data type"),
-        numberKey("DHCPLeaseTime", TolaField::LANSettings_DHCPLeaseTime, TOLA_FIELD_SLOT(GetLANSettings, dhcpLeaseTime),
+        numberKey("DHCPLeaseTime", TolaField::LANSettings_DHCPLeaseTime,
+                  TOLA_FIELD_SLOT(GetLANSettings, dhcpLeaseTime),
                   "[%s]:[%s] - Invalid LAN DHCP_LEASE_TIME parameter data type",
                   "Invalid LAN Settings object DHCP lease time parameter data type"),
         boolKey("IPv6Enabled", TolaField::LANSettings_IPv6Enabled, TOLA_VALUE_SLOT(GetIPv6Enabled),
@@ -343,13 +352,14 @@ int handleMobileNetworkSettingsInfo(yajl_val element, context_t* ctx) {
     TOLAAgent* agent = agentOf(ctx);
     yajl_val group = groupOf(element, "NetworkSettings", yajl_t_object);
     if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO MobileNetwork Settings Object in the JSON data", __FUNCTION__);
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO MobileNetwork Settings Object in the JSON data",
+             __FUNCTION__);
         return 0;
     }
-#define TOLA_NET_TEXT_SLOT(which)                                                                   \
-    [](TOLAAgent& a) -> Slot {                                                                      \
-        char* text = a.GetNetworkText(which);                                                       \
-        return text != nullptr ? Slot{text, TOLA_SETTINGS_TEXT_SIZE} : Slot{nullptr, 0};            \
+#define TOLA_NET_TEXT_SLOT(which)                                                        \
+    [](TOLAAgent& a) -> Slot {                                                           \
+        char* text = a.GetNetworkText(which);                                            \
+        return text != nullptr ? Slot{text, TOLA_SETTINGS_TEXT_SIZE} : Slot{nullptr, 0}; \
     }
     static const KeyRule kRules[] = {
         boolKey("CellularDataEnabled", TolaField::NetworkSettings_CellularDataEnabled,
@@ -366,7 +376,8 @@ int handleMobileNetworkSettingsInfo(yajl_val element, context_t* ctx) {
         textKey("HSPAAPN", TolaField::NetworkSettings_HSPAAPN, TOLA_NET_TEXT_SLOT(TOLA_NET_HSPA_APN),
                 "[%s]:[%s] - Invalid NETWORK HSPAAPN parameter data type",
                 "Invalid Network Settings Object HSPA APN parameter data type"),
-        textKey("NonVeltraAPN", TolaField::NetworkSettings_NonVeltraAPN, TOLA_NET_TEXT_SLOT(TOLA_NET_NON_VELTRA_APN),
+        textKey("NonVeltraAPN", TolaField::NetworkSettings_NonVeltraAPN,
+                TOLA_NET_TEXT_SLOT(TOLA_NET_NON_VELTRA_APN),
                 "[%s]:[%s] - Invalid NETWORK NonVeltraAPN parameter data type",
                 "Invalid Network Settings Object Non-Veltra APN parameter data type"),
     };
@@ -415,10 +426,11 @@ const KeyRule kFilterCustomRules[] = {
             "[%s]:[%s] - Invalid PORT_FILTERING_APP_ENABLED parameter data type",
             "Invalid Port filter Object custom application enabled parameter data type"),
     numberKey("AppStartPortNumber", TolaField::PortFilteringSettings_PortFilteringApplications,
-              TOLA_APP_SLOT(startPort), "[%s]:[%s] - Invalid PORT_FILTERING_APP_START_PORT parameter data type",
+              TOLA_APP_SLOT(startPort),
+              "[%s]:[%s] - Invalid PORT_FILTERING_APP_START_PORT parameter data type",
               "Invalid Port filter Object custom application start port number parameter data type"),
-    numberKey("AppEndPortNumber", TolaField::PortFilteringSettings_PortFilteringApplications, TOLA_APP_SLOT(endPort),
-              "[%s]:[%s] - Invalid PORT_FILTERING_APP_END_PORT parameter data type",
+    numberKey("AppEndPortNumber", TolaField::PortFilteringSettings_PortFilteringApplications,
+              TOLA_APP_SLOT(endPort), "[%s]:[%s] - Invalid PORT_FILTERING_APP_END_PORT parameter data type",
               "Invalid Port filter Object custom application end port number parameter data type"),
     enumKey("AppType", TolaField::PortFilteringSettings_PortFilteringApplications, TOLA_APP_SLOT(protocol),
             "[%s]:[%s] - Invalid PORT_FILTERING_APP_TYPE parameter data type",
@@ -458,7 +470,8 @@ int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
     TOLAAgent* agent = agentOf(ctx);
     yajl_val group = groupOf(element, "PortFilteringSettings", yajl_t_object);
     if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO PortFiltering Settings Object in the JSON data", __FUNCTION__);
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO PortFiltering Settings Object in the JSON data",
+             __FUNCTION__);
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -511,7 +524,8 @@ int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
     }
     if (customApps != nullptr) {
         if (!tola_is_kind(customApps, yajl_t_array)) {
-            return refuse(*agent, 118, "[%s]:[%s] - Invalid PORT_FILTERING CUSTOM_APPLICATIONS parameter data type",
+            return refuse(*agent, 118,
+                          "[%s]:[%s] - Invalid PORT_FILTERING CUSTOM_APPLICATIONS parameter data type",
                           "Invalid Port filtering Object custom applications parameter data type");
         }
         return handlePortFilterCustomApps(customApps, ctx);
@@ -538,11 +552,13 @@ struct ForwardService {
 
 const ForwardService kForwardServices[] = {
     {"PortForwardingDNS", "PortForwardingDNSIpAddress", "DNS", 53, 53, SYS_APP_PROTOCOL_TCP_UDP,
-     "[%s]:[%s] - Invalid PORT_FORWARDING DNS parameter data type", "Invalid Port forwarding Object DNS parameter data type",
+     "[%s]:[%s] - Invalid PORT_FORWARDING DNS parameter data type",
+     "Invalid Port forwarding Object DNS parameter data type",
      "[%s]:[%s] - Invalid PORT_FORWARDING DNS_IPADDR parameter data type",
      "Invalid Port forwarding Object DNS forward IP Address parameter data type"},
     {"PortForwardingFTP", "PortForwardingFTPIpAddress", "FTP", 20, 21, SYS_APP_PROTOCOL_TCP,
-     "[%s]:[%s] - Invalid PORT_FORWARDING FTP parameter data type", "Invalid Port forwarding Object FTP parameter data type",
+     "[%s]:[%s] - Invalid PORT_FORWARDING FTP parameter data type",
+     "Invalid Port forwarding Object FTP parameter data type",
      "[%s]:[%s] - Invalid PORT_FORWARDING FTP_IPADDR parameter data type",
      "Invalid Port forwarding Object FTP forward IP Address parameter data type"},
     {"PortForwardingHTTP", "PortForwardingHTTPIpAddress", "HTTP", 80, 80, SYS_APP_PROTOCOL_TCP,
@@ -587,16 +603,17 @@ const KeyRule kForwardCustomRules[] = {
     textKey("AppName", TolaField::PortForwardingSettings_PortForwardingApplications, TOLA_APP_SLOT(name),
             "[%s]:[%s] - Invalid PORT_FORWARDING_APP_NAME parameter data type",
             "Invalid Port forward Object custom application name parameter data type"),
-    boolKey("AppEnabled", TolaField::PortForwardingSettings_PortForwardingApplications, TOLA_APP_SLOT(enabled),
-            "[%s]:[%s] - Invalid PORT_FORWARDING_APP_ENABLED parameter data type",
+    boolKey("AppEnabled", TolaField::PortForwardingSettings_PortForwardingApplications,
+            TOLA_APP_SLOT(enabled), "[%s]:[%s] - Invalid PORT_FORWARDING_APP_ENABLED parameter data type",
             "Invalid Port forward Object custom application enabled parameter data type"),
-    enumKey("AppPortType", TolaField::PortForwardingSettings_PortForwardingApplications, TOLA_APP_SLOT(portType),
-            "[%s]:[%s] - Invalid PORT_FORWARDING_APP_PORT_TYPE parameter data type",
+    enumKey("AppPortType", TolaField::PortForwardingSettings_PortForwardingApplications,
+            TOLA_APP_SLOT(portType), "[%s]:[%s] - Invalid PORT_FORWARDING_APP_PORT_TYPE parameter data type",
             "Invalid Port forward Object custom application port type parameter data type", kPortTypes,
             "[%s]:[%s] - Invalid PORT_FORWARDING_APP_PORT_TYPE %s",
             "Invalid Port forward Object custom application port type parameter value"),
     numberKey("AppStartPortNumber", TolaField::PortForwardingSettings_PortForwardingApplications,
-              TOLA_APP_SLOT(startPort), "[%s]:[%s] - Invalid PORT_FORWARDING_APP_START_PORT parameter data type",
+              TOLA_APP_SLOT(startPort),
+              "[%s]:[%s] - Invalid PORT_FORWARDING_APP_START_PORT parameter data type",
               "Invalid Port forward Object custom application start port number parameter data type"),
     numberKey("AppEndPortNumber", TolaField::PortForwardingSettings_PortForwardingApplications,
               TOLA_APP_SLOT(endPort), "[%s]:[%s] - Invalid PORT_FORWARDING_APP_END_PORT parameter data type",
@@ -606,8 +623,8 @@ const KeyRule kForwardCustomRules[] = {
             "Invalid Port forward Object custom application type parameter data type", kAppTypes,
             "[%s]:[%s] - Invalid PORT_FORWARDING_APP_TYPE %s",
             "Invalid Port forward Object custom application type parameter value"),
-    textKey("AppIpAddress", TolaField::PortForwardingSettings_PortForwardingApplications, TOLA_APP_SLOT(ipAddress),
-            "[%s]:[%s] - Invalid PORT_FORWARDING_APP_IPADDR parameter data type",
+    textKey("AppIpAddress", TolaField::PortForwardingSettings_PortForwardingApplications,
+            TOLA_APP_SLOT(ipAddress), "[%s]:[%s] - Invalid PORT_FORWARDING_APP_IPADDR parameter data type",
             "Invalid Port forward Object custom application IP address parameter data type"),
 };
 
@@ -714,7 +731,8 @@ int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
     }
     if (customApps != nullptr) {
         if (!tola_is_kind(customApps, yajl_t_array)) {
-            return refuse(*agent, 119, "[%s]:[%s] - Invalid PORT_FORWARDING CUSTOM_APPLICATIONS parameter data type",
+            return refuse(*agent, 119,
+                          "[%s]:[%s] - Invalid PORT_FORWARDING CUSTOM_APPLICATIONS parameter data type",
                           "Invalid Port forwarding Object custom applications parameter data type");
         }
         return handlePortForwardCustomApps(customApps, ctx);

@@ -18,10 +18,14 @@ bool acceptSSID(const char* ssid) {
 }
 
 // Empty, or at most 63 characters.
-bool acceptWiFiKey(const char* key) { return strlen(key) <= 63; }
+bool acceptWiFiKey(const char* key) {
+    return strlen(key) <= 63;
+}
 
 // Fits the 255 characters the login record keeps.
-bool acceptSecurityAnswer(const char* answer) { return strlen(answer) <= 255; }
+bool acceptSecurityAnswer(const char* answer) {
+    return strlen(answer) <= 255;
+}
 
 const Choice kSecurityModes[] = {
     {"None", static_cast<int>(SYS_WIFI_SECURITY_NONE), nullptr},
@@ -43,9 +47,9 @@ const Choice kChannels24[] = {
     {"8", 8, nullptr},         {"9", 9, nullptr}, {"10", 10, nullptr}, {"11", 11, nullptr},
 };
 const Choice kChannels5[] = {
-    {"Automatic", 0, nullptr}, {"36", 36, nullptr},   {"40", 40, nullptr},   {"44", 44, nullptr},
-    {"48", 48, nullptr},       {"149", 149, nullptr}, {"153", 153, nullptr}, {"157", 157, nullptr},
-    {"161", 161, nullptr},
+    {"Automatic", 0, nullptr}, {"36", 36, nullptr},   {"40", 40, nullptr},
+    {"44", 44, nullptr},       {"48", 48, nullptr},   {"149", 149, nullptr},
+    {"153", 153, nullptr},     {"157", 157, nullptr}, {"161", 161, nullptr},
 };
 const Choice kBandwidths5[] = {{"20 MHz", 20, nullptr}, {"40 MHz", 40, nullptr}, {"80 MHz", 80, nullptr}};
 const Choice kSecurityQuestions[] = {
@@ -65,9 +69,11 @@ int handleWiFiNetworkSettingsInfo(yajl_val element, context_t* ctx) {
         return 0;
     }
     static const KeyRule kRules[] = {
-        textKey("WiFiSSID", TolaField::WiFiNetworkSettings_WiFiSSID, TOLA_FIELD_SLOT(GetWiFiPrimaryProfile, ssid),
-                "[%s]:[%s] - Invalid WIFI SSID parameter data type", "Invalid WIFI Primary Object SSID parameter data type",
-                acceptSSID, "[%s]:[%s] - Invalid WIFI SSID parameter data",
+        textKey("WiFiSSID", TolaField::WiFiNetworkSettings_WiFiSSID,
+                TOLA_FIELD_SLOT(GetWiFiPrimaryProfile, ssid),
+                "[%s]:[%s] - Invalid WIFI SSID parameter data type",
+                "Invalid WIFI Primary Object SSID parameter data type", acceptSSID,
+                "[%s]:[%s] - Invalid WIFI SSID parameter data",
                 "Invalid WIFI Primary Object SSID parameter value"),
         boolKey("WiFiSSIDBroadcastEnabled", TolaField::WiFiNetworkSettings_WiFiSSIDBroadcastEnabled,
                 TOLA_FIELD_SLOT(GetWiFiPrimaryProfile, broadcastEnabled),
@@ -79,9 +85,11 @@ int handleWiFiNetworkSettingsInfo(yajl_val element, context_t* ctx) {
                 "Invalid WIFI Primary Object security mode parameter data type", kSecurityModes,
                 "[%s]:[%s] - Invalid WIFI Security Mode parameter",
                 "Invalid WIFI Primary Object security mode parameter value"),
-        textKey("WiFiKey", TolaField::WiFiNetworkSettings_WiFiKey, TOLA_FIELD_SLOT(GetWiFiPrimaryProfile, key),
-                "[%s]:[%s] - Invalid WIFI_KEY parameter data type", "Invalid WIFI Primary Object key parameter data type",
-                acceptWiFiKey, "[%s]:[%s] - Invalid WIFI Security Key parameter",
+        textKey("WiFiKey", TolaField::WiFiNetworkSettings_WiFiKey,
+                TOLA_FIELD_SLOT(GetWiFiPrimaryProfile, key),
+                "[%s]:[%s] - Invalid WIFI_KEY parameter data type",
+                "Invalid WIFI Primary Object key parameter data type", acceptWiFiKey,
+                "[%s]:[%s] - Invalid WIFI Security Key parameter",
                 "Invalid WIFI Primary Object key parameter value"),
         boolKey("WiFiNameOnDisplay", TolaField::WiFiNetworkSettings_WiFiNameOnDisplay,
                 TOLA_FIELD_SLOT(GetWiFiPrimaryDisplayInfo, nameOnDisplay),
@@ -108,23 +116,28 @@ int handleWiFiGuestNetworkSettingsInfo(yajl_val element, context_t* ctx) {
     TOLAAgent* agent = ctx != nullptr ? ctx->agent : nullptr;
     yajl_val group = groupOf(element, "WiFiGuestNetworkSettings", yajl_t_object);
     if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO WiFiGuestNetworkSettings Object in the JSON data", __FUNCTION__);
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO WiFiGuestNetworkSettings Object in the JSON data",
+             __FUNCTION__);
         return 0;
     }
     static const KeyRule kRules[] = {
         textKey("WiFiGuestSSID", TolaField::WiFiGuestNetworkSettings_WiFiGuestSSID,
-                TOLA_FIELD_SLOT(GetWiFiGuestProfile, ssid), "[%s]:[%s] - Invalid GUEST WIFI SSID parameter data type",
+                TOLA_FIELD_SLOT(GetWiFiGuestProfile, ssid),
+                "[%s]:[%s] - Invalid GUEST WIFI SSID parameter data type",
                 "Invalid WIFI Guest Object SSID parameter data type", acceptSSID,
-                "[%s]:[%s] - Invalid Guest WIFI SSID parameter data", "Invalid WIFI Guest Object SSID parameter value"),
+                "[%s]:[%s] - Invalid Guest WIFI SSID parameter data",
+                "Invalid WIFI Guest Object SSID parameter value"),
         enumKey("WiFiGuestSecurityMode", TolaField::WiFiGuestNetworkSettings_WiFiGuestSecurityMode,
                 TOLA_FIELD_SLOT(GetWiFiGuestProfile, securityMode),
                 "[%s]:[%s] - Invalid GUEST WIFI SECURITY_MODE parameter data type",
                 "Invalid WIFI Guest Object Security Mode parameter data type", kSecurityModes,
                 "[%s]:[%s] - Invalid Guest WIFI Security Mode parameter",
                 "Invalid WIFI Guest Object Security Mode parameter value"),
-        textKey("WiFiGuestKey", TolaField::WiFiGuestNetworkSettings_WiFiGuestKey, TOLA_FIELD_SLOT(GetWiFiGuestProfile, key),
-                "[%s]:[%s] - Invalid GUEST WIFI KEY parameter data type", "Invalid WIFI Guest Object Key parameter data type",
-                acceptWiFiKey, "[%s]:[%s] - Invalid WIFI Security Key parameter",
+        textKey("WiFiGuestKey", TolaField::WiFiGuestNetworkSettings_WiFiGuestKey,
+                TOLA_FIELD_SLOT(GetWiFiGuestProfile, key),
+                "[%s]:[%s] - Invalid GUEST WIFI KEY parameter data type",
+                "Invalid WIFI Guest Object Key parameter data type", acceptWiFiKey,
+                "[%s]:[%s] - Invalid WIFI Security Key parameter",
                 "Invalid WIFI Guest Object key parameter value"),
         boolKey("WiFiGuestNameOnDisplay", TolaField::WiFiGuestNetworkSettings_WiFiGuestNameOnDisplay,
                 TOLA_FIELD_SLOT(GetWiFiGuestDisplayInfo, nameOnDisplay),
@@ -138,11 +151,12 @@ int handleWiFiGuestNetworkSettingsInfo(yajl_val element, context_t* ctx) {
                 TOLA_FIELD_SLOT(GetWiFiGuestProfile, wpsEnabled),
                 "[%s]:[%s] - Invalid WIFI_GUEST_NETWORK_SETTINGS_WPS_ENABLED parameter data type",
                 "Invalid WIFI Guest Object WPS enabled parameter data type"),
-        boolKey("WiFiGuestPrivacySeparationEnabled",
-                TolaField::WiFiGuestNetworkSettings_WiFiGuestPrivacySeparationEnabled,
-                TOLA_FIELD_SLOT(GetWiFiGuestProfile, privacySeparationEnabled),
-                "[%s]:[%s] - Invalid WIFI_GUEST_NETWORK_SETTINGS_PRIVACY_SEPARATION_ENABLED parameter data type",
-                "Invalid WIFI Guest Object Privacy seperation enabled parameter data type"),
+        boolKey(
+            "WiFiGuestPrivacySeparationEnabled",
+            TolaField::WiFiGuestNetworkSettings_WiFiGuestPrivacySeparationEnabled,
+            TOLA_FIELD_SLOT(GetWiFiGuestProfile, privacySeparationEnabled),
+            "[%s]:[%s] - Invalid WIFI_GUEST_NETWORK_SETTINGS_PRIVACY_SEPARATION_ENABLED parameter data type",
+            "Invalid WIFI Guest Object Privacy seperation enabled parameter data type"),
     };
     return applyRules(*agent, group, kRules, GroupCodes{103, 152});
 }
@@ -159,7 +173,8 @@ int handleWiFiAdvancedSettingsInfo(yajl_val element, context_t* ctx) {
         boolKey("WiFiEnabled", TolaField::WiFiAdvancedSettings_WiFiEnabled, TOLA_VALUE_SLOT(GetWiFiEnabled),
                 "[%s]:[%s] - Invalid WIFI_ADVANCED ENABLED parameter data type",
                 "Invalid WIFI Advanced Object WiFi enabled parameter data type"),
-        boolKey("WiFiAllowChangesOnTouchScreen", TolaField::WiFiAdvancedSettings_WiFiAllowChangesOnTouchScreen,
+        boolKey("WiFiAllowChangesOnTouchScreen",
+                TolaField::WiFiAdvancedSettings_WiFiAllowChangesOnTouchScreen,
                 TOLA_VALUE_SLOT(GetWiFiDisplaySettingEnabled),
                 "[%s]:[%s] - Invalid WIFI_ADVANCED ALLOW CHANGES ON TOUCH SCREEN parameter data type",
                 "Invalid WIFI Advanced Object WiFi Allow Changes On Touch Screen parameter data type"),
@@ -175,7 +190,8 @@ int handleWiFiAdvancedSettingsInfo(yajl_val element, context_t* ctx) {
                 "Invalid WIFI Advanced Object WiFi 5GHz parameter data type", kBands,
                 "[%s]:[%s] - Invalid WIFI_SETTINGS_5GHZ_BAND parameter",
                 "Invalid WIFI Advanced Object WiFi 5GHz parameter value"),
-        numberKey("WiFiMaxClients", TolaField::WiFiAdvancedSettings_WiFiMaxClients, TOLA_VALUE_SLOT(GetWiFiMaxClients),
+        numberKey("WiFiMaxClients", TolaField::WiFiAdvancedSettings_WiFiMaxClients,
+                  TOLA_VALUE_SLOT(GetWiFiMaxClients),
                   "[%s]:[%s] - Invalid WIFI_ADVANCED MAX_CLIENTS parameter data type",
                   "Invalid WIFI Advanced Object max clients parameter data type"),
         enumKey("WiFi24GHz80211Mode", TolaField::WiFiAdvancedSettings_WiFi24GHz80211Mode,
@@ -200,7 +216,8 @@ int handleWiFiAdvancedSettingsInfo(yajl_val element, context_t* ctx) {
                 TOLA_FIELD_SLOT(GetWiFiPrimaryProfile, channel5),
                 "[%s]:[%s] - Invalid WIFI_ADVANCED CHANNEL_5GHZ parameter data type",
                 "Invalid WIFI Advanced Object 5GHz channel parameter data type", kChannels5,
-                "[%s]:[%s] - Invalid WiFi5GHzChannel:(%s)", "Invalid WIFI Advanced Object 5GHz channel parameter value"),
+                "[%s]:[%s] - Invalid WiFi5GHzChannel:(%s)",
+                "Invalid WIFI Advanced Object 5GHz channel parameter value"),
         enumKey("WiFi5GHzBandwidth", TolaField::WiFiAdvancedSettings_WiFi5GHzBandwidth,
                 TOLA_FIELD_SLOT(GetWiFiPrimaryProfile, bandwidth5),
                 "[%s]:[%s] - Invalid WIFI_ADVANCED BANDWIDTH_5GHZ parameter data type",
@@ -216,28 +233,31 @@ int handleAdminPasswordSettingsInfo(yajl_val element, context_t* ctx) {
     TOLAAgent* agent = ctx != nullptr ? ctx->agent : nullptr;
     yajl_val group = groupOf(element, "AdminPasswordSettings", yajl_t_object);
     if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO AdminPasswordSettings Object in the JSON data", __FUNCTION__);
+        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO AdminPasswordSettings Object in the JSON data",
+             __FUNCTION__);
         return 0;
     }
     static const KeyRule kRules[] = {
         textKey("AdminPassword", TolaField::AdminPasswordSettings_AdminPassword,
-                TOLA_FIELD_SLOT(GetLoginSettings, password), "[%s]:[%s] - Invalid ADMIN_PASSWORD parameter data type",
+                TOLA_FIELD_SLOT(GetLoginSettings, password),
+                "[%s]:[%s] - Invalid ADMIN_PASSWORD parameter data type",
                 "Invalid Admin Password Settings Object password parameter data type"),
         boolKey("AdminPasswordOnDisplay", TolaField::AdminPasswordSettings_AdminPasswordOnDisplay,
                 TOLA_FIELD_SLOT(GetLoginSettings, passwordOnDisplay),
                 "[%s]:[%s] - Invalid ADMIN_PASSWORD ON_DISPLAY parameter data type",
                 "Invalid Admin Password Settings Object password on display parameter data type"),
-        enumKey("AdminPasswordSecurityQuestion", TolaField::AdminPasswordSettings_AdminPasswordSecurityQuestion,
+        enumKey("AdminPasswordSecurityQuestion",
+                TolaField::AdminPasswordSettings_AdminPasswordSecurityQuestion,
                 TOLA_FIELD_SLOT(GetLoginSettings, questionType),
                 "[%s]:[%s] - Invalid ADMIN_PASSWORD SECURITY_QUESTION parameter data type",
-                "Invalid Admin Password Settings Object security question parameter data type", kSecurityQuestions,
-                "[%s]:[%s] - Invalid ADMIN_PASSWORD_SECURITY_QUESTION %s",
+                "Invalid Admin Password Settings Object security question parameter data type",
+                kSecurityQuestions, "[%s]:[%s] - Invalid ADMIN_PASSWORD_SECURITY_QUESTION %s",
                 "Invalid Admin Password Settings Object security question parameter value"),
         textKey("AdminPasswordSecurityAnswer", TolaField::AdminPasswordSettings_AdminPasswordSecurityAnswer,
                 TOLA_FIELD_SLOT(GetLoginSettings, answer),
                 "[%s]:[%s] - Invalid ADMIN_PASSWORD SECURITY_ANSWER parameter data type",
-                "Invalid Admin Password Settings Object security answer parameter data type", acceptSecurityAnswer,
-                "[%s]:[%s] - Invalid ADMIN_PASSWORD_SECURITY_ANSWER %s",
+                "Invalid Admin Password Settings Object security answer parameter data type",
+                acceptSecurityAnswer, "[%s]:[%s] - Invalid ADMIN_PASSWORD_SECURITY_ANSWER %s",
                 "Invalid Admin Password Settings Object security answer parameter value"),
         boolKey("AdminPasswordTurnONPasswordProtection",
                 TolaField::AdminPasswordSettings_AdminPasswordTurnONPasswordProtection,
@@ -248,7 +268,8 @@ int handleAdminPasswordSettingsInfo(yajl_val element, context_t* ctx) {
                 TOLA_FIELD_SLOT(GetAdvancedSettings, passwordOnGPS),
                 "[%s]:[%s] - Invalid ADMIN_PASSWORD ON GPS parameter data type",
                 "Invalid Admin Password Settings Object on GPS parameter data type"),
-        boolKey("AdminPasswordOnNetworkSettings", TolaField::AdminPasswordSettings_AdminPasswordOnNetworkSettings,
+        boolKey("AdminPasswordOnNetworkSettings",
+                TolaField::AdminPasswordSettings_AdminPasswordOnNetworkSettings,
                 TOLA_FIELD_SLOT(GetAdvancedSettings, passwordOnNetworkSettings),
                 "[%s]:[%s] - Invalid ADMIN_PASSWORD ON NETWORK SETTINGS parameter data type",
                 "Invalid Admin Password Settings Object on network settings parameter data type"),
@@ -256,7 +277,8 @@ int handleAdminPasswordSettingsInfo(yajl_val element, context_t* ctx) {
     int rc = applyRules(*agent, group, kRules, GroupCodes{105, 154});
     // Keep the question's text beside its type, as the web interface shows it.
     webui_login_settings_t* login = agent->GetLoginSettings();
-    if (rc == 0 && login != nullptr && agent->IsPresent(TolaField::AdminPasswordSettings_AdminPasswordSecurityQuestion) &&
+    if (rc == 0 && login != nullptr &&
+        agent->IsPresent(TolaField::AdminPasswordSettings_AdminPasswordSecurityQuestion) &&
         login->questionType < sizeof(kSecurityQuestions) / sizeof(kSecurityQuestions[0])) {
         copyText(login->question, sizeof(login->question), kSecurityQuestions[login->questionType].text);
     }

@@ -41,7 +41,9 @@ yajl_val newValue(yajl_type type) {
 
 // Capacity is implied by the length: the arrays are grown to the next power of two whenever the
 // length reaches one, so that appending n members costs O(n) overall.
-bool needsGrowth(size_t len) { return len == 0 || (len & (len - 1)) == 0; }
+bool needsGrowth(size_t len) {
+    return len == 0 || (len & (len - 1)) == 0;
+}
 
 int objectAddKeyValue(yajl_val obj, char* key, yajl_val value) {
     size_t len = obj->u.object.len;
@@ -94,7 +96,9 @@ int addOrFree(context_t* ctx, yajl_val v) {
     return 1;
 }
 
-int onNull(void* c) { return addOrFree(static_cast<context_t*>(c), newValue(yajl_t_null)); }
+int onNull(void* c) {
+    return addOrFree(static_cast<context_t*>(c), newValue(yajl_t_null));
+}
 
 int onBoolean(void* c, int value) {
     return addOrFree(static_cast<context_t*>(c), newValue(value ? yajl_t_true : yajl_t_false));
@@ -167,15 +171,31 @@ int onEndComposite(context_t* ctx) {
     return addOrFree(ctx, v);
 }
 
-int onStartMap(void* c) { return onStartComposite(static_cast<context_t*>(c), yajl_t_object); }
-int onStartArray(void* c) { return onStartComposite(static_cast<context_t*>(c), yajl_t_array); }
-int onEndMap(void* c) { return onEndComposite(static_cast<context_t*>(c)); }
-int onEndArray(void* c) { return onEndComposite(static_cast<context_t*>(c)); }
+int onStartMap(void* c) {
+    return onStartComposite(static_cast<context_t*>(c), yajl_t_object);
+}
+int onStartArray(void* c) {
+    return onStartComposite(static_cast<context_t*>(c), yajl_t_array);
+}
+int onEndMap(void* c) {
+    return onEndComposite(static_cast<context_t*>(c));
+}
+int onEndArray(void* c) {
+    return onEndComposite(static_cast<context_t*>(c));
+}
 
 const yajl_callbacks kCallbacks = {
-    onNull, onBoolean, nullptr /* integer */, nullptr /* double */, onNumber, onString,
-    onStartMap, onString /* map key: a string value that becomes the pending key */, onEndMap,
-    onStartArray, onEndArray,
+    onNull,
+    onBoolean,
+    nullptr /* integer */,
+    nullptr /* double */,
+    onNumber,
+    onString,
+    onStartMap,
+    onString /* map key: a string value that becomes the pending key */,
+    onEndMap,
+    onStartArray,
+    onEndArray,
 };
 
 // Builds the tree of text into ctx (ctx->root is the result).

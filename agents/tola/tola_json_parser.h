@@ -59,11 +59,17 @@ inline bool tola_is_kind(yajl_val v, yajl_type kind) {
     return v != nullptr && (kind == yajl_t_any || v->type == kind);
 }
 // The text of a string node, else null.
-inline const char* tola_string(yajl_val v) { return tola_is_kind(v, yajl_t_string) ? v->u.string : nullptr; }
+inline const char* tola_string(yajl_val v) {
+    return tola_is_kind(v, yajl_t_string) ? v->u.string : nullptr;
+}
 // The integer of a number node (saturated), else 0.
-inline long long tola_integer(yajl_val v) { return tola_is_kind(v, yajl_t_number) ? v->u.number.i : 0; }
+inline long long tola_integer(yajl_val v) {
+    return tola_is_kind(v, yajl_t_number) ? v->u.number.i : 0;
+}
 // Member count of an object node, else 0; key and value of member i (null when out of range).
-inline size_t tola_object_len(yajl_val v) { return tola_is_kind(v, yajl_t_object) ? v->u.object.len : 0; }
+inline size_t tola_object_len(yajl_val v) {
+    return tola_is_kind(v, yajl_t_object) ? v->u.object.len : 0;
+}
 inline const char* tola_object_key(yajl_val v, size_t i) {
     return i < tola_object_len(v) ? v->u.object.keys[i] : nullptr;
 }
@@ -71,7 +77,9 @@ inline yajl_val tola_object_value(yajl_val v, size_t i) {
     return i < tola_object_len(v) ? v->u.object.values[i] : nullptr;
 }
 // Element count of an array node, else 0; element i (null when out of range).
-inline size_t tola_array_len(yajl_val v) { return tola_is_kind(v, yajl_t_array) ? v->u.array.len : 0; }
+inline size_t tola_array_len(yajl_val v) {
+    return tola_is_kind(v, yajl_t_array) ? v->u.array.len : 0;
+}
 inline yajl_val tola_array_item(yajl_val v, size_t i) {
     return i < tola_array_len(v) ? v->u.array.values[i] : nullptr;
 }
@@ -150,7 +158,7 @@ int handleReservedIpSettingsInfo(yajl_val element, context_t* ctx);
 int handleAccessControlSettingsInfo(yajl_val element, context_t* ctx);
 
 class TOLAJSONParser {
-public:
+  public:
     // For configuration documents: the handlers fill this agent's settings object.
     explicit TOLAJSONParser(TOLAAgent* agent);
     // For the portal's answers (check-in and key-and-URL).
@@ -166,7 +174,7 @@ public:
     bool ProcessCheckinResponse(std::string& response);
     bool ProcessSMS104CheckinResponse(const std::string& text, std::string& key, std::string& url);
 
-private:
+  private:
     TOLAAgent* mAgent = nullptr;
     TOLAApp* mApp = nullptr;
 };

@@ -15,11 +15,10 @@ enum TolaLogLevel { TOLA_LOG_ERROR = 3, TOLA_LOG_NOTICE = 5, TOLA_LOG_INFO = 6, 
     vorn_dbg_log((level), fmt, TOLA_TAG, vorn_dbg_get_level_name(level), ##__VA_ARGS__)
 
 // Syslog and the debug log.
-#define TLOG_SYS(level, fmt, ...)                                                                 \
-    do {                                                                                          \
-        vorn_dbg_syslog(TOLA_SYSLOG_PRIORITY, fmt, TOLA_TAG, vorn_dbg_get_level_name(level),     \
-                        ##__VA_ARGS__);                                                           \
-        vorn_dbg_log((level), fmt, TOLA_TAG, vorn_dbg_get_level_name(level), ##__VA_ARGS__);     \
+#define TLOG_SYS(level, fmt, ...)                                                                            \
+    do {                                                                                                     \
+        vorn_dbg_syslog(TOLA_SYSLOG_PRIORITY, fmt, TOLA_TAG, vorn_dbg_get_level_name(level), ##__VA_ARGS__); \
+        vorn_dbg_log((level), fmt, TOLA_TAG, vorn_dbg_get_level_name(level), ##__VA_ARGS__);                 \
     } while (0)
 
 // The BEGIN/END trace lines of a function, at level 7, with its full signature:
@@ -27,7 +26,7 @@ enum TolaLogLevel { TOLA_LOG_ERROR = 3, TOLA_LOG_NOTICE = 5, TOLA_LOG_INFO = 6, 
 //   return trace.Returning(rc);               -> "... - <signature> - END returning <rc>"
 // A function left without Returning() logs a plain "... - END".
 class FnTrace {
-public:
+  public:
     explicit FnTrace(const char* signature) : mSignature(signature) {
         TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s - BEGIN", mSignature);
     }
@@ -51,7 +50,7 @@ public:
     void Silence() { mSilent = true; }
     const char* Signature() const { return mSignature; }
 
-private:
+  private:
     const char* mSignature;
     bool mHasResult = false;
     bool mSilent = false;

@@ -82,29 +82,45 @@ int tola_seed_gps_enabled(int* enabled) {
     return rc;
 }
 
-TOLASettingsObject::TOLASettingsObject() { mErrorMessage[0] = '\0'; }
+TOLASettingsObject::TOLASettingsObject() {
+    mErrorMessage[0] = '\0';
+}
 TOLASettingsObject::~TOLASettingsObject() = default;
 
-#define TOLA_DEFINE_ACCESSOR(name, type, getterName, seed) \
-    type* TOLASettingsObject::Get##name() { return seedMember<type>(m##name, getterName, seed); }
+#define TOLA_DEFINE_ACCESSOR(name, type, getterName, seed)  \
+    type* TOLASettingsObject::Get##name() {                 \
+        return seedMember<type>(m##name, getterName, seed); \
+    }
 TOLA_DEVICE_SETTINGS(TOLA_DEFINE_ACCESSOR)
 #undef TOLA_DEFINE_ACCESSOR
 
-sys_mac_entry_t* TOLASettingsObject::GetMacAddrList() { return plainArray(mMacAddrList, TOLA_MAC_LIST_ENTRIES); }
-int* TOLASettingsObject::GetMacCount() { return plainMember(mMacCount); }
-int* TOLASettingsObject::GetWhiteListMacCount() { return plainMember(mWhiteListMacCount); }
+sys_mac_entry_t* TOLASettingsObject::GetMacAddrList() {
+    return plainArray(mMacAddrList, TOLA_MAC_LIST_ENTRIES);
+}
+int* TOLASettingsObject::GetMacCount() {
+    return plainMember(mMacCount);
+}
+int* TOLASettingsObject::GetWhiteListMacCount() {
+    return plainMember(mWhiteListMacCount);
+}
 sys_router_app_t* TOLASettingsObject::GetPortFilteringApplications() {
     return plainArray(mPortFilteringApps, SYS_ROUTER_APP_MAX);
 }
-int* TOLASettingsObject::GetPortFilteringAppsCount() { return plainMember(mPortFilteringAppsCount); }
+int* TOLASettingsObject::GetPortFilteringAppsCount() {
+    return plainMember(mPortFilteringAppsCount);
+}
 sys_router_app_t* TOLASettingsObject::GetPortForwardingApplications() {
     return plainArray(mPortForwardingApps, SYS_ROUTER_APP_MAX);
 }
-int* TOLASettingsObject::GetPortForwardingAppsCount() { return plainMember(mPortForwardingAppsCount); }
+int* TOLASettingsObject::GetPortForwardingAppsCount() {
+    return plainMember(mPortForwardingAppsCount);
+}
 sys_dhcp_reservation_t* TOLASettingsObject::GetReservedAddrList() {
     return plainArray(mReservedAddrList, SYS_DHCP_RESERVATION_MAX);
 }
-int* TOLASettingsObject::GetReservedAddrListCount() { return plainMember(mReservedAddrListCount); }
+int* TOLASettingsObject::GetReservedAddrListCount() {
+    return plainMember(mReservedAddrListCount);
+}
 sys_samba_folder_t* TOLASettingsObject::GetSambaFolderNames() {
     return plainArray(mSambaFolderNames, SYS_SAMBA_FOLDER_SLOTS);
 }
@@ -121,7 +137,9 @@ char* TOLASettingsObject::GetNetworkText(int which) {
     char* texts = plainArray(mNetworkTexts, TOLA_NET_TEXT_COUNT * TOLA_SETTINGS_TEXT_SIZE);
     return texts != nullptr ? texts + which * TOLA_SETTINGS_TEXT_SIZE : nullptr;
 }
-char* TOLASettingsObject::GetSambaHostName() { return plainArray(mSambaHostName, TOLA_SETTINGS_TEXT_SIZE); }
+char* TOLASettingsObject::GetSambaHostName() {
+    return plainArray(mSambaHostName, TOLA_SETTINGS_TEXT_SIZE);
+}
 
 sys_lan_settings_t* TOLASettingsObject::getLANSettings() {
     return seedMember<sys_lan_settings_t>(mDeviceLANSettings, "sys_getLANSettings", sys_getLANSettings);
@@ -159,10 +177,11 @@ int TOLASettingsObject::ResetObjectData() {
         memset(macList, 0, TOLA_MAC_LIST_BYTES);
     } else {
         rc = 200;
-        TLOG_SYS(TOLA_LOG_ERROR,
-                 "[%s]:[%s] - %s:%d Reset Data - NULL pointer encountered for GetMacCount() or GetMacAddrList()  "
-                 "or GetWhiteListMacCount()",
-                 __FUNCTION__, __LINE__);
+        TLOG_SYS(
+            TOLA_LOG_ERROR,
+            "[%s]:[%s] - %s:%d Reset Data - NULL pointer encountered for GetMacCount() or GetMacAddrList()  "
+            "or GetWhiteListMacCount()",
+            __FUNCTION__, __LINE__);
         SetErrorMessage("Reset Data - Received NULL pointer for mac count or mac list");
     }
 
@@ -173,10 +192,11 @@ int TOLASettingsObject::ResetObjectData() {
         memset(forwardApps, 0, TOLA_ROUTER_APPS_BYTES);
     } else {
         rc = 200;
-        TLOG_SYS(TOLA_LOG_ERROR,
-                 "[%s]:[%s] - %s:%d Reset Data - NULL pointer encountered for GetPortForwardingAppsCount() or "
-                 "GetPortForwardingApplications()  ",
-                 __FUNCTION__, __LINE__);
+        TLOG_SYS(
+            TOLA_LOG_ERROR,
+            "[%s]:[%s] - %s:%d Reset Data - NULL pointer encountered for GetPortForwardingAppsCount() or "
+            "GetPortForwardingApplications()  ",
+            __FUNCTION__, __LINE__);
         SetErrorMessage("Reset Data - Received NULL pointer for port forward count or port forward app list");
     }
 
@@ -191,7 +211,8 @@ int TOLASettingsObject::ResetObjectData() {
                  "[%s]:[%s] - %s:%d Reset Data - NULL pointer encountered for GetPortFilteringAppsCount() or "
                  "GetPortFilteringApplications()  ",
                  __FUNCTION__, __LINE__);
-        SetErrorMessage("Reset Data - Received NULL pointer for port filtering count or port filtering app list");
+        SetErrorMessage(
+            "Reset Data - Received NULL pointer for port filtering count or port filtering app list");
     }
 
     int* reservedCount = GetReservedAddrListCount();

@@ -17,116 +17,116 @@
 // ---- Present flags ---------------------------------------------------------------------------
 // One flag per group (G) and per field (F: group, JSON key). A handler sets a field's flag when
 // it stores the field, which also sets the group's flag; validation and apply read them.
-#define TOLA_PRESENT_FIELDS(G, F)                                                                   \
-    G(BlockedDevices)                                                                               \
-    G(WhiteListedDevices)                                                                           \
-    G(WiFiNetworkSettings)                                                                          \
-    F(WiFiNetworkSettings, WiFiSSID)                                                                \
-    F(WiFiNetworkSettings, WiFiSSIDBroadcastEnabled)                                                \
-    F(WiFiNetworkSettings, WiFiSecurityMode)                                                        \
-    F(WiFiNetworkSettings, WiFiKey)                                                                 \
-    F(WiFiNetworkSettings, WiFiNameOnDisplay)                                                       \
-    F(WiFiNetworkSettings, WiFiPasswordOnDisplay)                                                   \
-    F(WiFiNetworkSettings, WiFiWPSEnabled)                                                          \
-    F(WiFiNetworkSettings, WiFiPrivacySeparationEnabled)                                            \
-    G(WiFiGuestNetworkSettings)                                                                     \
-    F(WiFiGuestNetworkSettings, WiFiGuestSSID)                                                      \
-    F(WiFiGuestNetworkSettings, WiFiGuestSecurityMode)                                              \
-    F(WiFiGuestNetworkSettings, WiFiGuestKey)                                                       \
-    F(WiFiGuestNetworkSettings, WiFiGuestNameOnDisplay)                                             \
-    F(WiFiGuestNetworkSettings, WiFiGuestPasswordOnDisplay)                                         \
-    F(WiFiGuestNetworkSettings, WiFiGuestWPSEnabled)                                                \
-    F(WiFiGuestNetworkSettings, WiFiGuestPrivacySeparationEnabled)                                  \
-    G(WiFiAdvancedSettings)                                                                         \
-    F(WiFiAdvancedSettings, WiFiEnabled)                                                            \
-    F(WiFiAdvancedSettings, WiFiAllowChangesOnTouchScreen)                                          \
-    F(WiFiAdvancedSettings, WiFi24GHzBand)                                                          \
-    F(WiFiAdvancedSettings, WiFi5GHzBand)                                                           \
-    F(WiFiAdvancedSettings, WiFiMaxClients)                                                         \
-    F(WiFiAdvancedSettings, WiFi24GHz80211Mode)                                                     \
-    F(WiFiAdvancedSettings, WiFi24GHzChannel)                                                       \
-    F(WiFiAdvancedSettings, WiFi5GHz80211Mode)                                                      \
-    F(WiFiAdvancedSettings, WiFi5GHzChannel)                                                        \
-    F(WiFiAdvancedSettings, WiFi5GHzBandwidth)                                                      \
-    G(AdminPasswordSettings)                                                                        \
-    F(AdminPasswordSettings, AdminPassword)                                                         \
-    F(AdminPasswordSettings, AdminPasswordOnDisplay)                                                \
-    F(AdminPasswordSettings, AdminPasswordSecurityQuestion)                                         \
-    F(AdminPasswordSettings, AdminPasswordSecurityAnswer)                                           \
-    F(AdminPasswordSettings, AdminPasswordTurnONPasswordProtection)                                 \
-    F(AdminPasswordSettings, AdminPasswordOnGPS)                                                    \
-    F(AdminPasswordSettings, AdminPasswordOnNetworkSettings)                                        \
-    G(DevicePreferences)                                                                            \
-    F(DevicePreferences, LEDEnabled)                                                                \
-    F(DevicePreferences, StealthModeEnabled)                                                        \
-    F(DevicePreferences, WakeupDisplayOnNotificationEnabled)                                        \
-    F(DevicePreferences, AllowHardwareReset)                                                        \
-    F(DevicePreferences, AllowPreferencesChangeOnDisplay)                                           \
-    F(DevicePreferences, LocalIPAddress)                                                            \
-    F(DevicePreferences, UCAutoOffThreshold)                                                        \
-    F(DevicePreferences, DisplayTimeout)                                                            \
-    F(DevicePreferences, SleepTime)                                                                 \
-    F(DevicePreferences, ShutdownTime)                                                              \
-    G(USBModePreferences)                                                                           \
-    F(USBModePreferences, USBModePrompt)                                                            \
-    F(USBModePreferences, USBMode)                                                                  \
-    G(AudioPreferences)                                                                             \
-    F(AudioPreferences, AudioEnabled)                                                               \
-    F(AudioPreferences, NotificationSounds)                                                         \
-    G(DisplaySettings)                                                                              \
-    F(DisplaySettings, DisplayLanguage)                                                             \
-    F(DisplaySettings, DisplayDateFormat)                                                           \
-    F(DisplaySettings, DisplayTimeFormat)                                                           \
-    F(DisplaySettings, DisplayDistanceFormat)                                                       \
-    F(DisplaySettings, DisplayNumericSeparator)                                                     \
-    G(ManualDNSSettings)                                                                            \
-    F(ManualDNSSettings, ManualDNSEnabled)                                                          \
-    F(ManualDNSSettings, ManualDNSAddress1)                                                         \
-    F(ManualDNSSettings, ManualDNSAddress2)                                                         \
-    G(FirewallSettings)                                                                             \
-    F(FirewallSettings, VPNPassthroughEnabled)                                                      \
-    F(FirewallSettings, IPv6TransparentModeEnabled)                                                 \
-    F(FirewallSettings, DMZEnabled)                                                                 \
-    F(FirewallSettings, DMZIpAddress)                                                               \
-    G(MACFilterSettings)                                                                            \
-    F(MACFilterSettings, MACFilterEnabled)                                                          \
-    G(LANSettings)                                                                                  \
-    F(LANSettings, RouterIPv4Address)                                                               \
-    F(LANSettings, RouterSubnetMask)                                                                \
-    F(LANSettings, DHCPEnabled)                                                                     \
-    F(LANSettings, DHCPAddressRangeStart)                                                           \
-    F(LANSettings, DHCPLeaseTime)                                                                   \
-    F(LANSettings, IPv6Enabled)                                                                     \
-    G(GPSSettings)                                                                                  \
-    F(GPSSettings, GPSEnabled)                                                                      \
-    F(GPSSettings, GPSNMEAOverWiFiEnabled)                                                          \
-    F(GPSSettings, GPSNMEAOverWiFiPortNumber)                                                       \
-    F(GPSSettings, GPSTurnOff)                                                                      \
-    G(LogsSettings)                                                                                 \
-    F(LogsSettings, LogsEnabled)                                                                    \
-    F(LogsSettings, LogsDeletion)                                                                   \
-    G(NetworkSettings)                                                                              \
-    F(NetworkSettings, CellularDataEnabled)                                                         \
-    F(NetworkSettings, ConnectionPreference)                                                        \
-    F(NetworkSettings, LTEAPN)                                                                      \
-    F(NetworkSettings, HSPAAPN)                                                                     \
-    F(NetworkSettings, NonVeltraAPN)                                                                \
-    G(PortFilteringSettings)                                                                        \
-    F(PortFilteringSettings, PortFilteringEnabled)                                                  \
-    F(PortFilteringSettings, PortFilteringApplications)                                             \
-    G(PortForwardingSettings)                                                                       \
-    F(PortForwardingSettings, PortForwardingEnabled)                                                \
-    F(PortForwardingSettings, PortForwardingApplications)                                           \
-    G(ReservedIpSettings)                                                                           \
-    G(VornSharingSettings)                                                                          \
-    F(VornSharingSettings, VornSharingEnabled)                                                      \
-    F(VornSharingSettings, VornSharingOnDisplay)                                                    \
-    F(VornSharingSettings, VornSharingWifiNetworkAccess)                                            \
-    F(VornSharingSettings, VornSharingGuestWifiNetworkAccess)                                       \
-    F(VornSharingSettings, VornSharingName)                                                         \
-    F(VornSharingSettings, VornSharingContentToShare)                                               \
-    F(VornSharingSettings, VornSharingAccessType)                                                   \
-    F(VornSharingSettings, VornSharingTopLevelFolder)                                               \
+#define TOLA_PRESENT_FIELDS(G, F)                                   \
+    G(BlockedDevices)                                               \
+    G(WhiteListedDevices)                                           \
+    G(WiFiNetworkSettings)                                          \
+    F(WiFiNetworkSettings, WiFiSSID)                                \
+    F(WiFiNetworkSettings, WiFiSSIDBroadcastEnabled)                \
+    F(WiFiNetworkSettings, WiFiSecurityMode)                        \
+    F(WiFiNetworkSettings, WiFiKey)                                 \
+    F(WiFiNetworkSettings, WiFiNameOnDisplay)                       \
+    F(WiFiNetworkSettings, WiFiPasswordOnDisplay)                   \
+    F(WiFiNetworkSettings, WiFiWPSEnabled)                          \
+    F(WiFiNetworkSettings, WiFiPrivacySeparationEnabled)            \
+    G(WiFiGuestNetworkSettings)                                     \
+    F(WiFiGuestNetworkSettings, WiFiGuestSSID)                      \
+    F(WiFiGuestNetworkSettings, WiFiGuestSecurityMode)              \
+    F(WiFiGuestNetworkSettings, WiFiGuestKey)                       \
+    F(WiFiGuestNetworkSettings, WiFiGuestNameOnDisplay)             \
+    F(WiFiGuestNetworkSettings, WiFiGuestPasswordOnDisplay)         \
+    F(WiFiGuestNetworkSettings, WiFiGuestWPSEnabled)                \
+    F(WiFiGuestNetworkSettings, WiFiGuestPrivacySeparationEnabled)  \
+    G(WiFiAdvancedSettings)                                         \
+    F(WiFiAdvancedSettings, WiFiEnabled)                            \
+    F(WiFiAdvancedSettings, WiFiAllowChangesOnTouchScreen)          \
+    F(WiFiAdvancedSettings, WiFi24GHzBand)                          \
+    F(WiFiAdvancedSettings, WiFi5GHzBand)                           \
+    F(WiFiAdvancedSettings, WiFiMaxClients)                         \
+    F(WiFiAdvancedSettings, WiFi24GHz80211Mode)                     \
+    F(WiFiAdvancedSettings, WiFi24GHzChannel)                       \
+    F(WiFiAdvancedSettings, WiFi5GHz80211Mode)                      \
+    F(WiFiAdvancedSettings, WiFi5GHzChannel)                        \
+    F(WiFiAdvancedSettings, WiFi5GHzBandwidth)                      \
+    G(AdminPasswordSettings)                                        \
+    F(AdminPasswordSettings, AdminPassword)                         \
+    F(AdminPasswordSettings, AdminPasswordOnDisplay)                \
+    F(AdminPasswordSettings, AdminPasswordSecurityQuestion)         \
+    F(AdminPasswordSettings, AdminPasswordSecurityAnswer)           \
+    F(AdminPasswordSettings, AdminPasswordTurnONPasswordProtection) \
+    F(AdminPasswordSettings, AdminPasswordOnGPS)                    \
+    F(AdminPasswordSettings, AdminPasswordOnNetworkSettings)        \
+    G(DevicePreferences)                                            \
+    F(DevicePreferences, LEDEnabled)                                \
+    F(DevicePreferences, StealthModeEnabled)                        \
+    F(DevicePreferences, WakeupDisplayOnNotificationEnabled)        \
+    F(DevicePreferences, AllowHardwareReset)                        \
+    F(DevicePreferences, AllowPreferencesChangeOnDisplay)           \
+    F(DevicePreferences, LocalIPAddress)                            \
+    F(DevicePreferences, UCAutoOffThreshold)                        \
+    F(DevicePreferences, DisplayTimeout)                            \
+    F(DevicePreferences, SleepTime)                                 \
+    F(DevicePreferences, ShutdownTime)                              \
+    G(USBModePreferences)                                           \
+    F(USBModePreferences, USBModePrompt)                            \
+    F(USBModePreferences, USBMode)                                  \
+    G(AudioPreferences)                                             \
+    F(AudioPreferences, AudioEnabled)                               \
+    F(AudioPreferences, NotificationSounds)                         \
+    G(DisplaySettings)                                              \
+    F(DisplaySettings, DisplayLanguage)                             \
+    F(DisplaySettings, DisplayDateFormat)                           \
+    F(DisplaySettings, DisplayTimeFormat)                           \
+    F(DisplaySettings, DisplayDistanceFormat)                       \
+    F(DisplaySettings, DisplayNumericSeparator)                     \
+    G(ManualDNSSettings)                                            \
+    F(ManualDNSSettings, ManualDNSEnabled)                          \
+    F(ManualDNSSettings, ManualDNSAddress1)                         \
+    F(ManualDNSSettings, ManualDNSAddress2)                         \
+    G(FirewallSettings)                                             \
+    F(FirewallSettings, VPNPassthroughEnabled)                      \
+    F(FirewallSettings, IPv6TransparentModeEnabled)                 \
+    F(FirewallSettings, DMZEnabled)                                 \
+    F(FirewallSettings, DMZIpAddress)                               \
+    G(MACFilterSettings)                                            \
+    F(MACFilterSettings, MACFilterEnabled)                          \
+    G(LANSettings)                                                  \
+    F(LANSettings, RouterIPv4Address)                               \
+    F(LANSettings, RouterSubnetMask)                                \
+    F(LANSettings, DHCPEnabled)                                     \
+    F(LANSettings, DHCPAddressRangeStart)                           \
+    F(LANSettings, DHCPLeaseTime)                                   \
+    F(LANSettings, IPv6Enabled)                                     \
+    G(GPSSettings)                                                  \
+    F(GPSSettings, GPSEnabled)                                      \
+    F(GPSSettings, GPSNMEAOverWiFiEnabled)                          \
+    F(GPSSettings, GPSNMEAOverWiFiPortNumber)                       \
+    F(GPSSettings, GPSTurnOff)                                      \
+    G(LogsSettings)                                                 \
+    F(LogsSettings, LogsEnabled)                                    \
+    F(LogsSettings, LogsDeletion)                                   \
+    G(NetworkSettings)                                              \
+    F(NetworkSettings, CellularDataEnabled)                         \
+    F(NetworkSettings, ConnectionPreference)                        \
+    F(NetworkSettings, LTEAPN)                                      \
+    F(NetworkSettings, HSPAAPN)                                     \
+    F(NetworkSettings, NonVeltraAPN)                                \
+    G(PortFilteringSettings)                                        \
+    F(PortFilteringSettings, PortFilteringEnabled)                  \
+    F(PortFilteringSettings, PortFilteringApplications)             \
+    G(PortForwardingSettings)                                       \
+    F(PortForwardingSettings, PortForwardingEnabled)                \
+    F(PortForwardingSettings, PortForwardingApplications)           \
+    G(ReservedIpSettings)                                           \
+    G(VornSharingSettings)                                          \
+    F(VornSharingSettings, VornSharingEnabled)                      \
+    F(VornSharingSettings, VornSharingOnDisplay)                    \
+    F(VornSharingSettings, VornSharingWifiNetworkAccess)            \
+    F(VornSharingSettings, VornSharingGuestWifiNetworkAccess)       \
+    F(VornSharingSettings, VornSharingName)                         \
+    F(VornSharingSettings, VornSharingContentToShare)               \
+    F(VornSharingSettings, VornSharingAccessType)                   \
+    F(VornSharingSettings, VornSharingTopLevelFolder)               \
     G(AccessControlSettings)
 
 enum class TolaField : int {
@@ -149,63 +149,61 @@ const tola_field_info_t& tola_field_info(TolaField field);
 
 // ---- Device-backed members ----------------------------------------------------------------
 // X(Member, value type, getter named in the logs, seeding function). Accessor: Get<Member>().
-#define TOLA_DEVICE_SETTINGS(X)                                                                     \
-    X(ManualDNSSettings, sys_manual_dns_t, "sys_getManualDNSSettings", sys_getManualDNSSettings)    \
-    X(ManualDNSEnabled, int, "sys_getManualDNSEnabled", sys_getManualDNSEnabled)                    \
-    X(IPv6TransparentModeEnabled, int, "sys_getIPv6TransparentModeEnabled",                         \
-      sys_getIPv6TransparentModeEnabled)                                                            \
-    X(VPNPassthroughEnabled, int, "sys_getVPNPassthroughEnabled", sys_getVPNPassthroughEnabled)     \
-    X(DMZEnabled, int, "sys_getDMZEnabled", sys_getDMZEnabled)                                      \
-    X(DMZSettings, sys_dmz_settings_t, "sys_getDMZSettings", sys_getDMZSettings)                    \
-    X(MacFilterWhiteListEnabled, int, "sys_getMacFilterWhiteListEnabled",                           \
-      sys_getMacFilterWhiteListEnabled)                                                             \
-    X(IPv6Enabled, int, "sys_getIPv6Enabled", sys_getIPv6Enabled)                                   \
-    X(LANSettings, sys_lan_settings_t, "sys_getLANSettings", sys_getLANSettings)                    \
-    X(GPSEnabled, int, "sys_getGPSEnabled", tola_seed_gps_enabled)                                  \
-    X(NMEAOverWiFiEnabled, int, "sys_getNMEAOverWiFiEnabled", sys_getNMEAOverWiFiEnabled)           \
-    X(GPSStartupState, int, "sys_getGPSStartupState", sys_getGPSStartupState)                       \
-    X(NMEAOverWiFiPort, int, "sys_getNMEAOverWiFiSettings", sys_getNMEAOverWiFiSettings)            \
-    X(LogSettings, webui_log_settings_t, "webui_get_log_settings", webui_get_log_settings)          \
-    X(LoginSettings, webui_login_settings_t, "webui_get_login_settings", webui_get_login_settings)  \
-    X(AdvancedSettings, webui_advanced_settings_t, "webui_get_advanced_settings",                   \
-      webui_get_advanced_settings)                                                                  \
-    X(WiFiEnabled, int, "sys_getWiFiEnabled", sys_getWiFiEnabled)                                   \
-    X(WiFiMaxClients, int, "sys_getWiFiMaxClients", sys_getWiFiMaxClients)                          \
-    X(WiFiPrimaryProfile, sys_wifi_profile_t, "sys_getWiFiPrimaryProfile", sys_getWiFiPrimaryProfile) \
-    X(WiFiPrimaryDisplayInfo, deviceui_wifi_info_display_t,                                         \
-      "deviceui_get_primary_wifi_info_display_settings", deviceui_get_primary_wifi_info_display_settings) \
-    X(WiFiGuestProfile, sys_wifi_profile_t, "sys_getWiFiGuestProfile", sys_getWiFiGuestProfile)     \
-    X(WiFiGuestDisplayInfo, deviceui_wifi_info_display_t,                                           \
-      "deviceui_get_guest_wifi_info_display_settings", deviceui_get_guest_wifi_info_display_settings) \
-    X(WiFiDisplaySettingEnabled, int, "deviceui_get_wifi_display_setting_enabled",                  \
-      deviceui_get_wifi_display_setting_enabled)                                                    \
-    X(HWFactoryResetEnabled, int, "sys_getHWFactoryResetEnabled", sys_getHWFactoryResetEnabled)     \
-    X(DisplaySettingEnabled, int, "deviceui_get_display_setting_enabled",                           \
-      deviceui_get_display_setting_enabled)                                                         \
-    X(UniversalChargingSettings, int, "sys_getUniversalChargingSettings",                           \
-      sys_getUniversalChargingSettings)                                                             \
-    X(ScreenTimeout, int, "deviceui_get_screen_timeout_settings", deviceui_get_screen_timeout_settings) \
-    X(PowerSaveSettings, sys_power_save_settings_t, "sys_getPowerSaveSettings", sys_getPowerSaveSettings) \
-    X(LEDEnabled, int, "sys_getLEDEnabled", sys_getLEDEnabled)                                      \
-    X(UIStealthModeEnabled, int, "sys_getUIStealthModeEnabled", sys_getUIStealthModeEnabled)        \
-    X(NotificationDisplayWakeupEnabled, int, "deviceui_get_notification_display_wakeup_setting_enabled", \
-      deviceui_get_notification_display_wakeup_setting_enabled)                                     \
-    X(LocalAddress, sys_lan_settings_t, "sys_getLANSettings", sys_getLANSettings)                   \
-    X(USBTetheringEnabled, int, "sys_getUSBTetheringEnabled", sys_getUSBTetheringEnabled)           \
-    X(USBConnectionPromptEnabled, int, "deviceui_get_usb_connection_prompt_enabled",                \
-      deviceui_get_usb_connection_prompt_enabled)                                                   \
-    X(UINotificationSettings, int, "sys_getUINotificationSettings", sys_getUINotificationSettings)  \
-    X(AudioAlertsEnabled, int, "sys_getAudioAlertsEnabled", sys_getAudioAlertsEnabled)              \
-    X(I18nSettings, webui_i18n_settings_t, "webui_get_i18n_settings", webui_get_i18n_settings)      \
-    X(PortFilteringEnabled, int, "sys_getPortFilteringEnabled", sys_getPortFilteringEnabled)        \
-    X(PortForwardingEnabled, int, "sys_getPortForwardingEnabled", sys_getPortForwardingEnabled)     \
-    X(SambaEnabled, int, "sys_getSambaEnabled", sys_getSambaEnabled)                                \
-    X(FileSharingDisplayEnabled, int, "deviceui_get_file_sharing_display_setting_enabled",          \
-      deviceui_get_file_sharing_display_setting_enabled)                                            \
-    X(SambaSettings, sys_samba_settings_t, "sys_getSambaSettings", sys_getSambaSettings)            \
-    X(SambaPrimaryNetworkEnabled, int, "sys_getSambaPrimaryNetworkEnabled",                         \
-      sys_getSambaPrimaryNetworkEnabled)                                                            \
-    X(SambaGuestNetworkEnabled, int, "sys_getSambaGuestNetworkEnabled", sys_getSambaGuestNetworkEnabled) \
+#define TOLA_DEVICE_SETTINGS(X)                                                                             \
+    X(ManualDNSSettings, sys_manual_dns_t, "sys_getManualDNSSettings", sys_getManualDNSSettings)            \
+    X(ManualDNSEnabled, int, "sys_getManualDNSEnabled", sys_getManualDNSEnabled)                            \
+    X(IPv6TransparentModeEnabled, int, "sys_getIPv6TransparentModeEnabled",                                 \
+      sys_getIPv6TransparentModeEnabled)                                                                    \
+    X(VPNPassthroughEnabled, int, "sys_getVPNPassthroughEnabled", sys_getVPNPassthroughEnabled)             \
+    X(DMZEnabled, int, "sys_getDMZEnabled", sys_getDMZEnabled)                                              \
+    X(DMZSettings, sys_dmz_settings_t, "sys_getDMZSettings", sys_getDMZSettings)                            \
+    X(MacFilterWhiteListEnabled, int, "sys_getMacFilterWhiteListEnabled", sys_getMacFilterWhiteListEnabled) \
+    X(IPv6Enabled, int, "sys_getIPv6Enabled", sys_getIPv6Enabled)                                           \
+    X(LANSettings, sys_lan_settings_t, "sys_getLANSettings", sys_getLANSettings)                            \
+    X(GPSEnabled, int, "sys_getGPSEnabled", tola_seed_gps_enabled)                                          \
+    X(NMEAOverWiFiEnabled, int, "sys_getNMEAOverWiFiEnabled", sys_getNMEAOverWiFiEnabled)                   \
+    X(GPSStartupState, int, "sys_getGPSStartupState", sys_getGPSStartupState)                               \
+    X(NMEAOverWiFiPort, int, "sys_getNMEAOverWiFiSettings", sys_getNMEAOverWiFiSettings)                    \
+    X(LogSettings, webui_log_settings_t, "webui_get_log_settings", webui_get_log_settings)                  \
+    X(LoginSettings, webui_login_settings_t, "webui_get_login_settings", webui_get_login_settings)          \
+    X(AdvancedSettings, webui_advanced_settings_t, "webui_get_advanced_settings",                           \
+      webui_get_advanced_settings)                                                                          \
+    X(WiFiEnabled, int, "sys_getWiFiEnabled", sys_getWiFiEnabled)                                           \
+    X(WiFiMaxClients, int, "sys_getWiFiMaxClients", sys_getWiFiMaxClients)                                  \
+    X(WiFiPrimaryProfile, sys_wifi_profile_t, "sys_getWiFiPrimaryProfile", sys_getWiFiPrimaryProfile)       \
+    X(WiFiPrimaryDisplayInfo, deviceui_wifi_info_display_t,                                                 \
+      "deviceui_get_primary_wifi_info_display_settings", deviceui_get_primary_wifi_info_display_settings)   \
+    X(WiFiGuestProfile, sys_wifi_profile_t, "sys_getWiFiGuestProfile", sys_getWiFiGuestProfile)             \
+    X(WiFiGuestDisplayInfo, deviceui_wifi_info_display_t, "deviceui_get_guest_wifi_info_display_settings",  \
+      deviceui_get_guest_wifi_info_display_settings)                                                        \
+    X(WiFiDisplaySettingEnabled, int, "deviceui_get_wifi_display_setting_enabled",                          \
+      deviceui_get_wifi_display_setting_enabled)                                                            \
+    X(HWFactoryResetEnabled, int, "sys_getHWFactoryResetEnabled", sys_getHWFactoryResetEnabled)             \
+    X(DisplaySettingEnabled, int, "deviceui_get_display_setting_enabled",                                   \
+      deviceui_get_display_setting_enabled)                                                                 \
+    X(UniversalChargingSettings, int, "sys_getUniversalChargingSettings", sys_getUniversalChargingSettings) \
+    X(ScreenTimeout, int, "deviceui_get_screen_timeout_settings", deviceui_get_screen_timeout_settings)     \
+    X(PowerSaveSettings, sys_power_save_settings_t, "sys_getPowerSaveSettings", sys_getPowerSaveSettings)   \
+    X(LEDEnabled, int, "sys_getLEDEnabled", sys_getLEDEnabled)                                              \
+    X(UIStealthModeEnabled, int, "sys_getUIStealthModeEnabled", sys_getUIStealthModeEnabled)                \
+    X(NotificationDisplayWakeupEnabled, int, "deviceui_get_notification_display_wakeup_setting_enabled",    \
+      deviceui_get_notification_display_wakeup_setting_enabled)                                             \
+    X(LocalAddress, sys_lan_settings_t, "sys_getLANSettings", sys_getLANSettings)                           \
+    X(USBTetheringEnabled, int, "sys_getUSBTetheringEnabled", sys_getUSBTetheringEnabled)                   \
+    X(USBConnectionPromptEnabled, int, "deviceui_get_usb_connection_prompt_enabled",                        \
+      deviceui_get_usb_connection_prompt_enabled)                                                           \
+    X(UINotificationSettings, int, "sys_getUINotificationSettings", sys_getUINotificationSettings)          \
+    X(AudioAlertsEnabled, int, "sys_getAudioAlertsEnabled", sys_getAudioAlertsEnabled)                      \
+    X(I18nSettings, webui_i18n_settings_t, "webui_get_i18n_settings", webui_get_i18n_settings)              \
+    X(PortFilteringEnabled, int, "sys_getPortFilteringEnabled", sys_getPortFilteringEnabled)                \
+    X(PortForwardingEnabled, int, "sys_getPortForwardingEnabled", sys_getPortForwardingEnabled)             \
+    X(SambaEnabled, int, "sys_getSambaEnabled", sys_getSambaEnabled)                                        \
+    X(FileSharingDisplayEnabled, int, "deviceui_get_file_sharing_display_setting_enabled",                  \
+      deviceui_get_file_sharing_display_setting_enabled)                                                    \
+    X(SambaSettings, sys_samba_settings_t, "sys_getSambaSettings", sys_getSambaSettings)                    \
+    X(SambaPrimaryNetworkEnabled, int, "sys_getSambaPrimaryNetworkEnabled",                                 \
+      sys_getSambaPrimaryNetworkEnabled)                                                                    \
+    X(SambaGuestNetworkEnabled, int, "sys_getSambaGuestNetworkEnabled", sys_getSambaGuestNetworkEnabled)    \
     X(CellularDataEnabled, int, "sys_getCellularDataEnabled", sys_getCellularDataEnabled)
 
 // Seeds the GPS-enabled member: the GPS state is readable only with the privacy agreement
@@ -242,7 +240,7 @@ enum TolaNetworkText {
 constexpr size_t TOLA_SETTINGS_TEXT_SIZE = 128;
 
 class TOLASettingsObject {
-public:
+  public:
     TOLASettingsObject();
     virtual ~TOLASettingsObject();
     TOLASettingsObject(const TOLASettingsObject&) = delete;
@@ -266,7 +264,7 @@ public:
     virtual sys_dhcp_reservation_t* GetReservedAddrList();  // SYS_DHCP_RESERVATION_MAX entries
     virtual int* GetReservedAddrListCount();
     virtual sys_samba_folder_t* GetSambaFolderNames();  // SYS_SAMBA_FOLDER_SLOTS entries
-    virtual int* GetSambaFolderNamesCount();  // how many folders the device supports
+    virtual int* GetSambaFolderNamesCount();            // how many folders the device supports
     // One of the network group's texts (TOLA_SETTINGS_TEXT_SIZE bytes), null for a bad index.
     virtual char* GetNetworkText(int which);
     // The sharing group's text: the name under which the device shares its files.
@@ -277,15 +275,23 @@ public:
     int ResetObjectData();
 
     // ---- Present flags ----
-    bool IsPresent(TolaField field) const { return mPresent.test(static_cast<size_t>(field)); }
+    bool IsPresent(TolaField field) const {
+        return mPresent.test(static_cast<size_t>(field));
+    }
     // Marks a field (and its group) present.
     void SetPresent(TolaField field);
-    void ClearPresentFlags() { mPresent.reset(); }
+    void ClearPresentFlags() {
+        mPresent.reset();
+    }
 
     // ---- Error message: printf-style, at most 1023 characters, replacing the previous one ----
     void SetErrorMessage(const char* format, ...) __attribute__((format(printf, 2, 3)));
-    const char* GetErrorMessage() const { return mErrorMessage; }
-    void ClearErrorMessage() { mErrorMessage[0] = '\0'; }
+    const char* GetErrorMessage() const {
+        return mErrorMessage;
+    }
+    void ClearErrorMessage() {
+        mErrorMessage[0] = '\0';
+    }
 
     // ---- Device-state cache: the device's own LAN settings, read once until the next reset ----
     sys_lan_settings_t* getLANSettings();
@@ -309,7 +315,7 @@ public:
     bool IsValidMacAddress(const char* mac);
     bool HasNonPrintableChars(const char* text);
 
-private:
+  private:
 #define TOLA_DECLARE_MEMBER(name, type, getterName, seed) std::unique_ptr<type> m##name;
     TOLA_DEVICE_SETTINGS(TOLA_DECLARE_MEMBER)
 #undef TOLA_DECLARE_MEMBER

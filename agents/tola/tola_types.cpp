@@ -12,7 +12,9 @@ void tola_copy_text(char (&dst)[TOLA_TEXT_SIZE], const char* src) {
     dst[length] = '\0';
 }
 
-std::string tola_record_text(const char (&field)[TOLA_TEXT_SIZE]) { return std::string(field, strnlen(field, TOLA_TEXT_SIZE)); }
+std::string tola_record_text(const char (&field)[TOLA_TEXT_SIZE]) {
+    return std::string(field, strnlen(field, TOLA_TEXT_SIZE));
+}
 
 void tola_trim_blanks(std::string& text) {
     static const char* const kBlanks = " \t\r\n\b\v";

@@ -12,7 +12,9 @@
 
 namespace {
 
-long long clockOffsetSeconds() { return ardo::deviceStateValue<long long>("/clock/offset_seconds", 0); }
+long long clockOffsetSeconds() {
+    return ardo::deviceStateValue<long long>("/clock/offset_seconds", 0);
+}
 
 void sleepRealMilliseconds(uint64_t ms) {
     // Sleep in slices so that a MaintenanceThread being shut down is not held up.
@@ -30,7 +32,9 @@ void sleepRealMilliseconds(uint64_t ms) {
 
 }  // namespace
 
-time_t sys_time(void) { return time(nullptr) + static_cast<time_t>(clockOffsetSeconds()); }
+time_t sys_time(void) {
+    return time(nullptr) + static_cast<time_t>(clockOffsetSeconds());
+}
 
 int sys_gettimeofday(struct timeval* tv) {
     if (tv == nullptr) {
@@ -45,7 +49,9 @@ int sys_gettimeofday(struct timeval* tv) {
     return 0;
 }
 
-void sys_sleepSeconds(unsigned int seconds) { sleepRealMilliseconds(ardo::hostScaledMilliseconds(seconds * 1000ULL)); }
+void sys_sleepSeconds(unsigned int seconds) {
+    sleepRealMilliseconds(ardo::hostScaledMilliseconds(seconds * 1000ULL));
+}
 
 void sys_sleepMilliseconds(unsigned int milliseconds) {
     sleepRealMilliseconds(ardo::hostScaledMilliseconds(milliseconds));

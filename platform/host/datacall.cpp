@@ -27,7 +27,8 @@ int sys_cellularDataConnect(int profileIndex) {
         return rc;
     }
     // "status_after_connect" lets a test keep the call down although the connect was accepted.
-    int after = ardo::deviceStateValue<int>("/data_call/internet/status_after_connect", SYS_DATA_CALL_CONNECTED);
+    int after =
+        ardo::deviceStateValue<int>("/data_call/internet/status_after_connect", SYS_DATA_CALL_CONNECTED);
     ardo::deviceStateSet("/data_call/internet/status", after);
     ardo::deviceJournal("sys_cellularDataConnect", {{"profile", profileIndex}}, 0);
     return 0;
@@ -44,13 +45,15 @@ int sys_cellularDataDisconnect(int profileIndex) {
     return 0;
 }
 
-int sys_cellularDataUsageAPNCallConnect(char* interfaceName, uint32_t* size, const char* callId, int ipFamily) {
+int sys_cellularDataUsageAPNCallConnect(char* interfaceName, uint32_t* size, const char* callId,
+                                        int ipFamily) {
     if (size == nullptr || callId == nullptr) {
         return 1;
     }
     int rc;
     if (ardo::deviceTakeFault("sys_cellularDataUsageAPNCallConnect", &rc)) {
-        ardo::deviceJournal("sys_cellularDataUsageAPNCallConnect", {{"call_id", callId}, {"ip_family", ipFamily}}, rc);
+        ardo::deviceJournal("sys_cellularDataUsageAPNCallConnect",
+                            {{"call_id", callId}, {"ip_family", ipFamily}}, rc);
         return rc;
     }
     std::string name = ardo::deviceStateValue<std::string>("/data_call/apps_apn/interface", "");

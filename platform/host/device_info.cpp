@@ -19,7 +19,9 @@ void copyField(char (&field)[N], const std::string& text) {
     field[n] = '\0';
 }
 
-std::string text(const std::string& pointer) { return deviceStateValue<std::string>(pointer, ""); }
+std::string text(const std::string& pointer) {
+    return deviceStateValue<std::string>(pointer, "");
+}
 
 }  // namespace
 

@@ -37,7 +37,7 @@ std::string dirOf(const std::string& path) {
 // Holds an exclusive flock on the state's lock file for the life of the object. flock locks
 // belong to the open file description, so threads of one process exclude each other too.
 class StateLock {
-public:
+  public:
     explicit StateLock(const std::string& statePath) {
         hostMakeDirs(dirOf(statePath));
         mFd = open((statePath + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
@@ -54,7 +54,7 @@ public:
     StateLock(const StateLock&) = delete;
     StateLock& operator=(const StateLock&) = delete;
 
-private:
+  private:
     int mFd = -1;
 };
 
@@ -106,7 +106,9 @@ std::shared_ptr<const json> readUnlocked(const std::string& path, bool createIfM
 
 }  // namespace
 
-std::string deviceStatePath() { return sys_fsPath("/var/lib/ardo/device.json"); }
+std::string deviceStatePath() {
+    return sys_fsPath("/var/lib/ardo/device.json");
+}
 
 const json& deviceFactoryState() {
     static const json factory = [] {
@@ -133,7 +135,9 @@ std::shared_ptr<const json> deviceStateSnapshot() {
     return readUnlocked(path, false);
 }
 
-json deviceStateRead() { return *deviceStateSnapshot(); }
+json deviceStateRead() {
+    return *deviceStateSnapshot();
+}
 
 bool deviceStateUpdate(const std::function<void(json& state)>& change) {
     std::string path = deviceStatePath();

@@ -6,9 +6,8 @@
 
 #include <functional>
 #include <memory>
-#include <string>
-
 #include <nlohmann/json.hpp>
+#include <string>
 
 namespace ardo {
 

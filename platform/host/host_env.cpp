@@ -102,9 +102,13 @@ bool hostWriteFileAtomic(const std::string& path, const std::string& content) {
     return true;
 }
 
-void hostSetThreadStopFlag(const std::atomic<bool>* flag) { tlsStopFlag = flag; }
+void hostSetThreadStopFlag(const std::atomic<bool>* flag) {
+    tlsStopFlag = flag;
+}
 
-bool hostThreadStopRequested() { return tlsStopFlag != nullptr && tlsStopFlag->load(); }
+bool hostThreadStopRequested() {
+    return tlsStopFlag != nullptr && tlsStopFlag->load();
+}
 
 }  // namespace ardo
 

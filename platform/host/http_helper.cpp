@@ -101,8 +101,9 @@ int HttpHelper::ExecuteGetRequest(const std::string& url, const std::string& bod
         curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
         httpStatus = static_cast<int>(status);
     } else {
-        vorn_dbg_log(3, "HttpHelper: %s: %s (curl %d)%s", url.c_str(), error[0] ? error : curl_easy_strerror(result),
-                     static_cast<int>(result), sink.overflow ? ", answer too large" : "");
+        vorn_dbg_log(3, "HttpHelper: %s: %s (curl %d)%s", url.c_str(),
+                     error[0] ? error : curl_easy_strerror(result), static_cast<int>(result),
+                     sink.overflow ? ", answer too large" : "");
         response.clear();
     }
     curl_slist_free_all(resolve);

@@ -1,7 +1,7 @@
 // Host logging: the debug log file var/log/tola.log under the root (optionally mirrored to
 // stderr with ARDO_LOG_STDERR=1) and syslog(3).
-#include <syslog.h>
 #include <sys/time.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -22,7 +22,8 @@ FILE* gLogFile = nullptr;
 bool gMirror = false;
 bool gSyslogOpen = false;
 
-constexpr const char* kLevelNames[] = {"EMERG", "ALERT", "CRIT", "ERROR", "WARNING", "NOTICE", "INFO", "DEBUG"};
+constexpr const char* kLevelNames[] = {"EMERG",   "ALERT",  "CRIT", "ERROR",
+                                       "WARNING", "NOTICE", "INFO", "DEBUG"};
 
 void openLocked() {
     if (gLogFile != nullptr) {

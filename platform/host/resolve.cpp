@@ -112,10 +112,12 @@ double monotonicSeconds() {
 // every other wait, but never below kMinTimeoutMs so that a real name server can still answer.
 constexpr uint64_t kMinTimeoutMs = 250;
 
-bool dnsLookup(const std::string& name, const std::string& servers, int timeoutSeconds, std::vector<std::string>& out) {
+bool dnsLookup(const std::string& name, const std::string& servers, int timeoutSeconds,
+               std::vector<std::string>& out) {
     std::call_once(gAresInit, [] { ares_library_init(ARES_LIB_INIT_ALL); });
     uint64_t timeoutMs =
-        std::max(kMinTimeoutMs, ardo::hostScaledMilliseconds(static_cast<uint64_t>(std::max(1, timeoutSeconds)) * 1000));
+        std::max(kMinTimeoutMs,
+                 ardo::hostScaledMilliseconds(static_cast<uint64_t>(std::max(1, timeoutSeconds)) * 1000));
     struct ares_options options {};
     options.timeout = static_cast<int>(std::min<uint64_t>(timeoutMs, 60000));
     options.tries = 1;

@@ -83,117 +83,131 @@ int hostSetList(const char* call, const char* key, const T* items, int count) {
 
 // ---- The table ------------------------------------------------------------------------------
 // Value settings: X(getter, setter, key under "settings", success result of the setter, failure).
-#define ARDO_VALUE_SETTINGS(X)                                                                          \
-    X(sys_getManualDNSEnabled, sys_setManualDNSEnabled, "manualDnsEnabled", 0, kSysFailure)             \
-    X(sys_getIPv6TransparentModeEnabled, sys_setIPv6TransparentModeEnabled, "ipv6TransparentModeEnabled", \
-      0, kSysFailure)                                                                                   \
-    X(sys_getVPNPassthroughEnabled, sys_setVPNPassthroughEnabled, "vpnPassthroughEnabled", 0, kSysFailure) \
-    X(sys_getDMZEnabled, sys_setDMZEnabled, "dmzEnabled", 0, kSysFailure)                               \
-    X(sys_getMacFilterWhiteListEnabled, sys_setMacFilterWhiteListEnabled, "macFilterWhiteListEnabled", 0, \
-      kSysFailure)                                                                                      \
-    X(sys_getIPv6Enabled, sys_setIPv6Enabled, "ipv6Enabled", 0, kSysFailure)                            \
+#define ARDO_VALUE_SETTINGS(X)                                                                               \
+    X(sys_getManualDNSEnabled, sys_setManualDNSEnabled, "manualDnsEnabled", 0, kSysFailure)                  \
+    X(sys_getIPv6TransparentModeEnabled, sys_setIPv6TransparentModeEnabled, "ipv6TransparentModeEnabled", 0, \
+      kSysFailure)                                                                                           \
+    X(sys_getVPNPassthroughEnabled, sys_setVPNPassthroughEnabled, "vpnPassthroughEnabled", 0, kSysFailure)   \
+    X(sys_getDMZEnabled, sys_setDMZEnabled, "dmzEnabled", 0, kSysFailure)                                    \
+    X(sys_getMacFilterWhiteListEnabled, sys_setMacFilterWhiteListEnabled, "macFilterWhiteListEnabled", 0,    \
+      kSysFailure)                                                                                           \
+    X(sys_getIPv6Enabled, sys_setIPv6Enabled, "ipv6Enabled", 0, kSysFailure)                                 \
     X(sys_getGPSPrivacyAgreementAccepted, sys_setGPSPrivacyAgreementAccepted, "gpsPrivacyAgreementAccepted", \
-      0, kSysFailure)                                                                                   \
-    X(sys_getNMEAOverWiFiEnabled, sys_setNMEAOverWiFiEnabled, "nmeaOverWiFiEnabled", 0, kSysFailure)    \
-    X(sys_getGPSStartupState, sys_setGPSStartupState, "gpsStartupState", 0, kSysFailure)                \
-    X(sys_getNMEAOverWiFiSettings, sys_setNMEAOverWiFiSettings, "nmeaOverWiFiPort", 0, kSysFailure)     \
-    X(sys_getWiFiEnabled, sys_setWiFiEnabled, "wifiEnabled", 0, kSysFailure)                            \
-    X(sys_getWiFiMaxClients, sys_setWiFiMaxClients, "wifiMaxClients", 0, kSysFailure)                   \
-    X(sys_getHWFactoryResetEnabled, sys_setHWFactoryResetEnabled, "hwFactoryResetEnabled", 0, kSysFailure) \
-    X(sys_getUniversalChargingSettings, sys_setUniversalChargingSettings, "universalChargingThreshold", 0, \
-      kSysFailure)                                                                                      \
-    X(sys_getLEDEnabled, sys_setLEDEnabled, "ledEnabled", 0, kSysFailure)                               \
-    X(sys_getUIStealthModeEnabled, sys_setUIStealthModeEnabled, "uiStealthModeEnabled", 0, kSysFailure) \
-    X(sys_getUSBTetheringEnabled, sys_setUSBTetheringEnabled, "usbMode", 0, kSysFailure)                \
-    X(sys_getUINotificationSettings, sys_setUINotificationSettings, "uiNotificationSounds", 0, kSysFailure) \
-    X(sys_getAudioAlertsEnabled, sys_setAudioAlertsEnabled, "audioAlertsEnabled", 0, kSysFailure)       \
-    X(sys_getPortFilteringEnabled, sys_setPortFilteringEnabled, "portFilteringEnabled", 0, kSysFailure) \
-    X(sys_getPortForwardingEnabled, sys_setPortForwardingEnabled, "portForwardingEnabled", 0, kSysFailure) \
-    X(sys_getSambaEnabled, sys_setSambaEnabled, "sambaEnabled", 0, kSysFailure)                         \
+      0, kSysFailure)                                                                                        \
+    X(sys_getNMEAOverWiFiEnabled, sys_setNMEAOverWiFiEnabled, "nmeaOverWiFiEnabled", 0, kSysFailure)         \
+    X(sys_getGPSStartupState, sys_setGPSStartupState, "gpsStartupState", 0, kSysFailure)                     \
+    X(sys_getNMEAOverWiFiSettings, sys_setNMEAOverWiFiSettings, "nmeaOverWiFiPort", 0, kSysFailure)          \
+    X(sys_getWiFiEnabled, sys_setWiFiEnabled, "wifiEnabled", 0, kSysFailure)                                 \
+    X(sys_getWiFiMaxClients, sys_setWiFiMaxClients, "wifiMaxClients", 0, kSysFailure)                        \
+    X(sys_getHWFactoryResetEnabled, sys_setHWFactoryResetEnabled, "hwFactoryResetEnabled", 0, kSysFailure)   \
+    X(sys_getUniversalChargingSettings, sys_setUniversalChargingSettings, "universalChargingThreshold", 0,   \
+      kSysFailure)                                                                                           \
+    X(sys_getLEDEnabled, sys_setLEDEnabled, "ledEnabled", 0, kSysFailure)                                    \
+    X(sys_getUIStealthModeEnabled, sys_setUIStealthModeEnabled, "uiStealthModeEnabled", 0, kSysFailure)      \
+    X(sys_getUSBTetheringEnabled, sys_setUSBTetheringEnabled, "usbMode", 0, kSysFailure)                     \
+    X(sys_getUINotificationSettings, sys_setUINotificationSettings, "uiNotificationSounds", 0, kSysFailure)  \
+    X(sys_getAudioAlertsEnabled, sys_setAudioAlertsEnabled, "audioAlertsEnabled", 0, kSysFailure)            \
+    X(sys_getPortFilteringEnabled, sys_setPortFilteringEnabled, "portFilteringEnabled", 0, kSysFailure)      \
+    X(sys_getPortForwardingEnabled, sys_setPortForwardingEnabled, "portForwardingEnabled", 0, kSysFailure)   \
+    X(sys_getSambaEnabled, sys_setSambaEnabled, "sambaEnabled", 0, kSysFailure)                              \
     X(sys_getSambaPrimaryNetworkEnabled, sys_setSambaPrimaryNetworkEnabled, "sambaPrimaryNetworkEnabled", 0, \
-      kSysFailure)                                                                                      \
-    X(sys_getSambaGuestNetworkEnabled, sys_setSambaGuestNetworkEnabled, "sambaGuestNetworkEnabled", 0,  \
-      kSysFailure)                                                                                      \
-    X(sys_getCellularDataEnabled, sys_setCellularDataEnabled, "cellularDataEnabled", 0, kSysFailure)    \
-    X(deviceui_get_wifi_display_setting_enabled, deviceui_set_wifi_display_setting_enabled,             \
-      "wifiDisplaySettingEnabled", DEVICEUI_SUCCESS, kUiFailure)                                        \
-    X(deviceui_get_display_setting_enabled, deviceui_set_display_setting_enabled, "displaySettingEnabled", \
-      DEVICEUI_SUCCESS, kUiFailure)                                                                     \
-    X(deviceui_get_screen_timeout_settings, deviceui_set_screen_timeout_settings, "screenTimeout",      \
-      DEVICEUI_SUCCESS, kUiFailure)                                                                     \
-    X(deviceui_get_notification_display_wakeup_setting_enabled,                                         \
-      deviceui_set_notification_display_wakeup_setting_enabled, "notificationDisplayWakeupEnabled",     \
-      DEVICEUI_SUCCESS, kUiFailure)                                                                     \
-    X(deviceui_get_usb_connection_prompt_enabled, deviceui_set_usb_connection_prompt_enabled,           \
-      "usbConnectionPromptEnabled", DEVICEUI_SUCCESS, kUiFailure)                                       \
-    X(deviceui_get_file_sharing_display_setting_enabled, deviceui_set_file_sharing_display_setting_enabled, \
-      "fileSharingDisplayEnabled", DEVICEUI_SUCCESS, kUiFailure)                                        \
-    X(deviceui_get_admin_password_enabled, deviceui_set_admin_password_enabled, "adminPasswordOnDisplay", \
+      kSysFailure)                                                                                           \
+    X(sys_getSambaGuestNetworkEnabled, sys_setSambaGuestNetworkEnabled, "sambaGuestNetworkEnabled", 0,       \
+      kSysFailure)                                                                                           \
+    X(sys_getCellularDataEnabled, sys_setCellularDataEnabled, "cellularDataEnabled", 0, kSysFailure)         \
+    X(deviceui_get_wifi_display_setting_enabled, deviceui_set_wifi_display_setting_enabled,                  \
+      "wifiDisplaySettingEnabled", DEVICEUI_SUCCESS, kUiFailure)                                             \
+    X(deviceui_get_display_setting_enabled, deviceui_set_display_setting_enabled, "displaySettingEnabled",   \
+      DEVICEUI_SUCCESS, kUiFailure)                                                                          \
+    X(deviceui_get_screen_timeout_settings, deviceui_set_screen_timeout_settings, "screenTimeout",           \
+      DEVICEUI_SUCCESS, kUiFailure)                                                                          \
+    X(deviceui_get_notification_display_wakeup_setting_enabled,                                              \
+      deviceui_set_notification_display_wakeup_setting_enabled, "notificationDisplayWakeupEnabled",          \
+      DEVICEUI_SUCCESS, kUiFailure)                                                                          \
+    X(deviceui_get_usb_connection_prompt_enabled, deviceui_set_usb_connection_prompt_enabled,                \
+      "usbConnectionPromptEnabled", DEVICEUI_SUCCESS, kUiFailure)                                            \
+    X(deviceui_get_file_sharing_display_setting_enabled, deviceui_set_file_sharing_display_setting_enabled,  \
+      "fileSharingDisplayEnabled", DEVICEUI_SUCCESS, kUiFailure)                                             \
+    X(deviceui_get_admin_password_enabled, deviceui_set_admin_password_enabled, "adminPasswordOnDisplay",    \
       DEVICEUI_SUCCESS, kUiFailure)
 
 // Record settings: X(getter, setter, record type, key, success result of the setter, failure).
-#define ARDO_RECORD_SETTINGS(X)                                                                         \
-    X(sys_getLANSettings, sys_setLANSettings, sys_lan_settings_t, "lan", 0, kSysFailure)                \
-    X(sys_getManualDNSSettings, sys_setManualDNSSettings, sys_manual_dns_t, "manualDns", 0, kSysFailure) \
-    X(sys_getDMZSettings, sys_setDMZSettings, sys_dmz_settings_t, "dmz", 0, kSysFailure)                \
-    X(sys_getWiFiPrimaryProfile, sys_setWiFiPrimaryProfile, sys_wifi_profile_t, "wifiPrimaryProfile", 0, \
-      kSysFailure)                                                                                      \
-    X(sys_getWiFiGuestProfile, sys_setWiFiGuestProfile, sys_wifi_profile_t, "wifiGuestProfile", 0,      \
-      kSysFailure)                                                                                      \
-    X(sys_getPowerSaveSettings, sys_setPowerSaveSettings, sys_power_save_settings_t, "powerSave", 0,    \
-      kSysFailure)                                                                                      \
-    X(sys_getSambaSettings, sys_setSambaSettings, sys_samba_settings_t, "samba", 0, kSysFailure)        \
-    X(deviceui_get_primary_wifi_info_display_settings, deviceui_set_primary_wifi_info_display_settings, \
-      deviceui_wifi_info_display_t, "primaryWifiInfoDisplay", DEVICEUI_SUCCESS, kUiFailure)             \
-    X(deviceui_get_guest_wifi_info_display_settings, deviceui_set_guest_wifi_info_display_settings,     \
-      deviceui_wifi_info_display_t, "guestWifiInfoDisplay", DEVICEUI_SUCCESS, kUiFailure)               \
+#define ARDO_RECORD_SETTINGS(X)                                                                              \
+    X(sys_getLANSettings, sys_setLANSettings, sys_lan_settings_t, "lan", 0, kSysFailure)                     \
+    X(sys_getManualDNSSettings, sys_setManualDNSSettings, sys_manual_dns_t, "manualDns", 0, kSysFailure)     \
+    X(sys_getDMZSettings, sys_setDMZSettings, sys_dmz_settings_t, "dmz", 0, kSysFailure)                     \
+    X(sys_getWiFiPrimaryProfile, sys_setWiFiPrimaryProfile, sys_wifi_profile_t, "wifiPrimaryProfile", 0,     \
+      kSysFailure)                                                                                           \
+    X(sys_getWiFiGuestProfile, sys_setWiFiGuestProfile, sys_wifi_profile_t, "wifiGuestProfile", 0,           \
+      kSysFailure)                                                                                           \
+    X(sys_getPowerSaveSettings, sys_setPowerSaveSettings, sys_power_save_settings_t, "powerSave", 0,         \
+      kSysFailure)                                                                                           \
+    X(sys_getSambaSettings, sys_setSambaSettings, sys_samba_settings_t, "samba", 0, kSysFailure)             \
+    X(deviceui_get_primary_wifi_info_display_settings, deviceui_set_primary_wifi_info_display_settings,      \
+      deviceui_wifi_info_display_t, "primaryWifiInfoDisplay", DEVICEUI_SUCCESS, kUiFailure)                  \
+    X(deviceui_get_guest_wifi_info_display_settings, deviceui_set_guest_wifi_info_display_settings,          \
+      deviceui_wifi_info_display_t, "guestWifiInfoDisplay", DEVICEUI_SUCCESS, kUiFailure)                    \
     X(webui_get_login_settings, webui_set_login_settings, webui_login_settings_t, "webLogin", WEBUI_SUCCESS, \
-      kUiFailure)                                                                                       \
-    X(webui_get_advanced_settings, webui_set_advanced_settings, webui_advanced_settings_t, "webAdvanced", \
-      WEBUI_SUCCESS, kUiFailure)                                                                        \
-    X(webui_get_log_settings, webui_set_log_settings, webui_log_settings_t, "webLogs", WEBUI_SUCCESS,    \
-      kUiFailure)                                                                                       \
-    X(webui_get_i18n_settings, webui_set_i18n_settings, webui_i18n_settings_t, "webI18n", WEBUI_SUCCESS, \
+      kUiFailure)                                                                                            \
+    X(webui_get_advanced_settings, webui_set_advanced_settings, webui_advanced_settings_t, "webAdvanced",    \
+      WEBUI_SUCCESS, kUiFailure)                                                                             \
+    X(webui_get_log_settings, webui_set_log_settings, webui_log_settings_t, "webLogs", WEBUI_SUCCESS,        \
+      kUiFailure)                                                                                            \
+    X(webui_get_i18n_settings, webui_set_i18n_settings, webui_i18n_settings_t, "webI18n", WEBUI_SUCCESS,     \
       kUiFailure)
 
 // Values that are only read: X(getter, key).
-#define ARDO_READ_ONLY_SETTINGS(X)                   \
+#define ARDO_READ_ONLY_SETTINGS(X)                     \
     X(sys_getWiFiCarrierEnabled, "wifiCarrierEnabled") \
     X(sys_getWiFiGuestCarrierEnabled, "wifiGuestCarrierEnabled")
 
 // Values that are only written (switches with no read-back): X(setter, key).
-#define ARDO_WRITE_ONLY_SETTINGS(X)                  \
-    X(sys_setDeepSleepEnabled, "deepSleepEnabled")   \
+#define ARDO_WRITE_ONLY_SETTINGS(X)                      \
+    X(sys_setDeepSleepEnabled, "deepSleepEnabled")       \
     X(sys_setAutoShutdownEnabled, "autoShutdownEnabled") \
     X(sys_enableWifiWhileTethered, "wifiWhileTethered")
 
 // Lists that are only written: X(setter, item type, key).
-#define ARDO_LIST_SETTINGS(X)                                                                  \
-    X(sys_setPortFilteringApplicationList, sys_router_app_t, "portFilteringApplications")     \
-    X(sys_setPortForwardingApplicationList, sys_router_app_t, "portForwardingApplications")   \
-    X(sys_setDHCPReservedAddrList, sys_dhcp_reservation_t, "dhcpReservedAddresses")           \
+#define ARDO_LIST_SETTINGS(X)                                                               \
+    X(sys_setPortFilteringApplicationList, sys_router_app_t, "portFilteringApplications")   \
+    X(sys_setPortForwardingApplicationList, sys_router_app_t, "portForwardingApplications") \
+    X(sys_setDHCPReservedAddrList, sys_dhcp_reservation_t, "dhcpReservedAddresses")         \
     X(sys_setSambaFolderSettings, sys_samba_folder_t, "sambaFolders")
 
-#define ARDO_DEFINE_VALUE(getter, setter, key, success, failure)                                 \
-    int getter(int* value) { return hostGet<int>(#getter, key, value); }                         \
-    int setter(int value) { return hostStore(#setter, key, json(value), success, failure); }
+#define ARDO_DEFINE_VALUE(getter, setter, key, success, failure)       \
+    int getter(int* value) {                                           \
+        return hostGet<int>(#getter, key, value);                      \
+    }                                                                  \
+    int setter(int value) {                                            \
+        return hostStore(#setter, key, json(value), success, failure); \
+    }
 ARDO_VALUE_SETTINGS(ARDO_DEFINE_VALUE)
 
-#define ARDO_DEFINE_RECORD(getter, setter, type, key, success, failure)                          \
-    int getter(type* value) { return hostGet<type>(#getter, key, value); }                       \
-    int setter(const type* value) { return hostSet<type>(#setter, key, value, success, failure); }
+#define ARDO_DEFINE_RECORD(getter, setter, type, key, success, failure) \
+    int getter(type* value) {                                           \
+        return hostGet<type>(#getter, key, value);                      \
+    }                                                                   \
+    int setter(const type* value) {                                     \
+        return hostSet<type>(#setter, key, value, success, failure);    \
+    }
 ARDO_RECORD_SETTINGS(ARDO_DEFINE_RECORD)
 
-#define ARDO_DEFINE_READ_ONLY(getter, key) \
-    int getter(int* value) { return hostGet<int>(#getter, key, value); }
+#define ARDO_DEFINE_READ_ONLY(getter, key)        \
+    int getter(int* value) {                      \
+        return hostGet<int>(#getter, key, value); \
+    }
 ARDO_READ_ONLY_SETTINGS(ARDO_DEFINE_READ_ONLY)
 
-#define ARDO_DEFINE_WRITE_ONLY(setter, key) \
-    int setter(int value) { return hostStore(#setter, key, json(value), 0, kSysFailure); }
+#define ARDO_DEFINE_WRITE_ONLY(setter, key)                          \
+    int setter(int value) {                                          \
+        return hostStore(#setter, key, json(value), 0, kSysFailure); \
+    }
 ARDO_WRITE_ONLY_SETTINGS(ARDO_DEFINE_WRITE_ONLY)
 
-#define ARDO_DEFINE_LIST(setter, type, key) \
-    int setter(const type* items, int count) { return hostSetList<type>(#setter, key, items, count); }
+#define ARDO_DEFINE_LIST(setter, type, key)                   \
+    int setter(const type* items, int count) {                \
+        return hostSetList<type>(#setter, key, items, count); \
+    }
 ARDO_LIST_SETTINGS(ARDO_DEFINE_LIST)
 
 // ---- Calls with their own shape --------------------------------------------------------------
@@ -209,8 +223,8 @@ int sys_setGPSEnabled(int enabled) {
 }
 
 int sys_setMacFilterList(int whiteList, const sys_mac_entry_t* entries, int count) {
-    return hostSetList<sys_mac_entry_t>("sys_setMacFilterList",
-                                        whiteList ? "macFilterWhiteList" : "macFilterBlockedList", entries, count);
+    return hostSetList<sys_mac_entry_t>(
+        "sys_setMacFilterList", whiteList ? "macFilterWhiteList" : "macFilterBlockedList", entries, count);
 }
 
 int sys_setSambaHostname(const char* name) {

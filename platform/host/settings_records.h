@@ -5,9 +5,8 @@
 
 #include <cstdint>
 #include <cstring>
-#include <string>
-
 #include <nlohmann/json.hpp>
+#include <string>
 
 #include "deviceui.h"
 #include "sys_settings.h"
@@ -176,7 +175,9 @@ void recordFromJson(const nlohmann::json& in, R& record) {
     visitRecord(v, record);
 }
 
-inline nlohmann::json recordToJson(const int& value) { return value; }
+inline nlohmann::json recordToJson(const int& value) {
+    return value;
+}
 inline void recordFromJson(const nlohmann::json& in, int& value) {
     if (in.is_number()) {
         value = static_cast<int>(in.get<long long>());

@@ -4,13 +4,13 @@
 //   fault set CALL RESULT...  | fault clear [CALL]
 //   state set PATH VALUE      (dispatched from the "state" verb)
 //   watch [CHANNEL...]        (print bus traffic until interrupted)
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <string>
-#include <chrono>
 #include <thread>
 
 #include "device_state.h"
@@ -22,8 +22,10 @@ using ardo::json;
 namespace {
 
 const char* const kNotifyUsage = "notify data-usage STATUS | notify time-change   (publish a bus notice)";
-const char* const kClockUsage = "clock set TIME   (device time := TIME, epoch seconds or YYYY-MM-DDTHH:MM:SS UTC)";
-const char* const kFaultUsage = "fault set CALL RESULT... | fault clear [CALL]   (script platform call results)";
+const char* const kClockUsage =
+    "clock set TIME   (device time := TIME, epoch seconds or YYYY-MM-DDTHH:MM:SS UTC)";
+const char* const kFaultUsage =
+    "fault set CALL RESULT... | fault clear [CALL]   (script platform call results)";
 const char* const kWatchUsage = "watch [CHANNEL...]   (print bus traffic until interrupted)";
 
 bool parseInt(const std::string& text, long long& value) {
@@ -104,12 +106,12 @@ int runFault(const devicectl::Args& args) {
     }
     if (!args.empty() && args[0] == "clear" && args.size() <= 2) {
         return ardo::deviceStateUpdate([&](json& state) {
-                   if (args.size() == 1) {
-                       state["faults"] = json::object();
-                   } else if (state.contains("faults") && state["faults"].is_object()) {
-                       state["faults"].erase(args[1]);
-                   }
-               })
+            if (args.size() == 1) {
+                state["faults"] = json::object();
+            } else if (state.contains("faults") && state["faults"].is_object()) {
+                state["faults"].erase(args[1]);
+            }
+        })
                    ? 0
                    : 1;
     }
@@ -117,10 +119,12 @@ int runFault(const devicectl::Args& args) {
 }
 
 volatile std::sig_atomic_t gStop = 0;
-void onStop(int) { gStop = 1; }
+void onStop(int) {
+    gStop = 1;
+}
 
 class Printer : public MsgbusCallbackInterface {
-public:
+  public:
     void OnChannelNotify(const std::string& channel, const std::string& data) override {
         std::printf("%s s \"%s\"\n", channel.c_str(), data.c_str());
         std::fflush(stdout);

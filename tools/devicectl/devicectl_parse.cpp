@@ -56,8 +56,11 @@ int runParse(const devicectl::Args& args) {
         code = parser.ProcessJSONData(text);
         out = settings_dump::dump(agent);
         out["acl"] = settings_dump::aclEntries(agent);
-        out = nlohmann::json{{"code", code}, {"error", agent.GetErrorMessage()}, {"present", out["present"]},
-                             {"groups", out["groups"]}, {"acl", out["acl"]}};
+        out = nlohmann::json{{"code", code},
+                             {"error", agent.GetErrorMessage()},
+                             {"present", out["present"]},
+                             {"groups", out["groups"]},
+                             {"acl", out["acl"]}};
         if (agent.AclBlock() != nullptr) {
             shmdt(agent.AclBlock());
         }

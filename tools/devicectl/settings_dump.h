@@ -3,9 +3,8 @@
 #pragma once
 
 #include <cstring>
-#include <string>
-
 #include <nlohmann/json.hpp>
+#include <string>
 
 #include "settings_records.h"
 #include "tola_agent.h"
@@ -39,14 +38,17 @@ json listOf(T* items, int first, const int* count, int capacity) {
 inline json groupValues(TOLAAgent& a, TolaField group) {
     switch (group) {
         case TolaField::BlockedDevices:
-            return listOf(a.GetMacAddrList(), TOLA_BLOCKED_MAC_FIRST, a.GetMacCount(), TOLA_MAX_LISTED_DEVICES);
+            return listOf(a.GetMacAddrList(), TOLA_BLOCKED_MAC_FIRST, a.GetMacCount(),
+                          TOLA_MAX_LISTED_DEVICES);
         case TolaField::WhiteListedDevices:
             return listOf(a.GetMacAddrList(), TOLA_WHITE_LIST_MAC_FIRST, a.GetWhiteListMacCount(),
                           TOLA_MAX_LISTED_DEVICES);
         case TolaField::WiFiNetworkSettings:
-            return {{"profile", valueOf(a.GetWiFiPrimaryProfile())}, {"display", valueOf(a.GetWiFiPrimaryDisplayInfo())}};
+            return {{"profile", valueOf(a.GetWiFiPrimaryProfile())},
+                    {"display", valueOf(a.GetWiFiPrimaryDisplayInfo())}};
         case TolaField::WiFiGuestNetworkSettings:
-            return {{"profile", valueOf(a.GetWiFiGuestProfile())}, {"display", valueOf(a.GetWiFiGuestDisplayInfo())}};
+            return {{"profile", valueOf(a.GetWiFiGuestProfile())},
+                    {"display", valueOf(a.GetWiFiGuestDisplayInfo())}};
         case TolaField::WiFiAdvancedSettings:
             return {{"wifiEnabled", valueOf(a.GetWiFiEnabled())},
                     {"allowChangesOnTouchScreen", valueOf(a.GetWiFiDisplaySettingEnabled())},
@@ -73,7 +75,8 @@ inline json groupValues(TOLAAgent& a, TolaField group) {
         case TolaField::DisplaySettings:
             return valueOf(a.GetI18nSettings());
         case TolaField::ManualDNSSettings:
-            return {{"enabled", valueOf(a.GetManualDNSEnabled())}, {"dns", valueOf(a.GetManualDNSSettings())}};
+            return {{"enabled", valueOf(a.GetManualDNSEnabled())},
+                    {"dns", valueOf(a.GetManualDNSSettings())}};
         case TolaField::FirewallSettings:
             return {{"vpnPassthrough", valueOf(a.GetVPNPassthroughEnabled())},
                     {"ipv6TransparentMode", valueOf(a.GetIPv6TransparentModeEnabled())},
@@ -98,12 +101,12 @@ inline json groupValues(TOLAAgent& a, TolaField group) {
                     {"nonVeltraApn", textOf(a.GetNetworkText(TOLA_NET_NON_VELTRA_APN), 128)}};
         case TolaField::PortFilteringSettings:
             return {{"enabled", valueOf(a.GetPortFilteringEnabled())},
-                    {"applications", listOf(a.GetPortFilteringApplications(), 0, a.GetPortFilteringAppsCount(),
-                                            SYS_ROUTER_APP_MAX)}};
+                    {"applications", listOf(a.GetPortFilteringApplications(), 0,
+                                            a.GetPortFilteringAppsCount(), SYS_ROUTER_APP_MAX)}};
         case TolaField::PortForwardingSettings:
             return {{"enabled", valueOf(a.GetPortForwardingEnabled())},
-                    {"applications", listOf(a.GetPortForwardingApplications(), 0, a.GetPortForwardingAppsCount(),
-                                            SYS_ROUTER_APP_MAX)}};
+                    {"applications", listOf(a.GetPortForwardingApplications(), 0,
+                                            a.GetPortForwardingAppsCount(), SYS_ROUTER_APP_MAX)}};
         case TolaField::ReservedIpSettings:
             return listOf(a.GetReservedAddrList(), 0, a.GetReservedAddrListCount(), SYS_DHCP_RESERVATION_MAX);
         case TolaField::VornSharingSettings: {

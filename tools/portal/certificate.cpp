@@ -51,9 +51,10 @@ bool MakeSelfSignedCertificate(const std::string& certPath, const std::string& k
     X509_gmtime_adj(X509_getm_notAfter(c), 30L * 24 * 3600);
     X509_set_pubkey(c, pkey.get());
     X509_NAME* name = X509_get_subject_name(c);
-    X509_NAME_add_entry_by_txt(name, "O", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("tola-portal"), -1, -1, 0);
-    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("portal.tola.test"), -1,
-                               -1, 0);
+    X509_NAME_add_entry_by_txt(name, "O", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("tola-portal"),
+                               -1, -1, 0);
+    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>("portal.tola.test"), -1, -1, 0);
     X509_set_issuer_name(c, name);
     if (!addExtension(c, NID_basic_constraints, "critical,CA:TRUE") ||
         !addExtension(c, NID_key_usage, "critical,digitalSignature,keyCertSign") ||

@@ -187,7 +187,8 @@ int main(int argc, char** argv) {
             return 1;
         }
         installRoutes(*secure, state, "https");
-        httpsPort = httpsPort == 0 ? secure->bind_to_any_port(bind) : (secure->bind_to_port(bind, httpsPort) ? httpsPort : -1);
+        httpsPort = httpsPort == 0 ? secure->bind_to_any_port(bind)
+                                   : (secure->bind_to_port(bind, httpsPort) ? httpsPort : -1);
         if (httpsPort < 0) {
             std::fprintf(stderr, "tola-portal: cannot listen for HTTPS on %s\n", bind.c_str());
             return 1;
@@ -197,7 +198,8 @@ int main(int argc, char** argv) {
     if (http) {
         plain = std::make_unique<httplib::Server>();
         installRoutes(*plain, state, "http");
-        httpPort = httpPort == 0 ? plain->bind_to_any_port(bind) : (plain->bind_to_port(bind, httpPort) ? httpPort : -1);
+        httpPort = httpPort == 0 ? plain->bind_to_any_port(bind)
+                                 : (plain->bind_to_port(bind, httpPort) ? httpPort : -1);
         if (httpPort < 0) {
             std::fprintf(stderr, "tola-portal: cannot listen for HTTP on %s\n", bind.c_str());
             return 1;

@@ -101,9 +101,8 @@ json PortalState::Devices() {
     std::lock_guard<std::mutex> guard(mMutex);
     json out = json::object();
     for (auto& [imei, device] : mDevices) {
-        out[imei] = {{"key", KeyOf(device)},
-                     {"queued", device.answers.size()},
-                     {"received", device.received.size()}};
+        out[imei] = {
+            {"key", KeyOf(device)}, {"queued", device.answers.size()}, {"received", device.received.size()}};
     }
     return out;
 }
@@ -147,7 +146,8 @@ Reply PortalState::Handle(const std::string& path, const std::string& body) {
     if (request.is_object() && request.contains("Request") && request["Request"].is_string()) {
         return HandleEnvelope(path, request, body);
     }
-    if (request.is_object() && request.contains("EncryptedDeviceIMEI") && request["EncryptedDeviceIMEI"].is_string()) {
+    if (request.is_object() && request.contains("EncryptedDeviceIMEI") &&
+        request["EncryptedDeviceIMEI"].is_string()) {
         return HandleProvisioning(path, request);
     }
     std::lock_guard<std::mutex> guard(mMutex);
@@ -191,7 +191,8 @@ Reply PortalState::HandleEnvelope(const std::string& path, const json& envelope,
         device.received.push_back(record);
         reply.body = "{}";
         reply.summary = "receipt from " + imei + " (" + keyName + " key): ErrorCode " +
-                        (inner["ErrorCode"].is_string() ? inner["ErrorCode"].get<std::string>() : inner["ErrorCode"].dump()) +
+                        (inner["ErrorCode"].is_string() ? inner["ErrorCode"].get<std::string>()
+                                                        : inner["ErrorCode"].dump()) +
                         " " + stringOr(inner, "ErrorMessage", "") + " -> 200";
         return reply;
     }
@@ -204,8 +205,9 @@ Reply PortalState::HandleEnvelope(const std::string& path, const json& envelope,
     if (answer.contains("Raw") && answer["Raw"].is_string()) {
         reply.body = answer["Raw"].get<std::string>();
         reply.contentType = "text/plain";
-        reply.summary = "check-in from " + imei + " (" + keyName + " key) -> " + std::to_string(reply.status) +
-                        " raw answer of " + std::to_string(reply.body.size()) + " bytes";
+        reply.summary = "check-in from " + imei + " (" + keyName + " key) -> " +
+                        std::to_string(reply.status) + " raw answer of " + std::to_string(reply.body.size()) +
+                        " bytes";
         return reply;
     }
     int code = answer.value("ResultCode", 1);
@@ -229,11 +231,13 @@ Reply PortalState::HandleEnvelope(const std::string& path, const json& envelope,
         out["EncryptedConfiguration"] = answer["EncryptedConfiguration"];
     } else if (answer.contains("Configuration")) {
         const json& doc = answer["Configuration"];
-        out["EncryptedConfiguration"] = Encrypt(KeyOf(device), doc.is_string() ? doc.get<std::string>() : doc.dump());
+        out["EncryptedConfiguration"] =
+            Encrypt(KeyOf(device), doc.is_string() ? doc.get<std::string>() : doc.dump());
     }
     reply.body = out.dump();
-    reply.summary = "check-in from " + imei + " (" + keyName + " key, version " + stringOr(inner, "Version", "?") +
-                    ") -> " + std::to_string(reply.status) + " ResultCode " + std::to_string(code) +
+    reply.summary = "check-in from " + imei + " (" + keyName + " key, version " +
+                    stringOr(inner, "Version", "?") + ") -> " + std::to_string(reply.status) +
+                    " ResultCode " + std::to_string(code) +
                     (out.contains("EncryptedConfiguration") ? " with configuration" : "");
     return reply;
 }
@@ -259,8 +263,9 @@ Reply PortalState::HandleProvisioning(const std::string& path, const json& reque
     json provision = device.provision;
     if (!provision.is_object()) {
         auto fallback = mDevices.find("*");
-        provision = fallback != mDevices.end() && fallback->second.provision.is_object() ? fallback->second.provision
-                                                                                          : json::object();
+        provision = fallback != mDevices.end() && fallback->second.provision.is_object()
+                        ? fallback->second.provision
+                        : json::object();
     }
     std::string key = stringOr(provision, "DeviceEncryptionKey", "");
     if (key.empty()) {

@@ -6,18 +6,17 @@
 #include <deque>
 #include <map>
 #include <mutex>
-#include <string>
-
 #include <nlohmann/json.hpp>
+#include <string>
 
 namespace portal {
 
 using json = nlohmann::json;
 
 struct Device {
-    std::string key;            // what the device encrypts with now; empty = factory key
-    std::deque<json> answers;   // scripted check-in answers, used front first
-    json provision;             // answer to the key-and-URL request: {"DeviceEncryptionKey", "CheckInUrl"}
+    std::string key;           // what the device encrypts with now; empty = factory key
+    std::deque<json> answers;  // scripted check-in answers, used front first
+    json provision;            // answer to the key-and-URL request: {"DeviceEncryptionKey", "CheckInUrl"}
     json received = json::array();
 };
 
@@ -30,7 +29,7 @@ struct Reply {
 };
 
 class PortalState {
-public:
+  public:
     explicit PortalState(std::string factoryKey) : mFactoryKey(std::move(factoryKey)) {}
 
     // Loads a scenario: {"factory_key": K, "devices": {IMEI or "*": {"answers": [...],
@@ -45,14 +44,16 @@ public:
     // One request from a device: a check-in or receipt envelope, or a key-and-URL request.
     Reply Handle(const std::string& path, const std::string& body);
 
-private:
+  private:
     Reply HandleEnvelope(const std::string& path, const json& envelope, const std::string& body);
     Reply HandleProvisioning(const std::string& path, const json& request);
     json NextAnswer(Device& device);
     Device& DeviceFor(const std::string& imei);
     std::string Decrypt(const std::string& key, const std::string& text);
     std::string Encrypt(const std::string& key, const std::string& text);
-    const std::string& KeyOf(const Device& device) const { return device.key.empty() ? mFactoryKey : device.key; }
+    const std::string& KeyOf(const Device& device) const {
+        return device.key.empty() ? mFactoryKey : device.key;
+    }
 
     std::mutex mMutex;
     std::string mFactoryKey;
