@@ -6,7 +6,7 @@ TOLA_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 TOLA_PACKAGES=(
     g++ cmake make pkg-config ccache
     libyajl-dev libssl-dev openssl libxml2-dev libcurl4-openssl-dev libc-ares-dev
-    libsystemd-dev dbus libcpp-httplib-dev nlohmann-json3-dev
+    libsystemd-dev systemd dbus libcpp-httplib-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev
 )
 
