@@ -17,8 +17,10 @@ const std::string kAgent = std::string(TOLA_BIN_DIR) + "/tola_agent";
 const std::string kDevicectl = std::string(TOLA_BIN_DIR) + "/tola-devicectl";
 const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
 
-// Output of a shell command run with the test's environment.
-std::string run(const std::string& command, int* status = nullptr) {
+// tola-devicectl's standard output for the given arguments and standard input, run with the
+// test's environment.
+std::string devicectl(const std::string& args, const std::string& input = "/dev/null", int* status = nullptr) {
+    std::string command = "'" + kDevicectl + "' " + args + " < '" + input + "' 2>/dev/null";
     FILE* pipe = popen(command.c_str(), "r");
     std::string out;
     char buffer[4096];
@@ -57,11 +59,11 @@ TEST_F(AgentSpineE2E, QuitSignalsRunTheStopSequence) {
         }
         EXPECT_EQ(0, status);
         std::string text = tola_test::readWholeFile(out);
-        EXPECT_NE(std::string::npos, text.find("[TOLA]:[INFO] - Starting TOLA Agent"));
-        EXPECT_NE(std::string::npos,
-                  text.find("[TOLA]:[NOTICE] - All initialization is done. We are in business now"));
-        EXPECT_NE(std::string::npos, text.find("Unregistering tola with watchdog"));
-        EXPECT_NE(std::string::npos, text.find("[TOLA]:[INFO] - End TOLA Agent"));
+        for (const char* line : {"[TOLA]:[INFO] - Starting TOLA Agent",
+                                 "[TOLA]:[NOTICE] - All initialization is done. We are in business now",
+                                 "Unregistering tola with watchdog", "[TOLA]:[INFO] - End TOLA Agent"}) {
+            EXPECT_NE(std::string::npos, text.find(line)) << line;
+        }
         EXPECT_FALSE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
         EXPECT_EQ(0, ardo::deviceStateValue<int>("/sdk/sessions", -1));
         EXPECT_TRUE(root.exists(kAclFile));
@@ -82,7 +84,7 @@ TEST_F(AgentSpineE2E, FailedStartStillEndsWithStatusZero) {
 
 TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
     int status = -1;
-    run("'" + kDevicectl + "' acl 2>/dev/null", &status);
+    devicectl("acl", "/dev/null", &status);
     EXPECT_EQ(1, status);  // no segment before the agent's first start
 
     root.writeFile(
@@ -100,7 +102,7 @@ TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
         ASSERT_TRUE(agent.waitForExit(status, 10000));
     }
     // The segment outlives the agent, as on the device.
-    std::string dump = run("'" + kDevicectl + "' acl", &status);
+    std::string dump = devicectl("acl", "/dev/null", &status);
     EXPECT_EQ(0, status);
     EXPECT_EQ("header: 1\ncount: 2\n0 name=WiFiSSID display=1 write=0\n1 name=" + std::string(100, 'n') +
                   " display=0 write=1\n",
@@ -109,20 +111,17 @@ TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
 
 TEST_F(AgentSpineE2E, DevicectlCipherRoundTrip) {
     root.writeFile("/plain.txt", "{\"ResultCode\":0}\nsecond line");
-    std::string encrypted =
-        run("'" + kDevicectl + "' encrypt --key 'Key 1' < '" + root.path("/plain.txt") + "' 2>/dev/null");
+    std::string encrypted = devicectl("encrypt --key 'Key 1'", root.path("/plain.txt"));
     ASSERT_FALSE(encrypted.empty());
     EXPECT_EQ('\n', encrypted.back());
     EXPECT_EQ(std::string::npos, encrypted.substr(0, encrypted.size() - 1).find('\n'));
     root.writeFile("/cipher.txt", encrypted);
     int status = -1;
-    EXPECT_EQ("{\"ResultCode\":0}\nsecond line", run("'" + kDevicectl + "' decrypt --key 'Key 1' < '" +
-                                                         root.path("/cipher.txt") + "' 2>/dev/null",
-                                                     &status));
+    EXPECT_EQ("{\"ResultCode\":0}\nsecond line",
+              devicectl("decrypt --key 'Key 1'", root.path("/cipher.txt"), &status));
     EXPECT_EQ(0, status);
-    EXPECT_NE("{\"ResultCode\":0}\nsecond line", run("'" + kDevicectl + "' decrypt --key 'Key 2' < '" +
-                                                     root.path("/cipher.txt") + "' 2>/dev/null"));
-    run("'" + kDevicectl + "' encrypt < /dev/null 2>/dev/null", &status);
+    EXPECT_NE("{\"ResultCode\":0}\nsecond line", devicectl("decrypt --key 'Key 2'", root.path("/cipher.txt")));
+    devicectl("encrypt", "/dev/null", &status);
     EXPECT_EQ(2, status);
 }
 

@@ -21,30 +21,17 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Reads the first line the daemon prints on fd, waiting at most timeoutMs.
+// The first line the daemon prints on fd (it writes its address in one piece), or "" when
+// nothing comes within timeoutMs or the daemon ends first.
 std::string readLine(int fd, int timeoutMs) {
-    std::string line;
-    auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (Clock::now() < deadline) {
-        int left = static_cast<int>(
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count());
-        struct pollfd pfd {
-            fd, POLLIN, 0
-        };
-        if (poll(&pfd, 1, left > 0 ? left : 0) <= 0) {
-            continue;
-        }
-        char c;
-        ssize_t n = read(fd, &c, 1);
-        if (n <= 0) {
-            break;  // the daemon ended before printing its address
-        }
-        if (c == '\n') {
-            return line;
-        }
-        line.push_back(c);
-    }
-    return {};
+    struct pollfd pfd {
+        fd, POLLIN, 0
+    };
+    char buffer[512];
+    ssize_t n = poll(&pfd, 1, timeoutMs) > 0 ? read(fd, buffer, sizeof buffer) : 0;
+    std::string text(buffer, n > 0 ? static_cast<size_t>(n) : 0);
+    size_t end = text.find('\n');
+    return end == std::string::npos ? std::string() : text.substr(0, end);
 }
 
 void removeTree(const std::string& dir) {
@@ -63,65 +50,42 @@ PrivateBus::PrivateBus() {
         throw std::runtime_error("mkdtemp failed");
     }
     mDir = templ;
-    std::string config = mDir + "/bus.conf";
-    {
-        std::ofstream out(config);
-        out << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-               " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-               "<busconfig>\n"
-               "  <type>session</type>\n"
-               "  <listen>unix:path="
-            << mDir
-            << "/bus</listen>\n"
-               "  <auth>EXTERNAL</auth>\n"
-               "  <policy context=\"default\">\n"
-               "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
-               "    <allow eavesdrop=\"true\"/>\n"
-               "    <allow own=\"*\"/>\n"
-               "  </policy>\n"
-               "</busconfig>\n";
-    }
-    int pipeFds[2];
-    if (pipe2(pipeFds, O_CLOEXEC) != 0) {
-        removeTree(mDir);
-        throw std::runtime_error("pipe failed");
-    }
-    std::string configArg = "--config-file=" + config;
-    std::string printArg = "--print-address=3";
+    std::string configArg = "--config-file=" + mDir + "/bus.conf";
+    std::ofstream(mDir + "/bus.conf")
+        << "<busconfig><type>session</type><listen>unix:path=" << mDir
+        << "/bus</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+           "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
+           "<allow own=\"*\"/></policy></busconfig>\n";
     // The daemon's own messages go to a file beside its socket, shown if it fails to start.
+    // The pipe is made first so that the log cannot take fd 3.
+    int pipeFds[2] = {-1, -1};
+    bool piped = pipe2(pipeFds, O_CLOEXEC) == 0;
     std::string logPath = mDir + "/daemon.log";
     int logFd = open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    pid_t pid = fork();
+    pid_t pid = piped ? fork() : -1;
     if (pid == 0) {
-        // Only async-signal-safe calls between fork and exec.
+        // Only async-signal-safe calls between fork and exec; the address comes back on fd 3.
         if (pipeFds[1] == 3) {
             fcntl(3, F_SETFD, 0);
         } else {
             dup2(pipeFds[1], 3);  // the copy does not inherit close-on-exec
         }
-        if (logFd >= 0) {
-            dup2(logFd, STDOUT_FILENO);
-            dup2(logFd, STDERR_FILENO);
-        }
-        execlp("dbus-daemon", "dbus-daemon", "--nofork", configArg.c_str(), printArg.c_str(),
+        dup2(logFd, STDOUT_FILENO);
+        dup2(logFd, STDERR_FILENO);
+        execlp("dbus-daemon", "dbus-daemon", "--nofork", configArg.c_str(), "--print-address=3",
                static_cast<char*>(nullptr));
         _exit(127);
     }
     close(pipeFds[1]);
-    if (logFd >= 0) {
-        close(logFd);
-    }
-    if (pid < 0) {
-        close(pipeFds[0]);
-        removeTree(mDir);
-        throw std::runtime_error("fork failed");
-    }
+    close(logFd);
     mPid = pid;
-    mAddress = readLine(pipeFds[0], 10000);
+    mAddress = pid > 0 ? readLine(pipeFds[0], 10000) : "";
     close(pipeFds[0]);
     if (mAddress.empty()) {
-        kill(mPid, SIGKILL);
-        waitpid(mPid, nullptr, 0);
+        if (mPid > 0) {
+            kill(mPid, SIGKILL);
+            waitpid(mPid, nullptr, 0);
+        }
         std::string log = readWholeFile(logPath);
         removeTree(mDir);
         throw std::runtime_error("dbus-daemon did not start: " + log);

@@ -58,14 +58,17 @@ class ConfigReaderTest : public ::testing::Test {
     tola_test::TempRoot root{true};
 };
 
-TEST_F(ConfigReaderTest, ReadsEveryElement) {
+TEST_F(ConfigReaderTest, ReadsEveryElementAndCutsLongTextsTo127Characters) {
+    std::vector<Element> elements = sampleElements();
+    elements[0].value = std::string(200, 'r');
+    elements[4].value = std::string(127, 'k');
     tolaagent_config_t config;
-    ASSERT_EQ(0, read(configXml(sampleElements()), config));
-    EXPECT_STREQ("req.json", config.requestTemplate);
+    ASSERT_EQ(0, read(configXml(elements), config));
+    EXPECT_EQ(std::string(127, 'r'), config.requestTemplate);
     EXPECT_STREQ("checkin.json", config.checkInTemplate);
     EXPECT_STREQ("receipt.json", config.receiptTemplate);
     EXPECT_STREQ("usage.json", config.requestDataUsageTemplate);
-    EXPECT_STREQ("FactoryKey", config.baseEncryptionKey);
+    EXPECT_EQ(std::string(127, 'k'), config.baseEncryptionKey);
     EXPECT_STREQ("sms104.json", config.sms104CheckInTemplate);
     EXPECT_STREQ("", config.reserved128);
     EXPECT_EQ(24u, config.checkInInterval);
@@ -108,16 +111,6 @@ TEST_F(ConfigReaderTest, FirstFailureStopsTheReading) {
             EXPECT_NE(std::string::npos, filled.find(c.lastFilledText));
         }
     }
-}
-
-TEST_F(ConfigReaderTest, LongTextsAreCutTo127Characters) {
-    std::vector<Element> elements = sampleElements();
-    elements[0].value = std::string(200, 'r');
-    elements[4].value = std::string(127, 'k');
-    tolaagent_config_t config;
-    ASSERT_EQ(0, read(configXml(elements), config));
-    EXPECT_EQ(std::string(127, 'r'), config.requestTemplate);
-    EXPECT_EQ(std::string(127, 'k'), config.baseEncryptionKey);
 }
 
 }  // namespace

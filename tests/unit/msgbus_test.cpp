@@ -5,7 +5,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <future>
 #include <memory>
@@ -23,17 +22,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// One received notice, flattened to text: "int:<v>", "str:<v>" or "bin:<hex bytes>".
-struct Received {
-    std::string channel;
-    std::string value;
-    bool operator==(const Received& o) const { return channel == o.channel && value == o.value; }
-};
-
-std::ostream& operator<<(std::ostream& os, const Received& r) {
-    return os << r.channel << '=' << r.value;
-}
-
+// Every notice received, flattened to "channel=int:<v>", "channel=str:<v>" or "channel=bin:<hex>".
 class Recorder : public MsgbusCallbackInterface {
 public:
     void OnChannelNotify(const std::string& channel, const std::string& data) override {
@@ -44,28 +33,23 @@ public:
     }
     void OnChannelNotify(const std::string& channel, void* data, int length) override {
         std::string hex = "bin:";
-        const unsigned char* bytes = static_cast<const unsigned char*>(data);
         for (int i = 0; i < length; ++i) {
             char b[3];
-            std::snprintf(b, sizeof b, "%02x", bytes[i]);
+            std::snprintf(b, sizeof b, "%02x", static_cast<const unsigned char*>(data)[i]);
             hex += b;
         }
         add(channel, hex);
     }
 
     // Waits until some notice arrived on channel; real-time bound only against a hang.
-    bool waitFor(const std::string& channel, std::chrono::milliseconds timeout = 10s) {
+    bool waitFor(const std::string& channel) {
         std::unique_lock<std::mutex> lock(mMutex);
-        return mCond.wait_for(lock, timeout, [&] {
-            for (const Received& r : mReceived) {
-                if (r.channel == channel) {
-                    return true;
-                }
-            }
-            return false;
+        return mCond.wait_for(lock, 10s, [&] {
+            return std::any_of(mReceived.begin(), mReceived.end(),
+                               [&](const std::string& r) { return r.rfind(channel + "=", 0) == 0; });
         });
     }
-    std::vector<Received> received() {
+    std::vector<std::string> received() {
         std::lock_guard<std::mutex> lock(mMutex);
         return mReceived;
     }
@@ -76,7 +60,7 @@ private:
     void add(const std::string& channel, const std::string& value) {
         {
             std::lock_guard<std::mutex> lock(mMutex);
-            mReceived.push_back({channel, value});
+            mReceived.push_back(channel + "=" + value);
         }
         mCond.notify_all();
         if (onReceive) {
@@ -86,27 +70,31 @@ private:
 
     std::mutex mMutex;
     std::condition_variable mCond;
-    std::vector<Received> mReceived;
+    std::vector<std::string> mReceived;
 };
 
-// Runs a command-line tool against the private bus.
-int shell(const std::string& command) {
-    return std::system(command.c_str());
-}
+class MsgbusTest : public ::testing::Test {
+protected:
+    // A handler with the recorder as callback, subscribed to channels.
+    void subscribe(MsgbusHandler& handler, std::initializer_list<const char*> channels) {
+        ASSERT_EQ(handler.Initialize(), 0);
+        for (const char* channel : channels) {
+            ASSERT_EQ(handler.RegisterForChannelSubscription(channel, true), 0) << channel;
+        }
+    }
+
+    tola_test::TempRoot root{true};
+    tola_test::PrivateBus bus;
+    Recorder rec;
+};
 
 }  // namespace
 
-TEST(Msgbus, ValuesOfEveryKindTravelBetweenHandlers) {
-    tola_test::TempRoot root(true);
-    tola_test::PrivateBus bus;
-    Recorder rec;
+TEST_F(MsgbusTest, ValuesOfEveryKindTravelBetweenHandlers) {
     MsgbusHandler subscriber(&rec);
     MsgbusHandler publisher;
-    ASSERT_EQ(subscriber.Initialize(), 0);
+    subscribe(subscriber, {"t.int", "t.str", "t.bin", "t.empty"});
     ASSERT_EQ(publisher.Initialize(), 0);
-    for (const char* channel : {"t.int", "t.str", "t.bin", "t.empty"}) {
-        ASSERT_EQ(subscriber.RegisterForChannelSubscription(channel, true), 0);
-    }
     const unsigned char bytes[] = {0x00, 0x01, 0xfe, 0xff, 0x00};
     EXPECT_EQ(publisher.PublishData("t.int", -42), 0);
     EXPECT_EQ(publisher.PublishData("t.str", std::string("<TOLA><abc> é")), 0);
@@ -114,47 +102,34 @@ TEST(Msgbus, ValuesOfEveryKindTravelBetweenHandlers) {
     EXPECT_EQ(publisher.PublishData("t.empty", std::string()), 0);
     EXPECT_EQ(publisher.PublishData("t.unsubscribed", 1), 0);
     ASSERT_TRUE(rec.waitFor("t.empty"));
-    std::vector<Received> expected = {{"t.int", "int:-42"},
-                                      {"t.str", "str:<TOLA><abc> é"},
-                                      {"t.bin", "bin:0001feff00"},
-                                      {"t.empty", "str:"}};
+    std::vector<std::string> expected = {"t.int=int:-42", "t.str=str:<TOLA><abc> é", "t.bin=bin:0001feff00",
+                                         "t.empty=str:"};
     EXPECT_EQ(rec.received(), expected);
 }
 
-TEST(Msgbus, ChannelOfACallbacklessHandlerReachesTheCallbackHandler) {
-    tola_test::TempRoot root(true);
-    tola_test::PrivateBus bus;
-    Recorder rec;
+TEST_F(MsgbusTest, ChannelOfACallbacklessHandlerReachesTheCallbackHandler) {
     MsgbusHandler subscriber(&rec);
     MsgbusHandler publisher;
-    ASSERT_EQ(subscriber.Initialize(), 0);
+    // Both handlers on one channel, and a repeated subscription: still one delivery.
+    subscribe(subscriber, {"sms.msg.tola", "both", "both"});
     ASSERT_EQ(publisher.Initialize(), 0);
     // The agent's arrangement: data-usage answers are registered on the handler without a
     // callback and must reach the binary overload of the one with.
     ASSERT_EQ(publisher.RegisterForChannelSubscription("ardo.dua.usage.info", true), 0);
-    ASSERT_EQ(subscriber.RegisterForChannelSubscription("sms.msg.tola", true), 0);
-    // Both handlers on one channel, and a repeated subscription: still one delivery.
-    ASSERT_EQ(subscriber.RegisterForChannelSubscription("both", true), 0);
-    ASSERT_EQ(subscriber.RegisterForChannelSubscription("both", true), 0);
     ASSERT_EQ(publisher.RegisterForChannelSubscription("both", true), 0);
     int32_t status = 0;
     EXPECT_EQ(publisher.PublishData("ardo.dua.usage.info", &status, sizeof status), 0);
     EXPECT_EQ(publisher.PublishData("both", 5), 0);
     EXPECT_EQ(publisher.PublishData("sms.msg.tola", std::string("last")), 0);
     ASSERT_TRUE(rec.waitFor("sms.msg.tola"));
-    std::vector<Received> expected = {
-        {"ardo.dua.usage.info", "bin:00000000"}, {"both", "int:5"}, {"sms.msg.tola", "str:last"}};
+    std::vector<std::string> expected = {"ardo.dua.usage.info=bin:00000000", "both=int:5",
+                                         "sms.msg.tola=str:last"};
     EXPECT_EQ(rec.received(), expected);
 }
 
-TEST(Msgbus, UnsubscribeStopsDelivery) {
-    tola_test::TempRoot root(true);
-    tola_test::PrivateBus bus;
-    Recorder rec;
+TEST_F(MsgbusTest, UnsubscribeStopsDelivery) {
     MsgbusHandler subscriber(&rec);
-    ASSERT_EQ(subscriber.Initialize(), 0);
-    ASSERT_EQ(subscriber.RegisterForChannelSubscription("gone", true), 0);
-    ASSERT_EQ(subscriber.RegisterForChannelSubscription("marker", true), 0);
+    subscribe(subscriber, {"gone", "marker"});
     EXPECT_EQ(subscriber.PublishData("gone", 1), 0);
     ASSERT_TRUE(rec.waitFor("gone"));
     ASSERT_EQ(subscriber.RegisterForChannelSubscription("gone", false), 0);
@@ -163,58 +138,44 @@ TEST(Msgbus, UnsubscribeStopsDelivery) {
     // Signals arrive in order: once the marker is in, the second "gone" would have been too.
     EXPECT_EQ(subscriber.PublishData("marker", 3), 0);
     ASSERT_TRUE(rec.waitFor("marker"));
-    std::vector<Received> expected = {{"gone", "int:1"}, {"marker", "int:3"}};
-    EXPECT_EQ(rec.received(), expected);
+    EXPECT_EQ(rec.received(), (std::vector<std::string>{"gone=int:1", "marker=int:3"}));
 }
 
-TEST(Msgbus, StandardToolsInjectAndOddSignalsAreIgnored) {
-    tola_test::TempRoot root(true);
-    tola_test::PrivateBus bus;
-    Recorder rec;
+TEST_F(MsgbusTest, StandardToolsInjectAndOddSignalsAreIgnored) {
     MsgbusHandler subscriber(&rec);
-    ASSERT_EQ(subscriber.Initialize(), 0);
-    ASSERT_EQ(subscriber.RegisterForChannelSubscription("sms.msg.tola", true), 0);
-    ASSERT_EQ(subscriber.RegisterForChannelSubscription("modem2.time_change", true), 0);
-    std::string emit =
-        "busctl --address='" + bus.address() + "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify ";
+    subscribe(subscriber, {"sms.msg.tola", "modem2.time_change"});
+    std::string busctl = "busctl --address='" + bus.address() + "' emit ";
+    std::string emit = busctl + "/com/ardo/Msgbus com.ardo.Msgbus1 Notify ";
     // A variant kind that is not ours, a wrong signature and a wrong path: all dropped.
-    ASSERT_EQ(shell(emit + "sv sms.msg.tola u 7"), 0);
-    ASSERT_EQ(shell(emit + "ss sms.msg.tola x"), 0);
-    ASSERT_EQ(shell("busctl --address='" + bus.address() +
-                    "' emit /other com.ardo.Msgbus1 Notify sv sms.msg.tola s wrongpath"),
-              0);
-    ASSERT_EQ(shell(emit + "sv modem2.time_change ay 2 1 2"), 0);
-    ASSERT_EQ(shell(emit + "sv sms.msg.tola s '<TOLA><x>'"), 0);
+    for (const std::string& args :
+         {emit + "sv sms.msg.tola u 7", emit + "ss sms.msg.tola x",
+          busctl + "/other com.ardo.Msgbus1 Notify sv sms.msg.tola s wrongpath",
+          emit + "sv modem2.time_change ay 2 1 2", emit + "sv sms.msg.tola s '<TOLA><x>'"}) {
+        ASSERT_EQ(std::system(args.c_str()), 0) << args;
+    }
     // Separate tool runs are separate connections: wait for both rather than rely on order.
     ASSERT_TRUE(rec.waitFor("sms.msg.tola"));
     ASSERT_TRUE(rec.waitFor("modem2.time_change"));
-    std::vector<Received> got = rec.received();
-    std::sort(got.begin(), got.end(),
-              [](const Received& a, const Received& b) { return a.channel < b.channel; });
-    std::vector<Received> expected = {{"modem2.time_change", "bin:0102"}, {"sms.msg.tola", "str:<TOLA><x>"}};
-    EXPECT_EQ(got, expected);
+    std::vector<std::string> got = rec.received();
+    std::sort(got.begin(), got.end());
+    EXPECT_EQ(got, (std::vector<std::string>{"modem2.time_change=bin:0102", "sms.msg.tola=str:<TOLA><x>"}));
 }
 
-TEST(Msgbus, CallbacksMayPublishAndUninitialiseWhileOthersDeliver) {
-    tola_test::TempRoot root(true);
-    tola_test::PrivateBus bus;
-    Recorder echo;
+TEST_F(MsgbusTest, CallbacksMayPublishAndUninitialiseWhileOthersDeliver) {
     Recorder other;
-    MsgbusHandler echoHandler(&echo);
+    MsgbusHandler echoHandler(&rec);
     auto otherHandler = std::make_unique<MsgbusHandler>(&other);
-    ASSERT_EQ(echoHandler.Initialize(), 0);
+    subscribe(echoHandler, {"ping", "pong"});
     ASSERT_EQ(otherHandler->Initialize(), 0);
-    ASSERT_EQ(echoHandler.RegisterForChannelSubscription("ping", true), 0);
-    ASSERT_EQ(echoHandler.RegisterForChannelSubscription("pong", true), 0);
     ASSERT_EQ(otherHandler->RegisterForChannelSubscription("ping", true), 0);
 
-    // echo's callback publishes from the delivery thread and holds it until released, while
+    // The callback publishes from the delivery thread and holds it until released, while
     // the test thread tears down the other handler.
     std::promise<void> inCallback;
     std::promise<void> release;
     std::shared_future<void> released(release.get_future());
     std::atomic<bool> first{true};
-    echo.onReceive = [&](const std::string& channel) {
+    rec.onReceive = [&](const std::string& channel) {
         if (channel == "ping" && first.exchange(false)) {
             echoHandler.PublishData("pong", 1);
             inCallback.set_value();
@@ -226,13 +187,10 @@ TEST(Msgbus, CallbacksMayPublishAndUninitialiseWhileOthersDeliver) {
     auto destroyed = std::async(std::launch::async, [&] { otherHandler.reset(); });
     EXPECT_EQ(destroyed.wait_for(10s), std::future_status::ready);
     release.set_value();
-    ASSERT_TRUE(echo.waitFor("pong"));
+    ASSERT_TRUE(rec.waitFor("pong"));
 }
 
-TEST(Msgbus, UninitialiseWaitsForItsOwnCallbackToReturn) {
-    tola_test::TempRoot root(true);
-    tola_test::PrivateBus bus;
-    Recorder rec;
+TEST_F(MsgbusTest, UninitialiseWaitsForItsOwnCallbackToReturn) {
     std::promise<void> started;
     std::atomic<bool> finished{false};
     rec.onReceive = [&](const std::string&) {
@@ -241,46 +199,37 @@ TEST(Msgbus, UninitialiseWaitsForItsOwnCallbackToReturn) {
         finished = true;
     };
     MsgbusHandler handler(&rec);
-    ASSERT_EQ(handler.Initialize(), 0);
-    ASSERT_EQ(handler.RegisterForChannelSubscription("slow", true), 0);
+    subscribe(handler, {"slow"});
     ASSERT_EQ(handler.PublishData("slow", 1), 0);
     ASSERT_EQ(started.get_future().wait_for(10s), std::future_status::ready);
     EXPECT_EQ(handler.Uninitialize(), 0);
     EXPECT_TRUE(finished);
 }
 
-TEST(Msgbus, ConnectionIsReopenedAfterTheLastHandlerCloses) {
-    tola_test::TempRoot root(true);
-    tola_test::PrivateBus bus;
+TEST_F(MsgbusTest, ConnectionIsReopenedAfterTheLastHandlerCloses) {
     for (int round = 0; round < 2; ++round) {
-        Recorder rec;
-        MsgbusHandler handler(&rec);
-        ASSERT_EQ(handler.Initialize(), 0) << round;
+        SCOPED_TRACE(round);
+        Recorder fresh;
+        MsgbusHandler handler(&fresh);
+        ASSERT_EQ(handler.Initialize(), 0);
         ASSERT_EQ(handler.RegisterForChannelSubscription("again", true), 0);
         ASSERT_EQ(handler.PublishData("again", round), 0);
-        ASSERT_TRUE(rec.waitFor("again")) << round;
+        ASSERT_TRUE(fresh.waitFor("again"));
     }
 }
 
-TEST(Msgbus, RefusesWhatItCannotDo) {
-    tola_test::TempRoot outer(true);
-    const char* old = std::getenv("ARDO_BUS_ADDRESS");
-    std::string saved = old != nullptr ? old : "";
-    for (const char* address : {"unix:path=/nonexistent/tola/bus", "tcp:host=127.0.0.1,port=1", "garbage"}) {
-        setenv("ARDO_BUS_ADDRESS", address, 1);
-        MsgbusHandler handler;
-        EXPECT_NE(handler.Initialize(), 0) << address;
-        EXPECT_NE(handler.PublishData("x", 1), 0);
-        EXPECT_NE(handler.RegisterForChannelSubscription("x", true), 0);
+TEST_F(MsgbusTest, RefusesWhatItCannotDo) {
+    {
+        tola_test::PrivateBus restoresTheAddress;
+        for (const char* address : {"unix:path=/nonexistent/tola/bus", "tcp:host=127.0.0.1,port=1", "garbage"}) {
+            SCOPED_TRACE(address);
+            setenv("ARDO_BUS_ADDRESS", address, 1);
+            MsgbusHandler handler;
+            EXPECT_NE(handler.Initialize(), 0);
+            EXPECT_NE(handler.PublishData("x", 1), 0);
+            EXPECT_NE(handler.RegisterForChannelSubscription("x", true), 0);
+        }
     }
-    if (old != nullptr) {
-        setenv("ARDO_BUS_ADDRESS", saved.c_str(), 1);
-    } else {
-        unsetenv("ARDO_BUS_ADDRESS");
-    }
-
-    tola_test::TempRoot root(true);
-    tola_test::PrivateBus bus;
     MsgbusHandler handler;
     ASSERT_EQ(handler.Initialize(), 0);
     EXPECT_NE(handler.RegisterForChannelSubscription("it's", true), 0);

@@ -80,10 +80,13 @@ class StartupTest : public ::testing::Test {
 
     std::string log() const { return root->readFile("/var/log/tola.log"); }
 
-    // Leaves an acl_config.xml as an earlier run would have.
-    void storeRecord(const tolaagent_runtime_config_t& record) {
+    // Leaves an acl_config.xml (and shared list) as an earlier run would have.
+    void storeRecord(const tolaagent_runtime_config_t& record, bool withAce = false) {
         TOLAAgent agent;
         agent.Initialize();
+        if (withAce) {
+            agent.SetACEProperties("Item", true, true);
+        }
         agent.SetRuntimeConfig(record);
     }
     static tolaagent_runtime_config_t defaults() {
@@ -159,12 +162,7 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
         tola_copy_text(record.payloadEncryptionKey, "key");
         tola_copy_text(record.lastCheckInDate, "2020-01-01T00:00:00");
         tola_copy_text(record.version, "12");
-        {
-            TOLAAgent agent;
-            agent.Initialize();
-            agent.SetACEProperties("Item", true, true);
-            agent.SetRuntimeConfig(record);
-        }
+        storeRecord(record, true);
         if (c.marker != nullptr) {
             root->writeFile(kMarker, c.marker);
         }
@@ -174,25 +172,20 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
             stop(app);
         }
         std::string file = root->readFile(kAclFile);
-        bool urlKept = file.find("<CheckInURL>http://portal.tola.test/</CheckInURL>") != std::string::npos;
+        auto has = [&file](const std::string& text) { return file.find(text) != std::string::npos; };
+        // A reset empties the list and the version; the portal's values go too unless a check-in
+        // is pending.
+        bool dropped = c.reset && !c.checkInFlag;
+        EXPECT_TRUE(has(c.reset ? "<Version>0</Version>" : "<Version>12</Version>"));
+        EXPECT_EQ(!c.reset, has("<ACE>"));
+        EXPECT_EQ(!dropped, has("<PayloadEncryptionKey>key</PayloadEncryptionKey>"));
+        EXPECT_EQ(!dropped, has("<LastCheckInDate>2020-01-01T00:00:00</LastCheckInDate>"));
+        EXPECT_EQ(!c.reset && !c.checkInFlag, has("<CheckInURL>http://portal.tola.test/</CheckInURL>"));
+        EXPECT_EQ(c.reset ? 1u : 0u, countOf(log(), "MANUAL FACTORY RESET"));
         if (c.reset) {
             EXPECT_EQ("false", root->readFile(kMarker));
-            EXPECT_NE(std::string::npos, file.find("<Version>0</Version>"));
-            EXPECT_EQ(std::string::npos, file.find("<ACE>"));
-            // With a pending check-in the portal's values are kept; otherwise they are dropped.
-            EXPECT_EQ(c.checkInFlag,
-                      file.find("<PayloadEncryptionKey>key</PayloadEncryptionKey>") != std::string::npos);
-            if (!c.checkInFlag) {
-                EXPECT_FALSE(urlKept);
-                EXPECT_NE(std::string::npos, file.find("<LastCheckInDate></LastCheckInDate>"));
-            }
             EXPECT_EQ(1u, countOf(log(), c.checkInFlag ? "MANUAL FACTORY RESET : Check In Flag is true"
                                                        : "MANUAL FACTORY RESET : check In Flag is false"));
-        } else {
-            EXPECT_TRUE(urlKept || c.checkInFlag);
-            EXPECT_NE(std::string::npos, file.find("<Version>12</Version>"));
-            EXPECT_NE(std::string::npos, file.find("<ACE>"));
-            EXPECT_EQ(0u, countOf(log(), "MANUAL FACTORY RESET"));
         }
     }
 }

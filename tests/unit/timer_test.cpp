@@ -22,10 +22,6 @@ std::string deviceDate(long long offsetSeconds) {
     return text;
 }
 
-void setDeviceYear1980() {
-    ardo::deviceStateSet("/clock/offset_seconds", static_cast<long long>(315532800 - std::time(nullptr)));
-}
-
 class SchedulingTest : public tola_test::AppTest {
   protected:
     void setLastCheckIn(const std::string& date, uint32_t hours) {
@@ -176,11 +172,7 @@ TEST_F(SchedulingTest, DataUsageNoticeWakesOnlyOnStatusZero) {
         EXPECT_EQ(c.wakes, app->GotDataUsageInfo());
     }
     EXPECT_EQ(1u, Count(Log(), "Got updated data usage info from server, mGotDataUsageInfo = 1"));
-}
-
-TEST_F(SchedulingTest, DataUsageNoticeAfterTheWaitRanOutIsNotTaken) {
-    const int32_t zero = 0;
-    ardo::deviceStateSet("/data_usage/notice", "never");
+    // A notice after the wait ran out is not taken.
     ASSERT_TRUE(app->RequestDataUsage());
     app->WaitForDataUsage();  // runs out: nothing was published
     notify(TOLA_CHANNEL_DATA_USAGE, &zero, 4);
@@ -191,7 +183,7 @@ TEST_F(SchedulingTest, FirstValidClockNoticeRearmsTheCheckInTimer) {
     const uint8_t payload[3] = {1, 2, 3};
     setLastCheckIn(deviceDate(-36000), 24);
     // A notice while the clock still shows 1980 is ignored and does not count.
-    setDeviceYear1980();
+    ardo::deviceStateSet("/clock/offset_seconds", static_cast<long long>(315532800 - std::time(nullptr)));
     notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
     EXPECT_EQ(0u, Count(Log(), "Got Valid Time info"));
     ardo::deviceStateSet("/clock/offset_seconds", 0LL);

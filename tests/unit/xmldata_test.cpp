@@ -71,63 +71,37 @@ TEST_F(XmlDataTest, TextCopyIsBoundedToMaxChars) {
     EXPECT_STREQ(buffer, "");
 }
 
-TEST_F(XmlDataTest, Uint32AcceptsOnlyUnsignedDecimalThatFits) {
+TEST_F(XmlDataTest, NumbersAcceptOnlyDecimalsThatFit) {
+    const int64_t kRefused = INT64_MIN;  // uint32: rc 1 and the value untouched; int32: the default
     struct Case {
         const char* text;
-        int rc;
-        uint32_t value;
+        int64_t asUint32;
+        int64_t asInt32;
     } cases[] = {
-        {"0", 0, 0},
-        {"24", 0, 24},
-        {"  17\n\t", 0, 17},
-        {"0007", 0, 7},
-        {"4294967295", 0, 4294967295u},
-        {"4294967296", 1, 0},
-        {"99999999999999999999999", 1, 0},
-        {"-1", 1, 0},
-        {"+5", 1, 0},
-        {"abc", 1, 0},
-        {"12abc", 1, 0},
-        {"1 2", 1, 0},
-        {"", 1, 0},
-        {"   ", 1, 0},
-        {"0x10", 1, 0},
+        {"0", 0, 0},          {"24", 24, 24},         {"  17\n\t", 17, 17},   {"0007", 7, 7},
+        {" -12 ", kRefused, -12}, {"-1", kRefused, -1}, {"+5", kRefused, 5},
+        {"4294967295", 4294967295LL, kRefused},       {"4294967296", kRefused, kRefused},
+        {"2147483647", 2147483647, 2147483647},       {"2147483648", 2147483648LL, kRefused},
+        {"-2147483648", kRefused, INT32_MIN},         {"-2147483649", kRefused, kRefused},
+        {"99999999999999999999999", kRefused, kRefused}, {"abc", kRefused, kRefused},
+        {"12abc", kRefused, kRefused}, {"1 2", kRefused, kRefused}, {"", kRefused, kRefused},
+        {"   ", kRefused, kRefused},   {"0x10", kRefused, kRefused}, {"-", kRefused, kRefused},
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(std::string("\"") + c.text + "\"");
         open(std::string("<A><V>") + c.text + "</V></A>");
-        uint32_t value = 12345;
-        EXPECT_EQ(xmldata_getuint32("/A/V", &value), c.rc) << '"' << c.text << '"';
-        EXPECT_EQ(value, c.rc == 0 ? c.value : 12345u) << '"' << c.text << '"';
+        uint32_t u = 12345;
+        EXPECT_EQ(xmldata_getuint32("/A/V", &u), c.asUint32 == kRefused ? 1 : 0);
+        EXPECT_EQ(u, c.asUint32 == kRefused ? 12345u : static_cast<uint32_t>(c.asUint32));
+        int32_t i = 0;
+        EXPECT_EQ(xmldata_getint32_default("/A/V", &i, -99), 0);
+        EXPECT_EQ(i, c.asInt32 == kRefused ? -99 : static_cast<int32_t>(c.asInt32));
     }
-    uint32_t value = 1;
-    EXPECT_NE(xmldata_getuint32("/A/Missing", &value), 0);
-}
-
-TEST_F(XmlDataTest, Int32DefaultTakesTheDefaultWhenMissingOrMalformed) {
-    struct Case {
-        const char* text;
-        int32_t expected;
-    } cases[] = {
-        {"5", 5},
-        {" -12 ", -12},
-        {"+3", 3},
-        {"2147483647", 2147483647},
-        {"-2147483648", INT32_MIN},
-        {"2147483648", -99},
-        {"-2147483649", -99},
-        {"x", -99},
-        {"", -99},
-        {"-", -99},
-    };
-    for (const Case& c : cases) {
-        open(std::string("<A><V>") + c.text + "</V></A>");
-        int32_t value = 0;
-        EXPECT_EQ(xmldata_getint32_default("/A/V", &value, -99), 0) << c.text;
-        EXPECT_EQ(value, c.expected) << '"' << c.text << '"';
-    }
-    int32_t value = 0;
-    EXPECT_EQ(xmldata_getint32_default("/A/Missing", &value, 77), 0);
-    EXPECT_EQ(value, 77);
+    uint32_t u = 1;
+    EXPECT_NE(xmldata_getuint32("/A/Missing", &u), 0);
+    int32_t i = 0;
+    EXPECT_EQ(xmldata_getint32_default("/A/Missing", &i, 77), 0);
+    EXPECT_EQ(i, 77);
 }
 
 TEST_F(XmlDataTest, CountsMatchingNodes) {
