@@ -19,7 +19,8 @@ const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
 
 // tola-devicectl's standard output for the given arguments and standard input, run with the
 // test's environment.
-std::string devicectl(const std::string& args, const std::string& input = "/dev/null", int* status = nullptr) {
+std::string devicectl(const std::string& args, const std::string& input = "/dev/null",
+                      int* status = nullptr) {
     std::string command = "'" + kDevicectl + "' " + args + " < '" + input + "' 2>/dev/null";
     FILE* pipe = popen(command.c_str(), "r");
     std::string out;
@@ -120,7 +121,8 @@ TEST_F(AgentSpineE2E, DevicectlCipherRoundTrip) {
     EXPECT_EQ("{\"ResultCode\":0}\nsecond line",
               devicectl("decrypt --key 'Key 1'", root.path("/cipher.txt"), &status));
     EXPECT_EQ(0, status);
-    EXPECT_NE("{\"ResultCode\":0}\nsecond line", devicectl("decrypt --key 'Key 2'", root.path("/cipher.txt")));
+    EXPECT_NE("{\"ResultCode\":0}\nsecond line",
+              devicectl("decrypt --key 'Key 2'", root.path("/cipher.txt")));
     devicectl("encrypt", "/dev/null", &status);
     EXPECT_EQ(2, status);
 }

@@ -1,9 +1,10 @@
+#include "device_state.h"
+
 #include <gtest/gtest.h>
 
 #include <thread>
 #include <vector>
 
-#include "device_state.h"
 #include "sys_core.h"
 #include "test_env.h"
 
@@ -25,7 +26,8 @@ TEST(DeviceState, ConcurrentUpdatesAreNotLost) {
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([] {
             for (int i = 0; i < 25; ++i) {
-                ardo::deviceStateUpdate([](json& s) { s["test"]["counter"] = s["test"]["counter"].get<int>() + 1; });
+                ardo::deviceStateUpdate(
+                    [](json& s) { s["test"]["counter"] = s["test"]["counter"].get<int>() + 1; });
             }
         });
     }
@@ -54,6 +56,7 @@ TEST(DeviceState, FaultsAreTakenInOrderThenCleared) {
 
 TEST(FileSystemRoot, FixedPathsLiveUnderTheRoot) {
     tola_test::TempRoot root(true);
-    EXPECT_EQ(sys_fsPath("/opt/ardo/data/tola/acl_config.xml"), root.dir() + "/opt/ardo/data/tola/acl_config.xml");
+    EXPECT_EQ(sys_fsPath("/opt/ardo/data/tola/acl_config.xml"),
+              root.dir() + "/opt/ardo/data/tola/acl_config.xml");
     EXPECT_EQ(sys_fsPath("tola_downloaded_config"), "tola_downloaded_config");
 }

@@ -19,7 +19,7 @@ namespace {
 
 // Counts callbacks; optionally holds the first one until released, or runs an action in it.
 class Recorder : public MaintenanceThreadCallbackInterface {
-public:
+  public:
     bool OnThreadNotify(unsigned int timerId) override {
         std::unique_lock<std::mutex> lock(mMutex);
         lastTimerId = timerId;
@@ -55,7 +55,7 @@ public:
     std::function<void()> action;
     unsigned int lastTimerId = 0;
 
-private:
+  private:
     std::mutex mMutex;
     std::condition_variable mCond;
     int mCalls = 0;

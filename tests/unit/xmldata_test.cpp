@@ -12,7 +12,7 @@ namespace {
 
 // Opens a document written under a fresh root for the life of the fixture.
 class XmlDataTest : public ::testing::Test {
-protected:
+  protected:
     void open(const std::string& xml) {
         root.writeFile("/doc.xml", xml);
         ASSERT_EQ(xmldata_initialize(root.path("/doc.xml").c_str(), root.path("/doc.xml").c_str()), 0);
@@ -78,14 +78,27 @@ TEST_F(XmlDataTest, NumbersAcceptOnlyDecimalsThatFit) {
         int64_t asUint32;
         int64_t asInt32;
     } cases[] = {
-        {"0", 0, 0},          {"24", 24, 24},         {"  17\n\t", 17, 17},   {"0007", 7, 7},
-        {" -12 ", kRefused, -12}, {"-1", kRefused, -1}, {"+5", kRefused, 5},
-        {"4294967295", 4294967295LL, kRefused},       {"4294967296", kRefused, kRefused},
-        {"2147483647", 2147483647, 2147483647},       {"2147483648", 2147483648LL, kRefused},
-        {"-2147483648", kRefused, INT32_MIN},         {"-2147483649", kRefused, kRefused},
-        {"99999999999999999999999", kRefused, kRefused}, {"abc", kRefused, kRefused},
-        {"12abc", kRefused, kRefused}, {"1 2", kRefused, kRefused}, {"", kRefused, kRefused},
-        {"   ", kRefused, kRefused},   {"0x10", kRefused, kRefused}, {"-", kRefused, kRefused},
+        {"0", 0, 0},
+        {"24", 24, 24},
+        {"  17\n\t", 17, 17},
+        {"0007", 7, 7},
+        {" -12 ", kRefused, -12},
+        {"-1", kRefused, -1},
+        {"+5", kRefused, 5},
+        {"4294967295", 4294967295LL, kRefused},
+        {"4294967296", kRefused, kRefused},
+        {"2147483647", 2147483647, 2147483647},
+        {"2147483648", 2147483648LL, kRefused},
+        {"-2147483648", kRefused, INT32_MIN},
+        {"-2147483649", kRefused, kRefused},
+        {"99999999999999999999999", kRefused, kRefused},
+        {"abc", kRefused, kRefused},
+        {"12abc", kRefused, kRefused},
+        {"1 2", kRefused, kRefused},
+        {"", kRefused, kRefused},
+        {"   ", kRefused, kRefused},
+        {"0x10", kRefused, kRefused},
+        {"-", kRefused, kRefused},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string("\"") + c.text + "\"");
