@@ -1,12 +1,11 @@
 // The real agent against the real portal over HTTPS on a private bus.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <regex>
-
-#include <unistd.h>
 
 #include "device_state.h"
 #include "http_helper.h"
@@ -23,20 +22,17 @@ using tola_test::waitForText;
 namespace {
 
 class CheckInE2E : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { unsetenv("ARDO_CA_FILE"); }
-    void TearDown() override {
-        agent.reset();
-        portal.reset();
-        unsetenv("ARDO_CA_FILE");
-    }
+    void TearDown() override { unsetenv("ARDO_CA_FILE"); }
 
     void StartPortal(const json& scenario) {
         root.writeFile("/scenario.json", scenario.dump());
         portalOut = root.dir() + "/portal.out";
         portal = std::make_unique<ChildProcess>(
             std::string(TOLA_BIN_DIR) + "/tola-portal",
-            std::vector<std::string>{"--dir", root.dir() + "/portal", "--scenario", root.path("/scenario.json")},
+            std::vector<std::string>{"--dir", root.dir() + "/portal", "--scenario",
+                                     root.path("/scenario.json")},
             portalOut);
         ASSERT_TRUE(waitForText(portalOut, "ready "));
         std::smatch m;
@@ -61,8 +57,8 @@ protected:
 
     void StartAgent() {
         agentOut = root.dir() + "/agent.out";
-        agent = std::make_unique<ChildProcess>(std::string(TOLA_BIN_DIR) + "/tola_agent", std::vector<std::string>{},
-                                               agentOut);
+        agent = std::make_unique<ChildProcess>(std::string(TOLA_BIN_DIR) + "/tola_agent",
+                                               std::vector<std::string>{}, agentOut);
     }
     void StopAgent() {
         agent->signal(SIGTERM);
@@ -112,42 +108,39 @@ TEST_F(CheckInE2E, PortalReceivesAFullyFilledRequestOverHttps) {
 TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
     struct Case {
         json answer;
-        const char* expected;
+        std::vector<std::string> expected;  // the first is waited for
     } cases[] = {
         {{{"ResultCode", 95}, {"Version", "3"}, {"DeviceEncryptionKey", "key-from-portal"}},
-         "<PayloadEncryptionKey>key-from-portal</PayloadEncryptionKey>"},
+         {"<PayloadEncryptionKey>key-from-portal</PayloadEncryptionKey>"}},
         {{{"ResultCode", 97}, {"Version", "3"}, {"CheckInUrl", "https://moved.tola.test/checkin"}},
-         "<CheckInURL>https://moved.tola.test/checkin</CheckInURL>"},
-        {{{"ResultCode", 99}, {"Version", "3"}}, "<LastCommand>99</LastCommand>"},
+         {"<CheckInURL>https://moved.tola.test/checkin</CheckInURL>"}},
+        {{{"ResultCode", 99}, {"Version", "3"}},
+         {"<LastCommand>99</LastCommand>", "<CheckInFlag>false</CheckInFlag>"}},
     };
     StartPortal(json::object());
     setenv("ARDO_CA_FILE", caFile.c_str(), 1);
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.answer.dump());
         root.remove("/opt/ardo/data/tola/acl_config.xml");
         root.remove("/opt/ardo/data/tola/acl_config.xml.bkp");
         Activate("https://portal.tola.test:" + httpsPort);
         HttpHelper admin;
         std::string answer;
         int status = 0;
-        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/answers", c.answer.dump(), answer, status);
+        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/answers", c.answer.dump(), answer,
+                                status);
         ASSERT_EQ(status, 200);
         size_t before = Received().size();
         StartAgent();
         for (int i = 0; i < 200 && Received().size() == before; ++i) {
             usleep(50 * 1000);
         }
-        ASSERT_GT(Received().size(), before) << c.answer;
-        ASSERT_TRUE(waitForText(root.path("/opt/ardo/data/tola/acl_config.xml"), c.expected, 10000))
-            << c.answer << Acl();
+        ASSERT_GT(Received().size(), before);
+        ASSERT_TRUE(waitForText(root.path("/opt/ardo/data/tola/acl_config.xml"), c.expected[0], 10000))
+            << Acl();
         StopAgent();
-        if (c.answer["ResultCode"] == 99) {
-            EXPECT_NE(Acl().find("<CheckInFlag>"), std::string::npos);
-            TOLAAgent state;
-            ASSERT_EQ(state.Initialize(), 0);
-            tolaagent_runtime_config_t rc{};
-            state.GetRuntimeConfig(rc);
-            EXPECT_FALSE(rc.checkInFlag);
-            state.Uninitialize();
+        for (const std::string& text : c.expected) {
+            EXPECT_NE(Acl().find(text), std::string::npos) << text << Acl();
         }
     }
 }
@@ -159,9 +152,9 @@ TEST_F(CheckInE2E, PortalDownGivesTheConfiguredAttempts) {
     ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Disconnecting apps APN call", 5000));
     usleep(500 * 1000);  // a fourth attempt would follow within the compressed retry wait
     StopAgent();
-    EXPECT_EQ(Log().find("Checking server - attempt [4]"), std::string::npos);
-    size_t failed = 0;
     std::string log = Log();
+    EXPECT_EQ(log.find("Checking server - attempt [4]"), std::string::npos);
+    size_t failed = 0;
     for (size_t at = log.find("HTTP request failed"); at != std::string::npos;
          at = log.find("HTTP request failed", at + 1)) {
         ++failed;

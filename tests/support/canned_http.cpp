@@ -15,18 +15,15 @@ namespace tola_test {
 
 CannedHttpServer::CannedHttpServer(std::vector<std::string> answers) : mAnswers(std::move(answers)) {
     mListen = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (mListen < 0) {
-        throw std::runtime_error("socket failed");
-    }
     int one = 1;
     setsockopt(mListen, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = 0;
-    if (bind(mListen, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(mListen, 16) != 0) {
+    if (mListen < 0 || bind(mListen, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+        listen(mListen, 16) != 0) {
         close(mListen);
-        throw std::runtime_error("bind/listen failed");
+        throw std::runtime_error("socket/bind/listen failed");
     }
     socklen_t len = sizeof addr;
     getsockname(mListen, reinterpret_cast<sockaddr*>(&addr), &len);
@@ -45,51 +42,42 @@ std::vector<std::string> CannedHttpServer::bodies() {
     return mBodies;
 }
 
-void CannedHttpServer::serve() {
-    size_t next = 0;
-    while (!mStop) {
-        pollfd pfd{mListen, POLLIN, 0};
-        if (poll(&pfd, 1, 20) <= 0) {
-            continue;
+// Reads one request (headers, then Content-Length bytes of body) and returns its body.
+static std::string readBody(int fd) {
+    std::string in;
+    char buf[4096];
+    size_t headerEnd = std::string::npos, want = 0;
+    pollfd cfd{fd, POLLIN, 0};
+    for (ssize_t n; poll(&cfd, 1, 2000) > 0 && (n = read(fd, buf, sizeof buf)) > 0;) {
+        in.append(buf, static_cast<size_t>(n));
+        if (headerEnd == std::string::npos && (headerEnd = in.find("\r\n\r\n")) != std::string::npos) {
+            size_t cl = in.find("Content-Length:");
+            want = cl < headerEnd ? std::strtoul(in.c_str() + cl + 15, nullptr, 10) : 0;
         }
-        int fd = accept4(mListen, nullptr, nullptr, SOCK_CLOEXEC);
+        if (headerEnd != std::string::npos && in.size() >= headerEnd + 4 + want) {
+            return in.substr(headerEnd + 4);
+        }
+    }
+    return headerEnd == std::string::npos ? "" : in.substr(headerEnd + 4);
+}
+
+void CannedHttpServer::serve() {
+    for (size_t next = 0; !mStop;) {
+        pollfd pfd{mListen, POLLIN, 0};
+        int fd = poll(&pfd, 1, 20) > 0 ? accept4(mListen, nullptr, nullptr, SOCK_CLOEXEC) : -1;
         if (fd < 0) {
             continue;
         }
-        std::string in;
-        char buf[4096];
-        size_t headerEnd = std::string::npos;
-        size_t want = 0;
-        while (true) {
-            pollfd cfd{fd, POLLIN, 0};
-            if (poll(&cfd, 1, 2000) <= 0) {
-                break;
-            }
-            ssize_t n = read(fd, buf, sizeof buf);
-            if (n <= 0) {
-                break;
-            }
-            in.append(buf, static_cast<size_t>(n));
-            if (headerEnd == std::string::npos) {
-                headerEnd = in.find("\r\n\r\n");
-                if (headerEnd != std::string::npos) {
-                    size_t cl = in.find("Content-Length:");
-                    want = cl != std::string::npos && cl < headerEnd ? std::strtoul(in.c_str() + cl + 15, nullptr, 10) : 0;
-                }
-            }
-            if (headerEnd != std::string::npos && in.size() >= headerEnd + 4 + want) {
-                break;
-            }
-        }
-        std::string body = headerEnd == std::string::npos ? "" : in.substr(headerEnd + 4);
+        std::string body = readBody(fd);
         {
             std::lock_guard<std::mutex> guard(mMutex);
             mBodies.push_back(body);
         }
-        const std::string& answer = mAnswers.empty() ? std::string() : mAnswers[std::min(next, mAnswers.size() - 1)];
-        ++next;
-        std::string out = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: " +
-                          std::to_string(answer.size()) + "\r\n\r\n" + answer;
+        const std::string answer =
+            mAnswers.empty() ? std::string() : mAnswers[std::min(next++, mAnswers.size() - 1)];
+        std::string out =
+            "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: " +
+            std::to_string(answer.size()) + "\r\n\r\n" + answer;
         ssize_t ignored = write(fd, out.data(), out.size());
         (void)ignored;
         close(fd);

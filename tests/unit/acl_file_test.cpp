@@ -48,14 +48,6 @@ class AclFileTest : public ::testing::Test {
     tola_test::TempRoot root;
 };
 
-TEST_F(AclFileTest, FirstStartWritesTheDefaultsExactly) {
-    TOLAAgent agent;
-    EXPECT_EQ(0, agent.Initialize());
-    EXPECT_TRUE(agent.IsInitialized());
-    EXPECT_EQ(kHead + kDefaultRecord + kEmptyAcl, root.readFile(kAclFile));
-    EXPECT_FALSE(root.exists(kBackupFile));
-}
-
 TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
     TOLAAgent agent;
     agent.Initialize();
@@ -134,45 +126,39 @@ TEST_F(AclFileTest, RepairsAtStart) {
     const std::string saved =
         aclFile("\n<CheckInFlag>true</CheckInFlag>\n<Version>9</Version>", ace("Saved", "True", "True"));
     const std::string corruptedLine = "looks like file got corrupted and reset the acl_config.xml";
+    const std::string defaults = kHead + kDefaultRecord + kEmptyAcl, absent = "<absent>";
     struct Case {
         const char* name;
-        bool mainExists;
-        std::string main;
-        bool backupExists;
-        std::string backup;
-        std::string expectedMain;  // after start-up
+        std::string main, backup, expectedMain;  // the main file after start-up
         const char* expectedVersion;
         bool expectCorruption;
     } cases[] = {
-        {"missing main", false, "", false, "", kHead + kDefaultRecord + kEmptyAcl, "0", false},
-        {"missing main, backup ignored", false, "", true, saved, kHead + kDefaultRecord + kEmptyAcl, "0",
-         false},
-        {"empty main, good backup", true, "", true, saved + "\n", saved + "\n", "9", false},
-        {"empty main, empty backup", true, "", true, "", kHead + kDefaultRecord + kEmptyAcl, "0", false},
-        {"empty main, no backup", true, "", false, "", kHead + kDefaultRecord + kEmptyAcl, "0", false},
-        {"not XML", true, "garbage", false, "", kHead + kDefaultRecord + kEmptyAcl, "0", true},
-        {"'<' in a text", true, aclFile("\n<CheckInURL>http://a/<b</CheckInURL>", ""), false, "",
-         kHead + kDefaultRecord + kEmptyAcl, "0", true},
-        {"'&' in a text", true, aclFile("\n<CheckInURL>http://a/?x=1&y=2</CheckInURL>", ""), false, "",
-         kHead + kDefaultRecord + kEmptyAcl, "0", true},
-        {"truncated", true, saved.substr(0, saved.size() / 2), false, "", kHead + kDefaultRecord + kEmptyAcl,
-         "0", true},
+        {"first start", absent, absent, defaults, "0", false},
+        {"missing main, backup ignored", absent, saved, defaults, "0", false},
+        {"empty main, good backup", "", saved + "\n", saved + "\n", "9", false},
+        {"empty main, empty backup", "", "", defaults, "0", false},
+        {"empty main, no backup", "", absent, defaults, "0", false},
+        {"not XML", "garbage", absent, defaults, "0", true},
+        {"'<' in a text", aclFile("\n<CheckInURL>http://a/<b</CheckInURL>", ""), absent, defaults, "0", true},
+        {"'&' in a text", aclFile("\n<CheckInURL>http://a/?x=1&y=2</CheckInURL>", ""), absent, defaults, "0",
+         true},
+        {"truncated", saved.substr(0, saved.size() / 2), absent, defaults, "0", true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         root.remove(kAclFile);
         root.remove(kBackupFile);
-        if (c.mainExists) {
-            root.writeFile(kAclFile, c.main);
-        }
-        if (c.backupExists) {
-            root.writeFile(kBackupFile, c.backup);
+        for (const auto& [path, content] :
+             {std::make_pair(kAclFile, c.main), std::make_pair(kBackupFile, c.backup)}) {
+            if (content != absent) {
+                root.writeFile(path, content);
+            }
         }
         vorn_dbg_stop();
         root.remove(kLogFile);
         {
             TOLAAgent agent;
-            agent.Initialize();
+            EXPECT_EQ(0, agent.Initialize());
             tolaagent_runtime_config_t record;
             agent.GetRuntimeConfig(record);
             EXPECT_STREQ(c.expectedVersion, record.version);
@@ -180,7 +166,8 @@ TEST_F(AclFileTest, RepairsAtStart) {
             // The segment outlives the agent: start each case from an empty list.
             std::memset(agent.AclBlock(), 0, sizeof(tola_acl_shm_t));
         }
-        EXPECT_EQ(c.expectedMain, root.readFile(kAclFile));
+        EXPECT_EQ(c.expectedMain, root.readFile(kAclFile));       // byte-exact, no final newline
+        EXPECT_EQ(c.backup != absent, root.exists(kBackupFile));  // a start writes no backup
         EXPECT_EQ(c.expectCorruption, log().find(corruptedLine) != std::string::npos);
     }
 }

@@ -4,23 +4,37 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "device_state.h"
+#include "payload_cipher.h"
 #include "test_env.h"
 #include "tola_app.h"
 #include "vorn_dbg.h"
 
 namespace tola_test {
 
+constexpr const char* kFactoryKey = "VeltraFactoryKey-2017";
+
+// The plain text of a payload, or "" when it does not decrypt.
+inline std::string Decrypt(const std::string& key, const std::string& text) {
+    char* plain = nullptr;
+    std::string out = AesDecrypt(key.c_str(), text.c_str(), &plain) == 0 && plain != nullptr ? plain : "";
+    std::free(plain);
+    return out;
+}
+
 class AppTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { Start(); }
     void TearDown() override { Stop(); }
 
     void Start() {
+        vorn_dbg_stop();  // a log left open by an earlier test reopens under this test's root
         vorn_dbg_start();
         app = std::make_unique<TOLAApp>();
         ASSERT_TRUE(app->ReadSettings());
@@ -75,13 +89,11 @@ protected:
     std::vector<ardo::json> Journal(const std::string& call, int result = -1000) const {
         std::vector<ardo::json> lines;
         std::string text = root.readFile("/var/lib/ardo/calls.jsonl");
-        size_t start = 0;
-        while (start < text.size()) {
-            size_t end = text.find('\n', start);
-            std::string line = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
-            start = end == std::string::npos ? text.size() : end + 1;
-            ardo::json j = ardo::json::parse(line, nullptr, false);
-            if (j.is_object() && j.value("call", "") == call && (result == -1000 || j.value("result", 0) == result)) {
+        for (size_t start = 0, end; start < text.size(); start = end + 1) {
+            end = std::min(text.find('\n', start), text.size());
+            ardo::json j = ardo::json::parse(text.substr(start, end - start), nullptr, false);
+            if (j.is_object() && j.value("call", "") == call &&
+                (result == -1000 || j.value("result", 0) == result)) {
                 lines.push_back(j);
             }
         }

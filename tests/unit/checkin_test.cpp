@@ -2,39 +2,23 @@
 // preparation (interface and forced resolution).
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "app_fixture.h"
 #include "canned_http.h"
 #include "http_helper.h"
-#include "payload_cipher.h"
 
 using ardo::json;
 using tola_test::AppTest;
 using tola_test::CannedHttpServer;
+using tola_test::kFactoryKey;
 
 namespace {
 
-constexpr const char* kFactoryKey = "VeltraFactoryKey-2017";
 constexpr const char* kDeadUrl = "http://127.0.0.1:9";  // discard port: refused on loopback
-
-std::string Decrypt(const std::string& key, const std::string& text) {
-    char* plain = nullptr;
-    if (AesDecrypt(key.c_str(), text.c_str(), &plain) != 0 || plain == nullptr) {
-        return "";
-    }
-    std::string out = plain;
-    std::free(plain);
-    return out;
-}
 
 // The encrypted request inside an envelope of the sample's shape.
 std::string InnerOf(const std::string& envelope, const std::string& key) {
     json j = json::parse(envelope, nullptr, false);
-    if (!j.is_object() || !j.contains("Request")) {
-        return "";
-    }
-    return Decrypt(key, j["Request"].get<std::string>());
+    return j.is_object() ? tola_test::Decrypt(key, j.value("Request", "")) : "";
 }
 
 class CheckInTest : public AppTest {};
@@ -95,7 +79,8 @@ TEST_F(CheckInTest, UnparsableAnswerIsRetriedAtOnceOnTheSameCall) {
     EXPECT_EQ(Count(Log(), "Failed to parse Check-in Response"), 1u);
     // Only the accepted answer ends the data call.
     EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), 1u);
-    EXPECT_EQ(root.readFile("/opt/ardo/data/tola/tola_downloaded_config"), R"({"ResultCode":1,"Version":"7"})");
+    EXPECT_EQ(root.readFile("/opt/ardo/data/tola/tola_downloaded_config"),
+              R"({"ResultCode":1,"Version":"7"})");
     EXPECT_STREQ(Stored().lastCommand, "1");
 
     // The request that reached the portal has every device placeholder filled.
@@ -130,24 +115,22 @@ TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
     EXPECT_EQ(Count(Log(), "Failed to get host name from url."), 1u);
 }
 
-TEST_F(CheckInTest, ResolutionFailuresLeaveTheSystemResolver) {
+TEST_F(CheckInTest, NoForcedResolutionWithoutAnAnswerOrForOtherDataCallTypes) {
     root.writeFile("/opt/ardo/tmp/router2/resolv_data_usage.conf", "# no servers\n");
     HttpHelper client;
     app->PrepareRequest(client, "https://unknown.tola.test/checkin");
     EXPECT_EQ(client.GetResolveEntry(), "");
-    std::string log = Log();
     for (int timeout : {2, 4, 8, 16}) {
-        EXPECT_NE(log.find("sys_resolveHostName(timeout=" + std::to_string(timeout) + ") failed"), std::string::npos);
+        EXPECT_NE(Log().find("sys_resolveHostName(timeout=" + std::to_string(timeout) + ") failed"),
+                  std::string::npos);
     }
-}
-
-TEST_F(CheckInTest, OtherDataCallTypesLeaveTheClientAlone) {
     SetConfigValue("DataCallType", "1");
-    HttpHelper client;
-    app->PrepareRequest(client, "https://portal.tola.test/checkin");
-    EXPECT_EQ(client.GetInterface(), "");
-    EXPECT_EQ(client.GetResolveEntry(), "");
-    EXPECT_EQ(Log().find("[CALL_DNS]"), std::string::npos);
+    size_t lookups = Count(Log(), "[CALL_DNS]");
+    HttpHelper other;
+    app->PrepareRequest(other, "https://portal.tola.test/checkin");
+    EXPECT_EQ(other.GetInterface(), "");
+    EXPECT_EQ(other.GetResolveEntry(), "");
+    EXPECT_EQ(Count(Log(), "[CALL_DNS]"), lookups);
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 namespace {
 
 class ChecksTest : public ::testing::Test {
-protected:
+  protected:
     tola_test::TempRoot root;
     TOLAAgent agent;
 };
@@ -22,7 +22,8 @@ TEST_F(ChecksTest, AddressChecksReturnOneForUnacceptable) {
         std::string ip;
         int valid, privateRange, broadcastRange, networkOrBroadcast;
     } cases[] = {
-        // ip, IsValidIP, IsValidIPWithPrivateAddressRange, IsvalidIpWithBroadcastRange, IsNetworkOrBroadcastIp
+        // ip, IsValidIP, IsValidIPWithPrivateAddressRange, IsvalidIpWithBroadcastRange,
+        // IsNetworkOrBroadcastIp
         {"", 1, 1, 1, 1},  // an unread fourth number counts as 0
         {"1.2.3.4", 0, 1, 0, 0},
         {"172.32.0.1", 0, 1, 0, 0},
@@ -46,7 +47,7 @@ TEST_F(ChecksTest, AddressChecksReturnOneForUnacceptable) {
     }
 }
 
-TEST_F(ChecksTest, ComparisonsReadFourNumbers) {
+TEST_F(ChecksTest, ComparisonsAndRanges) {
     char ip[] = "192.168.1.10";
     EXPECT_EQ(agent.IPToInt32(ip), 0xC0A8010Au);
     EXPECT_EQ(agent.CheckSubnetMatch("192.168.1.1", "255.255.255.0", "192.168.1.200"), 1);
@@ -56,15 +57,11 @@ TEST_F(ChecksTest, ComparisonsReadFourNumbers) {
     EXPECT_FALSE(agent.validateIpWithDhcpRange("192.168.1.201", "192.168.1.100", "192.168.1.200"));
     EXPECT_EQ(agent.IsValidIpWithDhcp("192.168.1.1", "192.168.1.2"), 1);
     EXPECT_EQ(agent.IsValidIpWithDhcp("192.168.1.2", "192.168.1.2"), 0);
-}
-
-TEST_F(ChecksTest, DhcpRangeCountsTheBroadcastAddress) {
+    // The DHCP range counts the broadcast address.
     EXPECT_EQ(agent.IsValidDhcpRange("192.168.1.200", 56), 1);
     EXPECT_EQ(agent.IsValidDhcpRange("192.168.1.200", 55), 0);
     EXPECT_EQ(agent.IsValidDhcpRange("not an ip", 1), 1);
-}
-
-TEST_F(ChecksTest, PortRangesOverlapWhenTouching) {
+    // Port ranges overlap when they touch.
     EXPECT_FALSE(agent.CheckPortRanges(10, 20, 20, 30));
     EXPECT_TRUE(agent.CheckPortRanges(10, 19, 20, 30));
     EXPECT_FALSE(agent.CheckPortRanges(20, 30, 10, 20));
@@ -75,11 +72,9 @@ TEST_F(ChecksTest, SiteNamesAndURLs) {
     struct Case {
         const char* site;
         int result;
-    } cases[] = {
-        {"example.com", 0}, {"a-b.example.org", 0}, {"Ftp.example.com", 0}, {"ftp.example.com", 1},
-        {"FTP.example.com", 1}, {"localhost", 1},    {"example.c0m", 1},     {"exa mple.com", 1},
-        {"example.c", 1},
-    };
+    } cases[] = {{"example.com", 0},     {"a-b.example.org", 0}, {"Ftp.example.com", 0},
+                 {"ftp.example.com", 1}, {"FTP.example.com", 1}, {"localhost", 1},
+                 {"example.c0m", 1},     {"exa mple.com", 1},    {"example.c", 1}};
     for (const Case& c : cases) {
         EXPECT_EQ(agent.CheckForValidSiteName(c.site), c.result) << c.site;
     }
@@ -91,10 +86,9 @@ TEST_F(ChecksTest, DatesAreCheckedByShapeOnly) {
     struct Case {
         const char* date;
         bool valid;
-    } cases[] = {
-        {"12-31-2020", true}, {"02/31/2024", true}, {"01/02-1990", true}, {"2020-12-31", false},
-        {"13/01/2020", false}, {"1/01/2020", false}, {"12/00/2020", false}, {"12/31/20", false}, {"", false},
-    };
+    } cases[] = {{"12-31-2020", true},  {"02/31/2024", true},  {"01/02-1990", true},
+                 {"2020-12-31", false}, {"13/01/2020", false}, {"1/01/2020", false},
+                 {"12/00/2020", false}, {"12/31/20", false},   {"", false}};
     for (const Case& c : cases) {
         EXPECT_EQ(agent.isValidDateFormat(c.date), c.valid) << c.date;
     }
@@ -105,10 +99,10 @@ TEST_F(ChecksTest, MacAddresses) {
         const char* mac;
         bool valid;
     } cases[] = {
-        {"001122334455", true},       {"00:11:22:33:44:55", true},  {"00-11-22-33-44-55", true},
-        {"00:11-22:33-44:55", true},  {"aA:bB:cC:dD:eE:fF", true},  {"", false},
-        {":00:11:22:33:44:55", false}, {"0:011:22:33:44:55", false}, {"00:11:22:33:44", false},
-        {"00:11:22:33:44:55:", false}, {"00:11:22:33:44:5g", false}, {"0011:22:33:44:55", false},
+        {"001122334455", true},          {"00:11:22:33:44:55", true},  {"00-11-22-33-44-55", true},
+        {"00:11-22:33-44:55", true},     {"aA:bB:cC:dD:eE:fF", true},  {"", false},
+        {":00:11:22:33:44:55", false},   {"0:011:22:33:44:55", false}, {"00:11:22:33:44", false},
+        {"00:11:22:33:44:55:", false},   {"00:11:22:33:44:5g", false}, {"0011:22:33:44:55", false},
         {"00:11:22:33:44:55:66", false},
     };
     for (const Case& c : cases) {

@@ -1,34 +1,37 @@
 // The portal's check-in answer: parsing, what each result code changes, the receipt.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "app_fixture.h"
 #include "canned_http.h"
-#include "payload_cipher.h"
 #include "tola_json_parser.h"
 
 using ardo::json;
 using tola_test::AppTest;
 using tola_test::CannedHttpServer;
+using tola_test::Decrypt;
 
 namespace {
 
-constexpr const char* kFactoryKey = "VeltraFactoryKey-2017";
-
-std::string Decrypt(const std::string& key, const std::string& text) {
-    char* plain = nullptr;
-    if (AesDecrypt(key.c_str(), text.c_str(), &plain) != 0 || plain == nullptr) {
-        return "";
-    }
-    std::string out = plain;
-    std::free(plain);
-    return out;
-}
-
 class ResponseTest : public AppTest {
-protected:
+  protected:
     int Reboots() { return ardo::deviceStateValue<int>("/power/reboots", 0); }
+    // Saves an answer that carries a configuration and returns the receipt the portal received.
+    json ReceiptFor(const json& answer, const std::string& key, bool saved) {
+        CannedHttpServer portal({R"({"ResultCode":1,"Version":"1"})"});
+        Activate(portal.url(), key);
+        app->RecordModemInformation();  // as the check-in did before the answer came
+        std::string text = answer.dump();
+        EXPECT_EQ(app->SaveConfiguration(text), saved);
+        EXPECT_EQ(Reboots(), 0);
+        if (portal.bodies().size() != 1u) {
+            ADD_FAILURE() << portal.bodies().size() << " receipts";
+            return json();
+        }
+        json envelope = json::parse(portal.bodies()[0], nullptr, false);
+        EXPECT_EQ(envelope.value("IMEI", ""), "356938035643809");
+        return json::parse(Decrypt(key.empty() ? tola_test::kFactoryKey : key, envelope.value("Request", "")),
+                           nullptr, false);
+    }
 };
 
 TEST_F(ResponseTest, AnswerParsing) {
@@ -44,10 +47,12 @@ TEST_F(ResponseTest, AnswerParsing) {
         {R"({"ResultCode":1,"Version":"7"})", true, 1, "7", false, 0, ""},
         {R"({"ResultCode":0,"Version":"","Settings":{"CheckinIntervalInHours":24},"EncryptedConfiguration":"QUJD"})",
          true, 0, "", true, 24, "QUJD"},
-        {R"({"ResultCode":1,"Version":"3","Settings":{"CheckinIntervalInHours":"24"}})", true, 1, "3", false, 0, ""},
-        {R"({"ResultCode":1,"Version":"3","Settings":{"CheckinIntervalInHours":-5}})", true, 1, "3", false, 0, ""},
-        {R"({"ResultCode":1,"Version":"3","Settings":{"CheckinIntervalInHours":99999999999}})", true, 1, "3", false,
+        {R"({"ResultCode":1,"Version":"3","Settings":{"CheckinIntervalInHours":"24"}})", true, 1, "3", false,
          0, ""},
+        {R"({"ResultCode":1,"Version":"3","Settings":{"CheckinIntervalInHours":-5}})", true, 1, "3", false, 0,
+         ""},
+        {R"({"ResultCode":1,"Version":"3","Settings":{"CheckinIntervalInHours":99999999999}})", true, 1, "3",
+         false, 0, ""},
         {R"({"ResultCode":1})", false, 1, "", false, 0, ""},
         {R"({"ResultCode":1,"Version":7})", false, 1, "", false, 0, ""},
         {R"({"ResultCode":"1","Version":"7"})", false, 0, "7", false, 0, ""},
@@ -56,8 +61,8 @@ TEST_F(ResponseTest, AnswerParsing) {
         {R"([{"ResultCode":1,"Version":"7"}])", false, 0, "", false, 0, ""},
         {"<html>503</html>", false, 0, "", false, 0, ""},
         {"", false, 0, "", false, 0, ""},
-        {R"({"ResultCode":1,"Version":")" + std::string(2 * 1024 * 1024, 'v') + "\"}", true, 1, nullptr, false, 0,
-         ""},
+        {R"({"ResultCode":1,"Version":")" + std::string(2 * 1024 * 1024, 'v') + "\"}", true, 1, nullptr,
+         false, 0, ""},
         {std::string(100000, '['), false, 0, "", false, 0, ""},
     };
     for (const Case& c : cases) {
@@ -94,113 +99,79 @@ TEST_F(ResponseTest, KeyAndUrlAnswer) {
     }
 }
 
-TEST_F(ResponseTest, CodeOneChangesOnlyTheLastCommand) {
-    Activate("https://portal.tola.test/checkin", "key1");
-    ASSERT_TRUE(app->EstablishAdminApnCall(1));
-    tolaagent_runtime_config_t before = Stored();
-    std::string answer = R"({"ResultCode":1,"Version":"7"})";
-    EXPECT_TRUE(app->SaveConfiguration(answer));
-    tolaagent_runtime_config_t after = Stored();
-    EXPECT_STREQ(after.lastCommand, "1");
-    EXPECT_STREQ(after.version, before.version);
-    EXPECT_STREQ(after.checkInURL, before.checkInURL);
-    EXPECT_STREQ(after.payloadEncryptionKey, before.payloadEncryptionKey);
-    EXPECT_EQ(after.checkInFlag, before.checkInFlag);
-    EXPECT_EQ(after.checkInIntervalOverrideFlag, before.checkInIntervalOverrideFlag);
-    EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), 1u);
-    EXPECT_EQ(Reboots(), 0);
-}
-
 TEST_F(ResponseTest, ResultCodesChangeKeyUrlAndFlag) {
+    const std::string url = "https://portal.tola.test/checkin", longKey(500, 'k');
     struct Case {
         int code;
-        const char* key;
-        const char* url;
+        std::string answerKey, key, url;
         bool flag;
         const char* logged;
     } cases[] = {
-        {95, "new-key", "https://portal.tola.test/checkin", true, "New encrypt key no config follows"},
-        {97, "old-key", "https://other.tola.test/c", true, "New url no config follows"},
-        {99, "old-key", "https://portal.tola.test/checkin", false, "No new config disable check in flag"},
-        {2, "old-key", "https://portal.tola.test/checkin", true, "does not match with that available in portal"},
-        {3, "old-key", "https://portal.tola.test/checkin", true, "Incorrect device type"},
-        {4, "old-key", "https://portal.tola.test/checkin", true, "Incorrect imei"},
-        {57, "old-key", "https://portal.tola.test/checkin", true, "Received following error code from TOLA portal"},
+        {1, "new-key", "old-key", url, true, "Success no new configuration follows"},
+        {95, "new-key", "new-key", url, true, "New encrypt key no config follows"},
+        {95, longKey, longKey.substr(0, 127), url, true,
+         "New encrypt key no config follows"},  // cut to the field
+        {97, "new-key", "old-key", "https://other.tola.test/c", true, "New url no config follows"},
+        {99, "new-key", "old-key", url, false, "No new config disable check in flag"},
+        {2, "new-key", "old-key", url, true, "does not match with that available in portal"},
+        {3, "new-key", "old-key", url, true, "Incorrect device type"},
+        {4, "new-key", "old-key", url, true, "Incorrect imei"},
+        {57, "new-key", "old-key", url, true, "Received following error code from TOLA portal"},
     };
     for (const Case& c : cases) {
-        Activate("https://portal.tola.test/checkin", "old-key");
+        SCOPED_TRACE(c.code);
+        Activate(url, "old-key");
+        ASSERT_TRUE(app->EstablishAdminApnCall(1));
+        size_t disconnects = Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size();
         json answer = {{"ResultCode", c.code},
                        {"Version", "1"},
-                       {"DeviceEncryptionKey", "new-key"},
+                       {"DeviceEncryptionKey", c.answerKey},
                        {"CheckInUrl", "https://other.tola.test/c"}};
         std::string text = answer.dump();
-        EXPECT_TRUE(app->SaveConfiguration(text)) << c.code;
+        EXPECT_TRUE(app->SaveConfiguration(text));
         tolaagent_runtime_config_t stored = Stored();
-        EXPECT_STREQ(stored.payloadEncryptionKey, c.key) << c.code;
-        EXPECT_STREQ(stored.checkInURL, c.url) << c.code;
-        EXPECT_EQ(stored.checkInFlag, c.flag) << c.code;
+        EXPECT_EQ(stored.payloadEncryptionKey, c.key);
+        EXPECT_EQ(stored.checkInURL, c.url);
+        EXPECT_EQ(stored.checkInFlag, c.flag);
+        EXPECT_FALSE(stored.checkInIntervalOverrideFlag);
+        EXPECT_STREQ(stored.version, "0");
         EXPECT_EQ(stored.lastCommand, std::to_string(c.code));
-        EXPECT_NE(Log().find(c.logged), std::string::npos) << c.code;
+        EXPECT_NE(Log().find(c.logged), std::string::npos);
+        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), disconnects + 1);
     }
     EXPECT_EQ(Reboots(), 0);
 }
 
-TEST_F(ResponseTest, LongKeyAndUrlAreCutToTheirFields) {
-    Activate("https://portal.tola.test/checkin");
-    json answer = {{"ResultCode", 95}, {"Version", "1"}, {"DeviceEncryptionKey", std::string(500, 'k')}};
-    std::string text = answer.dump();
-    EXPECT_TRUE(app->SaveConfiguration(text));
-    EXPECT_EQ(std::string(Stored().payloadEncryptionKey), std::string(127, 'k'));
-}
-
 TEST_F(ResponseTest, IntervalOverrideSetsTheTimer) {
     Activate("https://portal.tola.test/checkin");
-    std::string text = R"({"ResultCode":1,"Version":"1","Settings":{"CheckinIntervalInHours":24}})";
-    EXPECT_TRUE(app->SaveConfiguration(text));
-    EXPECT_EQ(app->CheckInTimer().GetInterval(), 86400u);
-    EXPECT_TRUE(Stored().checkInIntervalOverrideFlag);
-    EXPECT_EQ(Stored().checkInInterval, 24u);
-    text = R"({"ResultCode":1,"Version":"1","Settings":{"CheckinIntervalInHours":2}})";
-    EXPECT_TRUE(app->SaveConfiguration(text));
-    EXPECT_EQ(app->CheckInTimer().GetInterval(), 7200u);
-    EXPECT_EQ(Stored().checkInInterval, 2u);
+    for (uint32_t hours : {24u, 2u}) {
+        std::string text = R"({"ResultCode":1,"Version":"1","Settings":{"CheckinIntervalInHours":)" +
+                           std::to_string(hours) + "}}";
+        EXPECT_TRUE(app->SaveConfiguration(text));
+        EXPECT_EQ(app->CheckInTimer().GetInterval(), hours * 3600);
+        EXPECT_TRUE(Stored().checkInIntervalOverrideFlag);
+        EXPECT_EQ(Stored().checkInInterval, hours);
+    }
 }
 
 TEST_F(ResponseTest, MissingConfigurationIsConfirmedWithCodeTwo) {
-    CannedHttpServer portal({R"({"ResultCode":1,"Version":"1"})"});
-    Activate(portal.url());
-    app->RecordModemInformation();  // as the check-in did before the answer came
-    std::string text = R"({"ResultCode":0,"Version":"5","EncryptedConfiguration":""})";
-    EXPECT_FALSE(app->SaveConfiguration(text));
-    ASSERT_EQ(portal.bodies().size(), 1u);
-    json envelope = json::parse(portal.bodies()[0], nullptr, false);
-    ASSERT_TRUE(envelope.is_object()) << portal.bodies()[0];
-    EXPECT_EQ(envelope["IMEI"], "356938035643809");
-    json receipt = json::parse(Decrypt(kFactoryKey, envelope["Request"].get<std::string>()), nullptr, false);
-    ASSERT_TRUE(receipt.is_object());
-    EXPECT_EQ(receipt["ErrorCode"], "2");
-    EXPECT_EQ(receipt["Version"], "5");
-    EXPECT_EQ(receipt["ErrorMessage"], "");
-    EXPECT_EQ(Reboots(), 0);
+    json receipt =
+        ReceiptFor({{"ResultCode", 0}, {"Version", "5"}, {"EncryptedConfiguration", ""}}, "", false);
+    EXPECT_EQ(receipt.value("ErrorCode", ""), "2");
+    EXPECT_EQ(receipt.value("Version", ""), "5");
+    EXPECT_EQ(receipt.value("ErrorMessage", "unset"), "");
     EXPECT_EQ(Stored().aclConfigStatus, 0);
 }
 
 TEST_F(ResponseTest, UndecryptableConfigurationIsConfirmedAsAFailure) {
-    CannedHttpServer portal({R"({"ResultCode":1,"Version":"1"})"});
-    Activate(portal.url(), "device-key");
     // Encrypted with a key the device does not hold: decrypts to garbage that does not parse.
     char* wrong = nullptr;
     ASSERT_EQ(AesEncrypt("another-key", R"([{"LANSettings":{}}])", &wrong), 0);
     json answer = {{"ResultCode", 0}, {"Version", "5"}, {"EncryptedConfiguration", wrong}};
     std::free(wrong);
-    std::string text = answer.dump();
-    EXPECT_TRUE(app->SaveConfiguration(text));
-    ASSERT_EQ(portal.bodies().size(), 1u);
-    json envelope = json::parse(portal.bodies()[0]);
-    json receipt = json::parse(Decrypt("device-key", envelope["Request"].get<std::string>()), nullptr, false);
+    json receipt = ReceiptFor(answer, "device-key", true);
     ASSERT_TRUE(receipt.is_object());
     EXPECT_NE(receipt["ErrorCode"], "0");
-    EXPECT_EQ(Reboots(), 0);
     EXPECT_STRNE(Stored().version, "5");
 }
 
@@ -210,7 +181,8 @@ TEST_F(ResponseTest, ReceiptIsFilledTrimmedAndEncrypted) {
     app->mVersion = "9";
     app->mResultCode = 151;
     app->mResultMessage = "Invalid LAN";
-    std::string receipt = "\n\n{\"V\":\"%VERSION%\",\"C\":\"%ERRCD%\",\"M\":\"%ERRMSG%\",\"I\":\"%IMEI%\"}\n\n";
+    std::string receipt =
+        "\n\n{\"V\":\"%VERSION%\",\"C\":\"%ERRCD%\",\"M\":\"%ERRMSG%\",\"I\":\"%IMEI%\"}\n\n";
     std::string checkIn = "{\"IMEI\":\"%IMEI%\",\"Request\":\"%ENCRYPTEDREQUEST%\"}";
     EXPECT_TRUE(app->ProcessReceipt(receipt, checkIn));
     EXPECT_EQ(receipt, "{\"V\":\"9\",\"C\":\"151\",\"M\":\"Invalid LAN\",\"I\":\"%IMEI%\"}");

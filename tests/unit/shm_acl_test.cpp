@@ -16,9 +16,8 @@ namespace {
 class SharedAclTest : public ::testing::Test {
   protected:
     void SetUp() override { vorn_dbg_stop(); }
-    std::string log() const { return root.readFile("/var/log/tola.log"); }
     size_t countInLog(const std::string& text) const {
-        std::string all = log();
+        std::string all = root.readFile("/var/log/tola.log");
         size_t n = 0;
         for (size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + 1)) {
             ++n;
