@@ -75,18 +75,10 @@ TEST_F(DataUsageTest, NoFiguresWithoutAFreshNotice) {
 }
 
 TEST_F(DataUsageTest, PlanLinesGiveTheEightTexts) {
-    json line = {{"type", "Line"},
-                 {"allowance", "10"},
-                 {"unit", "GB"},
-                 {"usage", "2.35"},
-                 {"cycle_end_date", "2024-05-31"},
-                 {"prepay", "N"}};
-    json shared = {{"type", "Shared"},
-                   {"allowance", "50"},
-                   {"unit", "GB"},
-                   {"usage", "17.80"},
-                   {"cycle_end_date", "2024-06-30"},
-                   {"prepay", "Y"}};
+    json line = json::parse(
+        R"({"type":"Line","allowance":"10","unit":"GB","usage":"2.35","cycle_end_date":"2024-05-31","prepay":"N"})");
+    json shared = json::parse(R"({"type":"Shared","allowance":"50","unit":"GB","usage":"17.80",
+                                   "cycle_end_date":"2024-06-30","prepay":"Y"})");
     json quoted = line;
     quoted["usage"] = "2\"35";
     json empty = line;

@@ -35,45 +35,43 @@ class ResponseTest : public AppTest {
 };
 
 TEST_F(ResponseTest, AnswerParsing) {
+    const std::string interval = R"({"ResultCode":1,"Version":"3","Settings":{"CheckinIntervalInHours":)";
     struct Case {
         std::string text;
         bool ok;
         int code;
-        const char* version;
-        bool interval;
-        int hours;
+        const char* version;  // null: not checked
+        int hours;            // 0: no interval taken
         const char* configuration;
     } cases[] = {
-        {R"({"ResultCode":1,"Version":"7"})", true, 1, "7", false, 0, ""},
+        {R"({"ResultCode":1,"Version":"7"})", true, 1, "7", 0, ""},
         {R"({"ResultCode":0,"Version":"","Settings":{"CheckinIntervalInHours":24},"EncryptedConfiguration":"QUJD"})",
-         true, 0, "", true, 24, "QUJD"},
-        {R"({"ResultCode":1,"Version":"3","Settings":{"CheckinIntervalInHours":"24"}})", true, 1, "3", false,
-         0, ""},
-        {R"({"ResultCode":1,"Version":"3","Settings":{"CheckinIntervalInHours":-5}})", true, 1, "3", false, 0,
+         true, 0, "", 24, "QUJD"},
+        {interval + "\"24\"}}", true, 1, "3", 0, ""},
+        {interval + "-5}}", true, 1, "3", 0, ""},
+        {interval + "99999999999}}", true, 1, "3", 0, ""},
+        {R"({"ResultCode":1})", false, 1, "", 0, ""},
+        {R"({"ResultCode":1,"Version":7})", false, 1, "", 0, ""},
+        {R"({"ResultCode":"1","Version":"7"})", false, 0, "7", 0, ""},
+        {R"({"ResultCode":1.5,"Version":"7"})", false, 0, "7", 0, ""},
+        {R"({"Version":"7"})", false, 0, "7", 0, ""},
+        {R"([{"ResultCode":1,"Version":"7"}])", false, 0, "", 0, ""},
+        {"<html>503</html>", false, 0, "", 0, ""},
+        {"", false, 0, "", 0, ""},
+        {R"({"ResultCode":1,"Version":")" + std::string(2 * 1024 * 1024, 'v') + "\"}", true, 1, nullptr, 0,
          ""},
-        {R"({"ResultCode":1,"Version":"3","Settings":{"CheckinIntervalInHours":99999999999}})", true, 1, "3",
-         false, 0, ""},
-        {R"({"ResultCode":1})", false, 1, "", false, 0, ""},
-        {R"({"ResultCode":1,"Version":7})", false, 1, "", false, 0, ""},
-        {R"({"ResultCode":"1","Version":"7"})", false, 0, "7", false, 0, ""},
-        {R"({"ResultCode":1.5,"Version":"7"})", false, 0, "7", false, 0, ""},
-        {R"({"Version":"7"})", false, 0, "7", false, 0, ""},
-        {R"([{"ResultCode":1,"Version":"7"}])", false, 0, "", false, 0, ""},
-        {"<html>503</html>", false, 0, "", false, 0, ""},
-        {"", false, 0, "", false, 0, ""},
-        {R"({"ResultCode":1,"Version":")" + std::string(2 * 1024 * 1024, 'v') + "\"}", true, 1, nullptr,
-         false, 0, ""},
-        {std::string(100000, '['), false, 0, "", false, 0, ""},
+        {std::string(100000, '['), false, 0, "", 0, ""},
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 80));
         std::string text = c.text;
         TOLAJSONParser parser(app.get());
-        EXPECT_EQ(parser.ProcessCheckinResponse(text), c.ok) << c.text.substr(0, 80);
-        EXPECT_EQ(app->mResultCode, c.code) << c.text.substr(0, 80);
+        EXPECT_EQ(parser.ProcessCheckinResponse(text), c.ok);
+        EXPECT_EQ(app->mResultCode, c.code);
         if (c.version != nullptr) {
-            EXPECT_EQ(app->mVersion, c.version) << c.text.substr(0, 80);
+            EXPECT_EQ(app->mVersion, c.version);
         }
-        EXPECT_EQ(app->mCheckInIntervalPresent, c.interval) << c.text.substr(0, 80);
+        EXPECT_EQ(app->mCheckInIntervalPresent, c.hours != 0);
         EXPECT_EQ(app->mCheckInIntervalHours, c.hours);
         EXPECT_EQ(text, c.configuration);
     }
