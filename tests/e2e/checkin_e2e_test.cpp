@@ -106,6 +106,7 @@ TEST_F(CheckInE2E, PortalReceivesAFullyFilledRequestOverHttps) {
 }
 
 TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
+    const json kDocument = json::parse(R"([{"AccessControlSettings": {"WiFiSSID": {"Lock": true}}}])");
     struct Case {
         json answer;
         std::vector<std::string> expected;  // the first is waited for
@@ -116,10 +117,22 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
          {"<CheckInURL>https://moved.tola.test/checkin</CheckInURL>"}},
         {{{"ResultCode", 99}, {"Version", "3"}},
          {"<LastCommand>99</LastCommand>", "<CheckInFlag>false</CheckInFlag>"}},
+        // A configuration follows: applied, confirmed with a receipt, the new version kept.
+        {{{"ResultCode", 94}, {"Version", "4"}, {"DeviceEncryptionKey", "key-with-config"}, {"Configuration", kDocument}},
+         {"<AclConfigStatus>2</AclConfigStatus>", "<PayloadEncryptionKey>key-with-config</PayloadEncryptionKey>",
+          "<Version>4</Version>", "<Name>WiFiSSID</Name>"}},
+        {{{"ResultCode", 96}, {"Version", "5"}, {"CheckInUrl", "https://127.0.0.1:PORT"}, {"Configuration", kDocument}},
+         {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInURL>https://127.0.0.1:", "<Version>5</Version>"}},
+        {{{"ResultCode", 98}, {"Version", "6"}, {"Configuration", kDocument}},
+         {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInFlag>false</CheckInFlag>", "<Version>6</Version>"}},
     };
     StartPortal(json::object());
     setenv("ARDO_CA_FILE", caFile.c_str(), 1);
-    for (const Case& c : cases) {
+    for (Case& c : cases) {
+        if (c.answer.contains("CheckInUrl")) {
+            c.answer["CheckInUrl"] = std::regex_replace(c.answer["CheckInUrl"].get<std::string>(),
+                                                        std::regex("PORT"), httpsPort);
+        }
         SCOPED_TRACE(c.answer.dump());
         root.remove("/opt/ardo/data/tola/acl_config.xml");
         root.remove("/opt/ardo/data/tola/acl_config.xml.bkp");
@@ -127,6 +140,8 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
         HttpHelper admin;
         std::string answer;
         int status = 0;
+        // Each case starts from a new device: the portal forgets the key it handed out before.
+        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/reset", "", answer, status);
         admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/answers", c.answer.dump(), answer,
                                 status);
         ASSERT_EQ(status, 200);
@@ -141,6 +156,12 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
         StopAgent();
         for (const std::string& text : c.expected) {
             EXPECT_NE(Acl().find(text), std::string::npos) << text << Acl();
+        }
+        if (c.answer.contains("Configuration")) {
+            json last = Received().back();
+            EXPECT_EQ(last["kind"], "receipt") << last.dump();
+            EXPECT_EQ(last["request"]["ErrorCode"], "0") << last.dump();
+            EXPECT_NE(Log().find("Configuration is applied successfully. Rebooting system."), std::string::npos);
         }
     }
 }
