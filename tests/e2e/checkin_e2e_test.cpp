@@ -118,20 +118,28 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
         {{{"ResultCode", 99}, {"Version", "3"}},
          {"<LastCommand>99</LastCommand>", "<CheckInFlag>false</CheckInFlag>"}},
         // A configuration follows: applied, confirmed with a receipt, the new version kept.
-        {{{"ResultCode", 94}, {"Version", "4"}, {"DeviceEncryptionKey", "key-with-config"}, {"Configuration", kDocument}},
-         {"<AclConfigStatus>2</AclConfigStatus>", "<PayloadEncryptionKey>key-with-config</PayloadEncryptionKey>",
-          "<Version>4</Version>", "<Name>WiFiSSID</Name>"}},
-        {{{"ResultCode", 96}, {"Version", "5"}, {"CheckInUrl", "https://127.0.0.1:PORT"}, {"Configuration", kDocument}},
+        {{{"ResultCode", 94},
+          {"Version", "4"},
+          {"DeviceEncryptionKey", "key-with-config"},
+          {"Configuration", kDocument}},
+         {"<AclConfigStatus>2</AclConfigStatus>",
+          "<PayloadEncryptionKey>key-with-config</PayloadEncryptionKey>", "<Version>4</Version>",
+          "<Name>WiFiSSID</Name>"}},
+        {{{"ResultCode", 96},
+          {"Version", "5"},
+          {"CheckInUrl", "https://127.0.0.1:PORT"},
+          {"Configuration", kDocument}},
          {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInURL>https://127.0.0.1:", "<Version>5</Version>"}},
         {{{"ResultCode", 98}, {"Version", "6"}, {"Configuration", kDocument}},
-         {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInFlag>false</CheckInFlag>", "<Version>6</Version>"}},
+         {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInFlag>false</CheckInFlag>",
+          "<Version>6</Version>"}},
     };
     StartPortal(json::object());
     setenv("ARDO_CA_FILE", caFile.c_str(), 1);
     for (Case& c : cases) {
         if (c.answer.contains("CheckInUrl")) {
-            c.answer["CheckInUrl"] = std::regex_replace(c.answer["CheckInUrl"].get<std::string>(),
-                                                        std::regex("PORT"), httpsPort);
+            c.answer["CheckInUrl"] =
+                std::regex_replace(c.answer["CheckInUrl"].get<std::string>(), std::regex("PORT"), httpsPort);
         }
         SCOPED_TRACE(c.answer.dump());
         root.remove("/opt/ardo/data/tola/acl_config.xml");
@@ -161,7 +169,8 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
             json last = Received().back();
             EXPECT_EQ(last["kind"], "receipt") << last.dump();
             EXPECT_EQ(last["request"]["ErrorCode"], "0") << last.dump();
-            EXPECT_NE(Log().find("Configuration is applied successfully. Rebooting system."), std::string::npos);
+            EXPECT_NE(Log().find("Configuration is applied successfully. Rebooting system."),
+                      std::string::npos);
         }
     }
 }

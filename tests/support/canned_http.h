@@ -11,7 +11,7 @@
 namespace tola_test {
 
 class CannedHttpServer {
-public:
+  public:
     // Each answer is the body of a "200 OK" with Content-Type application/json.
     explicit CannedHttpServer(std::vector<std::string> answers);
     ~CannedHttpServer();
@@ -23,7 +23,7 @@ public:
     std::string url() const { return "http://127.0.0.1:" + std::to_string(mPort); }
     std::vector<std::string> bodies();
 
-private:
+  private:
     void serve();
 
     std::vector<std::string> mAnswers;

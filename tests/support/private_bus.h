@@ -12,7 +12,7 @@ namespace tola_test {
 // everything allowed) and points ARDO_BUS_ADDRESS at it; on destruction stops the daemon,
 // restores the variable and removes the folder. Never touches a system or session bus.
 class PrivateBus {
-public:
+  public:
     PrivateBus();
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
@@ -20,7 +20,7 @@ public:
 
     const std::string& address() const { return mAddress; }
 
-private:
+  private:
     std::string mDir;
     std::string mAddress;
     pid_t mPid = -1;
@@ -30,7 +30,7 @@ private:
 
 // Runs a binary with the test's environment; its stdout and stderr go to outputFile.
 class ChildProcess {
-public:
+  public:
     ChildProcess(const std::string& binary, const std::vector<std::string>& args,
                  const std::string& outputFile);
     // Kills (SIGKILL) and reaps the process if it is still running.
@@ -45,7 +45,7 @@ public:
     // -1 or minus the signal number).
     bool waitForExit(int& exitStatus, int timeoutMs);
 
-private:
+  private:
     pid_t mPid = -1;
     bool mReaped = false;
     int mStatus = 0;

@@ -44,7 +44,7 @@ void run(const std::string& command) {
 // TempRoot: nothing a test does may reach the machine's real /var or /opt, or the device's
 // real ACL segment key.
 class ProcessRootEnvironment : public ::testing::Environment {
-public:
+  public:
     void SetUp() override {
         char templ[] = "/tmp/tola-test-process-XXXXXX";
         if (mkdtemp(templ) != nullptr) {
@@ -65,7 +65,7 @@ public:
         }
     }
 
-private:
+  private:
     std::string mDir;
     int mKey = 0;
 };
@@ -113,14 +113,18 @@ void TempRoot::writeFile(const std::string& devicePath, const std::string& conte
     out << content;
 }
 
-std::string TempRoot::readFile(const std::string& devicePath) const { return readWholeFile(path(devicePath)); }
+std::string TempRoot::readFile(const std::string& devicePath) const {
+    return readWholeFile(path(devicePath));
+}
 
 bool TempRoot::exists(const std::string& devicePath) const {
     struct stat st {};
     return stat(path(devicePath).c_str(), &st) == 0;
 }
 
-void TempRoot::remove(const std::string& devicePath) const { ::unlink(path(devicePath).c_str()); }
+void TempRoot::remove(const std::string& devicePath) const {
+    ::unlink(path(devicePath).c_str());
+}
 
 std::string readWholeFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

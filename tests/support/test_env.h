@@ -10,7 +10,7 @@ namespace tola_test {
 // ARDO_SHM_KEY and ARDO_TIME_SCALE at it; restores the environment and removes the root, the
 // device state and the ACL segment on destruction.
 class TempRoot {
-public:
+  public:
     explicit TempRoot(bool bare = false, double timeScale = 1000.0);
     ~TempRoot();
     TempRoot(const TempRoot&) = delete;
@@ -25,7 +25,7 @@ public:
     bool exists(const std::string& devicePath) const;
     void remove(const std::string& devicePath) const;
 
-private:
+  private:
     std::string mDir;
     int mShmKey;
     std::string mOldRoot, mOldKey, mOldScale;
