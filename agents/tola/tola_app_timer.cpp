@@ -71,6 +71,21 @@ time_t dateTextToSeconds(const char* text) {
     return mktime(&broken);
 }
 
+// The network time as a date text, and both it and the last check-in date in seconds. The
+// platform's result when the network time is not available, else 0.
+int checkInDates(const char* lastCheckInDate, char (&currentDate)[TOLA_TEXT_SIZE], time_t& now,
+                 time_t& last) {
+    time_t networkTime = 0;
+    int rc = sys_getNetworkTime(&networkTime);
+    if (rc != 0) {
+        return rc;
+    }
+    formatUtcDate(networkTime, currentDate, sizeof currentDate);
+    now = dateTextToSeconds(currentDate);
+    last = dateTextToSeconds(lastCheckInDate);
+    return 0;
+}
+
 }  // namespace
 
 bool TOLAApp::OnThreadNotify(unsigned int timerId) {
@@ -124,17 +139,15 @@ int TOLAApp::resetMaintenanceThread() {
 
 int TOLAApp::getRemainingSeconds(long long unsigned int& remaining) {
     TOLA_TRACE();
-    time_t networkTime = 0;
-    int rc = sys_getNetworkTime(&networkTime);
+    char currentDate[TOLA_TEXT_SIZE];
+    time_t now = 0;
+    time_t last = 0;
+    int rc = checkInDates(runtimeConfig.lastCheckInDate, currentDate, now, last);
     if (rc != 0) {
         TLOG_SYS(TOLA_LOG_ERROR,
                  "[%s]:[%s] - getNetworkTime failed during calculating remaining seconds rc [%d]\n", rc);
         return trace.Returning(1);
     }
-    char currentDate[TOLA_TEXT_SIZE];
-    formatUtcDate(networkTime, currentDate, sizeof currentDate);
-    time_t now = dateTextToSeconds(currentDate);
-    time_t last = dateTextToSeconds(runtimeConfig.lastCheckInDate);
     // No last date (or one in the future), the period over, or no portal interval: remaining
     // stays 0 and the caller checks in at once.
     if (last != 0 && last < now) {
@@ -154,17 +167,15 @@ int TOLAApp::getRemainingSeconds(long long unsigned int& remaining) {
 
 int TOLAApp::getRemainingDays(int& days) {
     TOLA_TRACE();
-    time_t networkTime = 0;
-    int rc = sys_getNetworkTime(&networkTime);
+    char currentDate[TOLA_TEXT_SIZE];
+    time_t now = 0;
+    time_t last = 0;
+    int rc = checkInDates(runtimeConfig.lastCheckInDate, currentDate, now, last);
     if (rc != 0) {
         TLOG_SYS(TOLA_LOG_ERROR,
                  "[%s]:[%s] - getNetworkTime failed during caluculating remaning days rc [%d]\n", rc);
         return trace.Returning(1);
     }
-    char currentDate[TOLA_TEXT_SIZE];
-    formatUtcDate(networkTime, currentDate, sizeof currentDate);
-    time_t now = dateTextToSeconds(currentDate);
-    time_t last = dateTextToSeconds(runtimeConfig.lastCheckInDate);
     // Whole days since the last check-in, and whole days of the portal's period still to go.
     int elapsedDays = 0;
     int remainingDays = 0;
