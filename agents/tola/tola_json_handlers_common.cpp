@@ -45,8 +45,11 @@ void copyText(char* dst, size_t size, const char* text) {
     if (dst == nullptr || size == 0) {
         return;
     }
-    size_t n = text != nullptr ? strnlen(text, size - 1) : 0;
-    memcpy(dst, text, n);
+    size_t n = 0;
+    if (text != nullptr) {
+        n = strnlen(text, size - 1);
+        memcpy(dst, text, n);
+    }
     dst[n] = '\0';
 }
 
