@@ -101,8 +101,8 @@ int HttpHelper::ExecuteGetRequest(const std::string& url, const std::string& bod
         curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
         httpStatus = static_cast<int>(status);
     } else {
-        vorn_dbg_log(3, "HttpHelper: %s: %s (curl %d)%s", url.c_str(),
-                     error[0] ? error : curl_easy_strerror(result), static_cast<int>(result),
+        vorn_dbg_log(3, "[%s]:[%s] - HttpHelper: %s: %s (curl %d)%s", "TOLA", vorn_dbg_get_level_name(3),
+                     url.c_str(), error[0] ? error : curl_easy_strerror(result), static_cast<int>(result),
                      sink.overflow ? ", answer too large" : "");
         response.clear();
     }

@@ -1,13 +1,11 @@
 // Host logging: the debug log file var/log/tola.log under the root (optionally mirrored to
 // stderr with ARDO_LOG_STDERR=1) and syslog(3).
-#include <sys/time.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <mutex>
 #include <string>
 
@@ -35,18 +33,6 @@ void openLocked() {
     gLogFile = std::fopen(path.c_str(), "ae");
     const char* mirror = std::getenv("ARDO_LOG_STDERR");
     gMirror = mirror != nullptr && std::strcmp(mirror, "1") == 0;
-}
-
-// "2026-11-21 07:10:00.123 [pid:tid] " in front of every debug-log line.
-void stamp(char* buffer, size_t size) {
-    struct timeval tv {};
-    sys_gettimeofday(&tv);
-    struct tm tmv {};
-    time_t seconds = tv.tv_sec;
-    gmtime_r(&seconds, &tmv);
-    char date[32];
-    std::strftime(date, sizeof date, "%Y-%m-%d %H:%M:%S", &tmv);
-    std::snprintf(buffer, size, "%s.%03ld ", date, static_cast<long>(tv.tv_usec / 1000));
 }
 
 }  // namespace
@@ -103,13 +89,9 @@ void vorn_dbg_vlog(int level, const char* format, va_list args) {
     if (text.empty() || text.back() != '\n') {
         text.push_back('\n');
     }
-    char prefix[64];
-    stamp(prefix, sizeof prefix);
-
     std::lock_guard<std::mutex> guard(gLogMutex);
     openLocked();
     if (gLogFile != nullptr) {
-        std::fputs(prefix, gLogFile);
         std::fputs(text.c_str(), gLogFile);
         std::fflush(gLogFile);
     }
