@@ -107,6 +107,17 @@ int applyRules(TOLAAgent& agent, yajl_val group, const KeyRule (&rules)[N], Grou
 // The member `name` of element when it has the wanted kind, else null.
 yajl_val groupOf(yajl_val element, const char* name, yajl_type kind);
 
+// The settings object the handlers fill (null without one).
+inline TOLAAgent* agentOf(context_t* ctx) {
+    return ctx != nullptr ? ctx->agent : nullptr;
+}
+
+// Opens a group handler: the group object `name` of element, with the settings object in agent.
+// When either is missing, writes the group's NO-object line (absentFormat, given the handler's
+// name) and returns null: the group then stays as it was.
+yajl_val openGroup(yajl_val element, const char* name, context_t* ctx, const char* absentFormat,
+                   const char* handler, TOLAAgent*& agent);
+
 // Writes a refusal: the log line (syslog and debug log, level 3) and the user text.
 int refuse(TOLAAgent& agent, int code, const char* log, const char* user);
 

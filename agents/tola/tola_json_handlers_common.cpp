@@ -198,6 +198,17 @@ yajl_val groupOf(yajl_val element, const char* name, yajl_type kind) {
     return tola_tree_get(element, path, kind);
 }
 
+yajl_val openGroup(yajl_val element, const char* name, context_t* ctx, const char* absentFormat,
+                   const char* handler, TOLAAgent*& agent) {
+    agent = agentOf(ctx);
+    yajl_val group = groupOf(element, name, yajl_t_object);
+    if (group == nullptr || agent == nullptr) {
+        TLOG(TOLA_LOG_INFO, absentFormat, handler);
+        return nullptr;
+    }
+    return group;
+}
+
 }  // namespace tola_json
 
 // ---- The handler sequence -------------------------------------------------------------------

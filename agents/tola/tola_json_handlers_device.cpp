@@ -8,10 +8,6 @@ using namespace tola_json;
 
 namespace {
 
-TOLAAgent* agentOf(context_t* ctx) {
-    return ctx != nullptr ? ctx->agent : nullptr;
-}
-
 const Choice kGPSTurnOff[] = {{"Always on", 1, nullptr}, {"Turn off on power down", 0, nullptr}};
 const Choice kLogsDeletion[] = {
     {"After 1 day", 1, nullptr},
@@ -84,10 +80,11 @@ const Choice kAccessTypes[] = {
 
 int handleGPSSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "GPSSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO  GPSSettings Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "GPSSettings", ctx, "[%s]:[%s] - %s - NO  GPSSettings Object in the JSON data",
+                  __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -115,10 +112,10 @@ int handleGPSSettingsInfo(yajl_val element, context_t* ctx) {
 
 int handleLogsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "LogsSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO Logs Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group = openGroup(element, "LogsSettings", ctx,
+                               "[%s]:[%s] - %s - NO Logs Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -137,10 +134,11 @@ int handleLogsInfo(yajl_val element, context_t* ctx) {
 
 int handleUSBModePreferencesInfo(yajl_val devicePreferences, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(devicePreferences, "USBModePreferences", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO USBModePreferences Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(devicePreferences, "USBModePreferences", ctx,
+                  "[%s]:[%s] - %s - NO USBModePreferences Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -159,10 +157,11 @@ int handleUSBModePreferencesInfo(yajl_val devicePreferences, context_t* ctx) {
 
 int handleAudioPreferencesInfo(yajl_val devicePreferences, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(devicePreferences, "AudioPreferences", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO AudioPreferences Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(devicePreferences, "AudioPreferences", ctx,
+                  "[%s]:[%s] - %s - NO AudioPreferences Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
 #define TOLA_SOUND(key, mask, label)                                                          \
@@ -199,10 +198,11 @@ int handleAudioPreferencesInfo(yajl_val devicePreferences, context_t* ctx) {
 
 int handleDisplaySettingsInfo(yajl_val devicePreferences, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(devicePreferences, "DisplaySettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO DisplaySettings Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(devicePreferences, "DisplaySettings", ctx,
+                  "[%s]:[%s] - %s - NO DisplaySettings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -242,10 +242,11 @@ int handleDisplaySettingsInfo(yajl_val devicePreferences, context_t* ctx) {
 
 int handleDevicePreferencesInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "DevicePreferences", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO DevicePreferences Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "DevicePreferences", ctx,
+                  "[%s]:[%s] - %s - NO DevicePreferences Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -314,11 +315,11 @@ int handleDevicePreferencesInfo(yajl_val element, context_t* ctx) {
 
 int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "VornSharingSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO File Sharing Settings Object in the JSON data",
-             __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "VornSharingSettings", ctx,
+                  "[%s]:[%s] - %s - NO File Sharing Settings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {

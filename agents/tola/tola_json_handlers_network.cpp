@@ -9,10 +9,6 @@ using namespace tola_json;
 namespace {
 
 // A group handler's frame: the BEGIN/END lines and the agent, or null when the context has none.
-TOLAAgent* agentOf(context_t* ctx) {
-    return ctx != nullptr ? ctx->agent : nullptr;
-}
-
 const Choice kAppTypes[] = {
     {"TCP", static_cast<int>(SYS_APP_PROTOCOL_TCP), nullptr},
     {"UDP", static_cast<int>(SYS_APP_PROTOCOL_UDP), nullptr},
@@ -184,10 +180,11 @@ int handleWhiteListedDevicesInfo(yajl_val element, context_t* ctx) {
 
 int handleReservedIpSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "ReservedIpSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO Reserved IP Settings Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "ReservedIpSettings", ctx,
+                  "[%s]:[%s] - %s - NO Reserved IP Settings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     yajl_val list = groupOf(group, "ReservedIpList", yajl_t_array);
@@ -241,10 +238,11 @@ int handleReservedIpSettingsInfo(yajl_val element, context_t* ctx) {
 
 int handleManualDNSSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "ManualDNSSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO  ManualDNSSettings Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "ManualDNSSettings", ctx,
+                  "[%s]:[%s] - %s - NO  ManualDNSSettings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -266,10 +264,11 @@ int handleManualDNSSettingsInfo(yajl_val element, context_t* ctx) {
 
 int handleFirewallSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "FirewallSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO FirewallSettings Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "FirewallSettings", ctx,
+                  "[%s]:[%s] - %s - NO FirewallSettings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -294,10 +293,11 @@ int handleFirewallSettingsInfo(yajl_val element, context_t* ctx) {
 
 int handleMacfilterSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "MACFilterSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO MacFilterSettings Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "MACFilterSettings", ctx,
+                  "[%s]:[%s] - %s - NO MacFilterSettings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -311,10 +311,11 @@ int handleMacfilterSettingsInfo(yajl_val element, context_t* ctx) {
 
 int handleLANSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "LANSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO LANSettings Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "LANSettings", ctx, "[%s]:[%s] - %s - NO LANSettings Object in the JSON data",
+                  __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -349,11 +350,11 @@ int handleLANSettingsInfo(yajl_val element, context_t* ctx) {
 
 int handleMobileNetworkSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "NetworkSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO MobileNetwork Settings Object in the JSON data",
-             __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "NetworkSettings", ctx,
+                  "[%s]:[%s] - %s - NO MobileNetwork Settings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
 #define TOLA_NET_TEXT_SLOT(which)                                                        \
@@ -467,11 +468,11 @@ int handlePortFilterCustomApps(yajl_val apps, context_t* ctx) {
 
 int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "PortFilteringSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO PortFiltering Settings Object in the JSON data",
-             __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "PortFilteringSettings", ctx,
+                  "[%s]:[%s] - %s - NO PortFiltering Settings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -656,10 +657,11 @@ int handlePortForwardCustomApps(yajl_val apps, context_t* ctx) {
 
 int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = agentOf(ctx);
-    yajl_val group = groupOf(element, "PortForwardingSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO PortForwarding Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "PortForwardingSettings", ctx,
+                  "[%s]:[%s] - %s - NO PortForwarding Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {

@@ -62,10 +62,11 @@ const Choice kSecurityQuestions[] = {
 
 int handleWiFiNetworkSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = ctx != nullptr ? ctx->agent : nullptr;
-    yajl_val group = groupOf(element, "WiFiNetworkSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO WiFiNetworkSettings Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "WiFiNetworkSettings", ctx,
+                  "[%s]:[%s] - %s - NO WiFiNetworkSettings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -113,11 +114,11 @@ int handleWiFiNetworkSettingsInfo(yajl_val element, context_t* ctx) {
 
 int handleWiFiGuestNetworkSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = ctx != nullptr ? ctx->agent : nullptr;
-    yajl_val group = groupOf(element, "WiFiGuestNetworkSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO WiFiGuestNetworkSettings Object in the JSON data",
-             __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group = openGroup(element, "WiFiGuestNetworkSettings", ctx,
+                               "[%s]:[%s] - %s - NO WiFiGuestNetworkSettings Object in the JSON data",
+                               __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -163,10 +164,11 @@ int handleWiFiGuestNetworkSettingsInfo(yajl_val element, context_t* ctx) {
 
 int handleWiFiAdvancedSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = ctx != nullptr ? ctx->agent : nullptr;
-    yajl_val group = groupOf(element, "WiFiAdvancedSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO WiFiAdvancedSettings Object in the JSON data", __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "WiFiAdvancedSettings", ctx,
+                  "[%s]:[%s] - %s - NO WiFiAdvancedSettings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
@@ -230,11 +232,11 @@ int handleWiFiAdvancedSettingsInfo(yajl_val element, context_t* ctx) {
 
 int handleAdminPasswordSettingsInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    TOLAAgent* agent = ctx != nullptr ? ctx->agent : nullptr;
-    yajl_val group = groupOf(element, "AdminPasswordSettings", yajl_t_object);
-    if (group == nullptr || agent == nullptr) {
-        TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s - NO AdminPasswordSettings Object in the JSON data",
-             __FUNCTION__);
+    TOLAAgent* agent = nullptr;
+    yajl_val group =
+        openGroup(element, "AdminPasswordSettings", ctx,
+                  "[%s]:[%s] - %s - NO AdminPasswordSettings Object in the JSON data", __FUNCTION__, agent);
+    if (group == nullptr) {
         return 0;
     }
     static const KeyRule kRules[] = {
