@@ -271,3 +271,37 @@ int sys_setSambaHostname(const char* name);
 // ---- Mobile network -----------------------------------------------------------------------
 int sys_getCellularDataEnabled(int* enabled);
 int sys_setCellularDataEnabled(int enabled);
+
+// ---- Modem profiles -----------------------------------------------------------------------
+// A profile is addressed by its type (SYS_MODEM_PROFILE_*) and its index within that type.
+constexpr int SYS_MODEM_PROFILE_3GPP = 0;
+constexpr int SYS_MODEM_PROFILE_3GPP2 = 1;
+
+// Authentication of a profile.
+constexpr uint32_t SYS_MODEM_AUTH_NONE = 0;
+constexpr uint32_t SYS_MODEM_AUTH_PAP = 1;
+constexpr uint32_t SYS_MODEM_AUTH_CHAP = 2;
+// Address type of a profile.
+constexpr uint32_t SYS_MODEM_PDP_IPV4 = 0;
+constexpr uint32_t SYS_MODEM_PDP_IPV6 = 1;
+constexpr uint32_t SYS_MODEM_PDP_IPV4V6 = 2;
+
+// One modem (data-call) profile.
+struct sys_modem_profile_t {
+    char apn[101];  // up to 100 characters
+    char userName[65];
+    char password[65];
+    uint8_t reserved0[1];
+    uint32_t authType;  // SYS_MODEM_AUTH_*
+    uint32_t pdpType;   // SYS_MODEM_PDP_*
+    char name[32];      // the profile's display name
+    uint8_t reserved1[8];
+};
+static_assert(offsetof(sys_modem_profile_t, authType) == 232, "modem profile layout");
+static_assert(sizeof(sys_modem_profile_t) == 280, "modem profile layout");
+
+// The index (of type SYS_MODEM_PROFILE_3GPP) of the profile the Internet data call uses.
+int sys_getActiveModemProfileIndex(int* index);
+// Reads or replaces a whole profile. 0 on success; reading a profile the modem does not have fails.
+int sys_getModemProfile(int type, int index, sys_modem_profile_t* profile);
+int sys_setModemProfile(int type, int index, const sys_modem_profile_t* profile);

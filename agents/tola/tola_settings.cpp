@@ -141,8 +141,53 @@ char* TOLASettingsObject::GetSambaHostName() {
     return plainArray(mSambaHostName, TOLA_SETTINGS_TEXT_SIZE);
 }
 
-sys_lan_settings_t* TOLASettingsObject::getLANSettings() {
-    return seedMember<sys_lan_settings_t>(mDeviceLANSettings, "sys_getLANSettings", sys_getLANSettings);
+// A device-state cache entry: the record read once; a failed read is logged and not kept, so
+// the next reader asks the device again.
+template <typename T>
+T* cachedRecord(std::unique_ptr<T>& entry, const char* logName, int (*getter)(T*)) {
+    if (entry) {
+        return entry.get();
+    }
+    std::unique_ptr<T> value(new (std::nothrow) T());
+    if (!value) {
+        return nullptr;
+    }
+    int rc = getter(value.get());
+    if (rc == 1) {
+        TLOG(TOLA_LOG_ERROR, "[%s]:[%s] - %s returned : [%d]", logName, rc);
+        return nullptr;
+    }
+    if (rc != 0) {
+        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s failed with code = %d", logName, rc);
+        return nullptr;
+    }
+    entry = std::move(value);
+    return entry.get();
+}
+
+#define TOLA_DEFINE_CACHE_GETTER(name, type, logName, getter)         \
+    type* TOLASettingsObject::name() {                                \
+        return cachedRecord<type>(mCache_##name, logName, getter);    \
+    }
+TOLA_DEVICE_STATE_CACHE(TOLA_DEFINE_CACHE_GETTER)
+#undef TOLA_DEFINE_CACHE_GETTER
+
+int tola_read_wifi24_enabled(int* enabled) {
+    sys_wifi_profile_t profile{};
+    int rc = sys_getWiFiPrimaryProfile(&profile);
+    if (rc == 0 && enabled != nullptr) {
+        *enabled = static_cast<int>(profile.band24Enabled);
+    }
+    return rc;
+}
+
+int tola_read_wifi5_enabled(int* enabled) {
+    sys_wifi_profile_t profile{};
+    int rc = sys_getWiFiPrimaryProfile(&profile);
+    if (rc == 0 && enabled != nullptr) {
+        *enabled = static_cast<int>(profile.band5Enabled);
+    }
+    return rc;
 }
 
 void TOLASettingsObject::SetPresent(TolaField field) {
@@ -241,7 +286,9 @@ int TOLASettingsObject::ResetObjectData() {
     }
 
     // The device may have changed since the cached records were read.
-    mDeviceLANSettings.reset();
+#define TOLA_EMPTY_CACHE(name, type, logName, getter) mCache_##name.reset();
+    TOLA_DEVICE_STATE_CACHE(TOLA_EMPTY_CACHE)
+#undef TOLA_EMPTY_CACHE
 
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s - END rc [%d]", kFunction, rc);
     return rc;

@@ -119,6 +119,16 @@ void visitRecord(V& v, webui_i18n_settings_t& r) {
     v("numericSeparator", r.numericSeparator);
 }
 
+template <typename V>
+void visitRecord(V& v, sys_modem_profile_t& r) {
+    v("apn", r.apn);
+    v("userName", r.userName);
+    v("password", r.password);
+    v("authType", r.authType);
+    v("pdpType", r.pdpType);
+    v("name", r.name);
+}
+
 namespace detail {
 
 struct ToJson {
