@@ -51,6 +51,33 @@ class TOLAAgent : public TOLASettingsObject {
     // effect. 0 on success; otherwise the parse's code, with errorMessage set to the user text.
     int ProcessResponse(const std::string& config, std::string& errorMessage);
 
+    // ---- Validation of the filled settings object (tola_agent_validate.cpp) ----
+    // Runs the group validators of the groups the document carried, in their fixed order, and
+    // stops at the first failure: 0, or that group's code (the reset's own failure code when
+    // resetting the settings object fails too). The error message holds the user text.
+    int ValidateObjectParameters();
+    int ValidateWhiteListAndBlockedDevicesObj();
+    int ValidateAdminPasswordSettingsObj();
+    int ValidateLANSettingsObj();
+    int ValidateWiFiParametersObj();
+    int ValidateGuestWifiParametersObj();
+    int ValidateAdvancedWifiParametersObj();
+    int ValidateManualDNSSettingsObj();
+    int ValidateFirewallSettingsObj();
+    int ValidateMobileNetworkSettingsObj();
+    int ValidatePortForwardSettingsObj();
+    int ValidatePortFilterSettingsObj();
+    int ValidateReservedIPAddressSettingsObj();
+    int ValidateVornSharingSettingsObj();
+    int ValidateDevicePrefencesSettingsObj();
+    // 0 when application `index` conflicts with none of the others of apps[0..count), else 1.
+    int CheckAppConflicts(int index, sys_router_app_t* apps, int count);
+    int CheckPortFilterAppConflicts(int index, sys_router_app_t* apps, int count);
+
+    // ---- Applying an accepted document to the device (tola_agent_apply.cpp) ----
+    int SetWiFiParameters();
+    int SetVornsharingSettings();
+
     // ---- Shared-memory access-control list (tola_agent_shm.cpp) ----
     bool InitializeSharedMemory();
     void SetACEProperties(const char* name, bool displayEnabled, bool writeEnabled);
