@@ -400,8 +400,8 @@ int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx) {
                 "Invalid File sharing settings Object. Top level folder count is exceeded.");
             return 164;
         }
-        // The document's folders replace the list: the names are kept up to the first empty slot.
-        memset(folders, 0, TOLA_SAMBA_FOLDER_BYTES);
+        // The document's folders replace the list (the names are kept up to the first empty
+        // slot); an array that names no folder leaves the list and its flag as they were.
         int stored = 0;
         for (size_t f = 0; f < len; ++f) {
             yajl_val name = groupOf(value->u.array.values[f], "FolderName", yajl_t_any);
@@ -412,10 +412,13 @@ int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx) {
                 return refuse(*agent, 120, "[%s]:[%s] - Invalid FILE_SHARING FOLDER_NAME parameter data type",
                               "Invalid File sharing settings Object folder name parameter data type");
             }
+            if (stored == 0) {
+                memset(folders, 0, TOLA_SAMBA_FOLDER_BYTES);
+            }
             copyText(folders[stored].name, 256, name->u.string);  // up to 255 characters
             ++stored;
+            agent->SetPresent(TolaField::VornSharingSettings_VornSharingTopLevelFolder);
         }
-        agent->SetPresent(TolaField::VornSharingSettings_VornSharingTopLevelFolder);
     }
     return 0;
 }

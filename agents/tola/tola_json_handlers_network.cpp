@@ -67,6 +67,11 @@ int handleDeviceList(const char* function, yajl_val element, context_t* ctx, con
         copyText(entries[t.firstEntry + stored].macAddress, sizeof(entries[0].macAddress), mac->u.string);
         ++stored;
     }
+    // An array that stored no address (empty, or no element with the key) leaves the list and
+    // its flag as they were.
+    if (stored == 0) {
+        return 0;
+    }
     for (int i = stored; i < TOLA_MAX_LISTED_DEVICES; ++i) {
         memset(&entries[t.firstEntry + i], 0, sizeof(entries[0]));
     }
@@ -107,8 +112,20 @@ thread_local sys_router_app_t* tCurrentApp = nullptr;
                                       : Slot{nullptr, 0};                                       \
     }
 
+// Whether an element is an object with at least one key of the rules.
+bool hasKnownKey(yajl_val element, const KeyRule* rules, size_t ruleCount) {
+    for (size_t m = 0; m < tola_object_len(element); ++m) {
+        for (size_t r = 0; r < ruleCount; ++r) {
+            if (strcmp(element->u.object.keys[m], rules[r].key) == 0) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 int handleCustomApps(const char* function, yajl_val apps, TOLAAgent& agent, sys_router_app_t* list,
-                     int* count, const CustomAppTexts& t, TolaField field) {
+                     int* count, const CustomAppTexts& t) {
     size_t len = tola_array_len(apps);
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s:node->u.array.len %d", function, static_cast<int>(len));
     if (len == 0) {
@@ -116,8 +133,8 @@ int handleCustomApps(const char* function, yajl_val apps, TOLAAgent& agent, sys_
     }
     for (size_t i = 0; i < len; ++i) {
         yajl_val element = apps->u.array.values[i];
-        if (!tola_is_kind(element, yajl_t_object)) {
-            continue;
+        if (!hasKnownKey(element, t.rules, t.ruleCount)) {
+            continue;  // not an object, or nothing in it to store: no record
         }
         sys_router_app_t* app = appendApp(list, count);
         if (app == nullptr) {
@@ -131,7 +148,7 @@ int handleCustomApps(const char* function, yajl_val apps, TOLAAgent& agent, sys_
             return rc;
         }
     }
-    agent.SetPresent(field);
+    // The list's present flag was set by the rules for each field stored.
     if (*count > t.limit) {
         TLOG_SYS(TOLA_LOG_ERROR, t.countLog, *count);
         agent.SetErrorMessage("%s", t.countUser);
@@ -229,8 +246,10 @@ int handleReservedIpSettingsInfo(yajl_val element, context_t* ctx) {
             entries[stored++] = entry;
         }
     }
-    *count = stored;
-    agent->SetPresent(TolaField::ReservedIpSettings);
+    if (stored > 0) {
+        *count = stored;
+        agent->SetPresent(TolaField::ReservedIpSettings);
+    }
     return 0;
 }
 
@@ -462,8 +481,7 @@ int handlePortFilterCustomApps(yajl_val apps, context_t* ctx) {
         "[%s]:[%s] - Invalid PORT_FILTER Custom Apps count=%d",
         "Invalid Port filter Object custom applications count is exceeded",
     };
-    return handleCustomApps(__FUNCTION__, apps, *agent, list, count, kTexts,
-                            TolaField::PortFilteringSettings_PortFilteringApplications);
+    return handleCustomApps(__FUNCTION__, apps, *agent, list, count, kTexts);
 }
 
 int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
@@ -481,7 +499,6 @@ int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
                 "[%s]:[%s] - Invalid PORT_FILTERING ENABLED parameter data type",
                 "Invalid Port filtering Object enabled parameter data type"),
     };
-    yajl_val customApps = nullptr;
     for (size_t i = 0; i < group->u.object.len; ++i) {
         const char* key = group->u.object.keys[i];
         yajl_val value = group->u.object.values[i];
@@ -493,7 +510,16 @@ int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
             continue;
         }
         if (strcmp(key, "PortFilteringCustomApplications") == 0) {
-            customApps = value;  // handled after the other keys, so that the predefined entries count
+            // Handled where it stands: its count check sees the entries stored so far.
+            if (!tola_is_kind(value, yajl_t_array)) {
+                return refuse(*agent, 118,
+                              "[%s]:[%s] - Invalid PORT_FILTERING CUSTOM_APPLICATIONS parameter data type",
+                              "Invalid Port filtering Object custom applications parameter data type");
+            }
+            rc = handlePortFilterCustomApps(value, ctx);
+            if (rc != 0) {
+                return rc;
+            }
             continue;
         }
         for (const PredefinedApp& predefined : kFilterApps) {
@@ -522,14 +548,6 @@ int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
             agent->SetPresent(TolaField::PortFilteringSettings_PortFilteringApplications);
             break;
         }
-    }
-    if (customApps != nullptr) {
-        if (!tola_is_kind(customApps, yajl_t_array)) {
-            return refuse(*agent, 118,
-                          "[%s]:[%s] - Invalid PORT_FILTERING CUSTOM_APPLICATIONS parameter data type",
-                          "Invalid Port filtering Object custom applications parameter data type");
-        }
-        return handlePortFilterCustomApps(customApps, ctx);
     }
     return 0;
 }
@@ -651,8 +669,7 @@ int handlePortForwardCustomApps(yajl_val apps, context_t* ctx) {
         "[%s]:[%s] - Invalid PORT_FORWARDING Custom Apps count=%d",
         "Invalid Port forward Object. Custom application count is exceeded.",
     };
-    return handleCustomApps(__FUNCTION__, apps, *agent, list, count, kTexts,
-                            TolaField::PortForwardingSettings_PortForwardingApplications);
+    return handleCustomApps(__FUNCTION__, apps, *agent, list, count, kTexts);
 }
 
 int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
@@ -676,7 +693,6 @@ int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
     for (size_t s = 0; s < kForwardServiceCount; ++s) {
         appIndex[s] = -1;
     }
-    yajl_val customApps = nullptr;
     for (size_t i = 0; i < group->u.object.len; ++i) {
         const char* key = group->u.object.keys[i];
         yajl_val value = group->u.object.values[i];
@@ -688,7 +704,16 @@ int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
             continue;
         }
         if (strcmp(key, "PortForwardingCustomApplications") == 0) {
-            customApps = value;  // handled after the other keys, so that the predefined entries count
+            // Handled where it stands: its count check sees the entries stored so far.
+            if (!tola_is_kind(value, yajl_t_array)) {
+                return refuse(*agent, 119,
+                              "[%s]:[%s] - Invalid PORT_FORWARDING CUSTOM_APPLICATIONS parameter data type",
+                              "Invalid Port forwarding Object custom applications parameter data type");
+            }
+            rc = handlePortForwardCustomApps(value, ctx);
+            if (rc != 0) {
+                return rc;
+            }
             continue;
         }
         int* count = agent->GetPortForwardingAppsCount();
@@ -730,14 +755,6 @@ int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
                 break;
             }
         }
-    }
-    if (customApps != nullptr) {
-        if (!tola_is_kind(customApps, yajl_t_array)) {
-            return refuse(*agent, 119,
-                          "[%s]:[%s] - Invalid PORT_FORWARDING CUSTOM_APPLICATIONS parameter data type",
-                          "Invalid Port forwarding Object custom applications parameter data type");
-        }
-        return handlePortForwardCustomApps(customApps, ctx);
     }
     return 0;
 }

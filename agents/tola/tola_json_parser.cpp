@@ -9,6 +9,7 @@
 #include <yajl/yajl_parse.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -82,6 +83,37 @@ int arrayAddValue(yajl_val arr, yajl_val value) {
     return 0;
 }
 
+// The integer of a number's text, as yajl reads it: an optional sign, then digits only. A
+// fraction or an exponent makes the text no integer, and so does a value beyond the 64-bit range;
+// either way the result saturates towards the sign (LLONG_MAX, or LLONG_MIN after a "-") and
+// `valid` is cleared. So "1.5" and "1e3" give LLONG_MAX, "-2.5" gives LLONG_MIN, never a prefix.
+long long parseInteger(const char* text, size_t len, bool& valid) {
+    const char* p = text;
+    const char* end = text + len;
+    bool negative = false;
+    if (p < end && *p == '-') {
+        negative = true;
+        ++p;
+    }
+    if (p < end && *p == '+') {
+        ++p;
+    }
+    // Digits accumulate as a positive value and the sign applies at the end, so the magnitude
+    // of LLONG_MIN itself is out of range, as it is for yajl.
+    unsigned long long magnitude = 0;
+    for (; p < end; ++p) {
+        if (*p < '0' || *p > '9' ||
+            magnitude > (static_cast<unsigned long long>(LLONG_MAX) - (*p - '0')) / 10) {
+            valid = false;
+            return negative ? LLONG_MIN : LLONG_MAX;
+        }
+        magnitude = magnitude * 10 + static_cast<unsigned long long>(*p - '0');
+    }
+    valid = true;
+    long long value = static_cast<long long>(magnitude);
+    return negative ? -value : value;
+}
+
 // ---- yajl callbacks: each returns 0 to stop the parse when the builder fails ----
 
 int addOrFree(context_t* ctx, yajl_val v) {
@@ -119,14 +151,13 @@ int onNumber(void* c, const char* text, size_t len) {
     v->u.number.r[len] = '\0';
     v->u.number.flags = 0;
 
-    errno = 0;
-    char* end = nullptr;
-    v->u.number.i = strtoll(v->u.number.r, &end, 10);
-    if (errno == 0 && end != nullptr && *end == '\0') {
+    bool integer = true;
+    v->u.number.i = parseInteger(v->u.number.r, len, integer);
+    if (integer) {
         v->u.number.flags |= YAJL_NUMBER_INT_VALID;
     }
     errno = 0;
-    end = nullptr;
+    char* end = nullptr;
     v->u.number.d = strtod(v->u.number.r, &end);
     if (errno == 0 && end != nullptr && *end == '\0') {
         v->u.number.flags |= YAJL_NUMBER_DOUBLE_VALID;

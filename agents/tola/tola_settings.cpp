@@ -125,10 +125,9 @@ sys_samba_folder_t* TOLASettingsObject::GetSambaFolderNames() {
     return plainArray(mSambaFolderNames, SYS_SAMBA_FOLDER_SLOTS);
 }
 int* TOLASettingsObject::GetSambaFolderNamesCount() {
-    if (!mSambaFolderNamesCount) {
-        mSambaFolderNamesCount.reset(new (std::nothrow) int(TOLA_SAMBA_FOLDER_CAPACITY));
-    }
-    return mSambaFolderNamesCount.get();
+    // Created zeroed like the other plain members: the device's capacity arrives with the first
+    // ResetObjectData.
+    return plainMember(mSambaFolderNamesCount);
 }
 char* TOLASettingsObject::GetNetworkText(int which) {
     if (which < 0 || which >= TOLA_NET_TEXT_COUNT) {

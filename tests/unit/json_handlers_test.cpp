@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <string>
 
 #include "../../tools/devicectl/settings_dump.h"
@@ -55,6 +56,7 @@ TEST_F(DocumentTest, CorpusGivesExpectedCodesMessagesAndValues) {
         tola_test::TempRoot caseRoot;
         TOLAAgent caseAgent;
         caseAgent.InitializeSharedMemory();
+        caseAgent.ResetObjectData();  // as an earlier apply leaves it: the device's folder capacity
         SCOPED_TRACE(c["file"].get<std::string>());
         std::string text = corpusFile(c["file"]);
         ASSERT_FALSE(text.empty());
@@ -100,14 +102,13 @@ TEST_F(DocumentTest, BlockedAndWhiteListedDevicesDoNotOverwriteEachOther) {
     EXPECT_EQ(r.dump["groups"]["BlockedDevices"][98]["macAddress"], "02:00:00:00:00:62");
 }
 
-std::string filteringDocument(int predefinedOn, int custom) {
+// Members keep the order they are written in: the custom array's count check depends on it.
+using ordered = nlohmann::ordered_json;
+
+std::string filteringDocument(int predefinedOn, int custom, bool customFirst = false) {
     static const char* kPredefined[] = {"PortFilteringEmail", "PortFilteringFTP", "PortFilteringHTTP",
                                         "PortFilteringHTTPS", "PortFilteringTelnet"};
-    json group = json::object();
-    for (int i = 0; i < 5; ++i) {
-        group[kPredefined[i]] = i < predefinedOn;
-    }
-    json apps = json::array();
+    ordered apps = ordered::array();
     for (int i = 0; i < custom; ++i) {
         apps.push_back({{"AppName", "app" + std::to_string(i)},
                         {"AppEnabled", true},
@@ -115,18 +116,36 @@ std::string filteringDocument(int predefinedOn, int custom) {
                         {"AppEndPortNumber", 5000 + i},
                         {"AppType", "TCP/UDP"}});
     }
-    group["PortFilteringCustomApplications"] = apps;
-    return json::array({{{"PortFilteringSettings", group}}}).dump();
+    ordered group = ordered::object();
+    if (customFirst) {
+        group["PortFilteringCustomApplications"] = apps;
+    }
+    for (int i = 0; i < 5; ++i) {
+        group[kPredefined[i]] = i < predefinedOn;
+    }
+    if (!customFirst) {
+        group["PortFilteringCustomApplications"] = apps;
+    }
+    return ordered::array({{{"PortFilteringSettings", group}}}).dump();
 }
 
-std::string forwardingDocument(int custom) {
-    json apps = json::array();
+// `dnsAt`: -1 without the predefined DNS service, 0 before the custom array, 1 after it.
+std::string forwardingDocument(int custom, int dnsAt = -1) {
+    ordered apps = ordered::array();
     for (int i = 0; i < custom; ++i) {
         apps.push_back({{"AppName", "fwd" + std::to_string(i)},
                         {"AppPortType", "Range"},
                         {"AppIpAddress", "192.168.1.5"}});
     }
-    return json::array({{{"PortForwardingSettings", {{"PortForwardingCustomApplications", apps}}}}}).dump();
+    ordered group = ordered::object();
+    if (dnsAt == 0) {
+        group["PortForwardingDNS"] = true;
+    }
+    group["PortForwardingCustomApplications"] = apps;
+    if (dnsAt == 1) {
+        group["PortForwardingDNS"] = true;
+    }
+    return ordered::array({{{"PortForwardingSettings", group}}}).dump();
 }
 
 TEST_F(DocumentTest, ListLimits) {
@@ -149,8 +168,12 @@ TEST_F(DocumentTest, ListLimits) {
         {filteringDocument(5, 21), 162, kFiltering, &TOLAAgent::GetPortFilteringAppsCount, 26},
         {filteringDocument(0, 26), 162, kFiltering, &TOLAAgent::GetPortFilteringAppsCount, 26},
         {filteringDocument(0, 150), 162, kFiltering, &TOLAAgent::GetPortFilteringAppsCount, 100},
+        // The count is checked where the array stands: entries that follow it are not counted.
+        {filteringDocument(5, 21, true), 0, "", &TOLAAgent::GetPortFilteringAppsCount, 26},
         {forwardingDocument(23), 0, "", &TOLAAgent::GetPortForwardingAppsCount, 23},
         {forwardingDocument(24), 163, kForwarding, &TOLAAgent::GetPortForwardingAppsCount, 24},
+        {forwardingDocument(23, 0), 163, kForwarding, &TOLAAgent::GetPortForwardingAppsCount, 24},
+        {forwardingDocument(23, 1), 0, "", &TOLAAgent::GetPortForwardingAppsCount, 24},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.doc.substr(0, 60) + " " + std::to_string(c.doc.size()));
@@ -164,17 +187,25 @@ TEST_F(DocumentTest, ListLimits) {
 }
 
 TEST_F(DocumentTest, SharingFoldersAreBoundedByTheDeviceCapacity) {
+    auto sharing = [](const json& folders) {
+        return json::array({{{"VornSharingSettings", {{"VornSharingTopLevelFolder", folders}}}}}).dump();
+    };
+    const char* kExceeded = "Invalid File sharing settings Object. Top level folder count is exceeded.";
+    // Until the first reset the capacity is 0: even one folder is too many.
+    ParseResult r = parse(sharing(json::array({{{"FolderName", "music"}}})));
+    EXPECT_EQ(r.code, 164);
+    EXPECT_EQ(r.error, kExceeded);
     json folders = json::array();
     for (int i = 0; i < 11; ++i) {
         folders.push_back({{"FolderName", std::string(300, 'a' + i)}});
     }
-    ParseResult r =
-        parse(json::array({{{"VornSharingSettings", {{"VornSharingTopLevelFolder", folders}}}}}).dump());
+    agent.ResetObjectData();
+    r = parse(sharing(folders));
     EXPECT_EQ(r.code, 164);
-    EXPECT_EQ(r.error, "Invalid File sharing settings Object. Top level folder count is exceeded.");
+    EXPECT_EQ(r.error, kExceeded);
     folders.erase(folders.end() - 1);
     agent.ResetObjectData();
-    r = parse(json::array({{{"VornSharingSettings", {{"VornSharingTopLevelFolder", folders}}}}}).dump());
+    r = parse(sharing(folders));
     ASSERT_EQ(r.code, 0);
     EXPECT_EQ(r.dump["groups"]["VornSharingSettings"]["folders"].size(), 10u);
     EXPECT_EQ(r.dump["groups"]["VornSharingSettings"]["folders"][0].get<std::string>().size(), 255u);
@@ -197,6 +228,99 @@ TEST_F(DocumentTest, ReservedAddressHandlerRefusesMoreThanItsCapacity) {
     EXPECT_EQ(handleReservedIpSettingsInfo(element, &ctx), 0);
     EXPECT_EQ(*agent.GetReservedAddrListCount(), SYS_DHCP_RESERVATION_MAX);
     tola_tree_free(element);
+}
+
+TEST_F(DocumentTest, ListsThatStoreNothingKeepTheirEntriesAndSetNoFlag) {
+    agent.ResetObjectData();
+    ASSERT_EQ(parse(R"([{"BlockedDevices": [{"DeviceMacAddress": "02:00:00:00:00:01"}],
+        "WhiteListedDevices": [{"DeviceMacAddress": "02:00:00:00:00:02"}],
+        "PortFilteringSettings": {"PortFilteringCustomApplications": [{"AppName": "a"}]},
+        "PortForwardingSettings": {"PortForwardingCustomApplications": [{"AppName": "b"}]},
+        "VornSharingSettings": {"VornSharingTopLevelFolder": [{"FolderName": "music"}]}}])")
+                  .code,
+              0);
+    auto lists = [this] {
+        json out = json::array();
+        for (TolaField group :
+             {TolaField::BlockedDevices, TolaField::WhiteListedDevices, TolaField::PortFilteringSettings,
+              TolaField::PortForwardingSettings, TolaField::VornSharingSettings}) {
+            out.push_back(settings_dump::groupValues(agent, group));
+        }
+        return out;
+    };
+    const json before = lists();
+    const char* docs[] = {
+        R"([{"BlockedDevices": [], "WhiteListedDevices": []}])",
+        R"([{"BlockedDevices": [{"MacAddress": "x"}, 7], "WhiteListedDevices": [{}]}])",
+        R"([{"PortFilteringSettings": {"PortFilteringCustomApplications": []}}])",
+        R"([{"PortFilteringSettings": {"PortFilteringCustomApplications": [{"Name": "x"}, "app"]}}])",
+        R"([{"PortForwardingSettings": {"PortForwardingCustomApplications": []}}])",
+        R"([{"PortForwardingSettings": {"PortForwardingCustomApplications": [{}, null]}}])",
+        R"([{"VornSharingSettings": {"VornSharingTopLevelFolder": []}}])",
+        R"([{"VornSharingSettings": {"VornSharingTopLevelFolder": [{"Name": "x"}]}}])",
+    };
+    for (const char* doc : docs) {
+        SCOPED_TRACE(doc);
+        agent.ClearPresentFlags();
+        ParseResult r = parse(doc);
+        EXPECT_EQ(r.code, 0);
+        EXPECT_TRUE(r.dump["present"].empty()) << r.dump["present"].dump();
+        EXPECT_EQ(lists(), before);
+    }
+    EXPECT_EQ(*agent.GetMacCount(), 1);
+    EXPECT_EQ(*agent.GetPortFilteringAppsCount(), 1);
+
+    // The reserved-address handler, called on its own, follows the same rule.
+    *agent.GetReservedAddrListCount() = 2;
+    for (const char* text : {R"({"ReservedIpSettings": {"ReservedIpList": []}})",
+                             R"({"ReservedIpSettings": {"ReservedIpList": [{"Mac": "x"}]}})"}) {
+        SCOPED_TRACE(text);
+        agent.ClearPresentFlags();
+        yajl_val element = tola_tree_parse(text);
+        context_t ctx{};
+        ctx.agent = &agent;
+        EXPECT_EQ(handleReservedIpSettingsInfo(element, &ctx), 0);
+        tola_tree_free(element);
+        EXPECT_EQ(*agent.GetReservedAddrListCount(), 2);
+        EXPECT_FALSE(agent.IsPresent(TolaField::ReservedIpSettings));
+    }
+}
+
+TEST_F(DocumentTest, NumbersThatAreNotIntegersSaturate) {
+    // The integer of a number with a fraction or an exponent is the saturated one (towards its
+    // sign), never the digits before the point; a numeric key stores it clamped to int.
+    struct Case {
+        const char* doc;
+        int code;
+        const char* pointer;
+        long long stored;
+    } cases[] = {
+        {R"([{"GPSSettings": {"GPSNMEAOverWiFiPortNumber": 4096.0}}])", 159, nullptr, 0},
+        {R"([{"GPSSettings": {"GPSNMEAOverWiFiPortNumber": 4096}}])", 0, "/groups/GPSSettings/nmeaPort",
+         4096},
+        {R"([{"LANSettings": {"DHCPLeaseTime": 60.5}}])", 0, "/groups/LANSettings/lan/dhcpLeaseTime",
+         INT_MAX},
+        {R"([{"WiFiAdvancedSettings": {"WiFiMaxClients": 5e0}}])", 0,
+         "/groups/WiFiAdvancedSettings/maxClients", INT_MAX},
+        {R"([{"WiFiAdvancedSettings": {"WiFiMaxClients": -2.5}}])", 0,
+         "/groups/WiFiAdvancedSettings/maxClients", INT_MIN},
+        {R"([{"PortFilteringSettings": {"PortFilteringCustomApplications": [{"AppStartPortNumber": 8.08E1}]}}])",
+         0, "/groups/PortFilteringSettings/applications/0/startPort", INT_MAX},
+        {R"([{"PortForwardingSettings": {"PortForwardingCustomApplications": [{"AppEndPortNumber": 1.5}]}}])",
+         0, "/groups/PortForwardingSettings/applications/0/endPort", INT_MAX},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.doc);
+        agent.ResetObjectData();
+        ParseResult r = parse(c.doc);
+        EXPECT_EQ(r.code, c.code);
+        if (c.pointer != nullptr) {
+            json::json_pointer ptr(c.pointer);
+            ASSERT_TRUE(r.dump.contains(ptr)) << r.dump.dump();
+            // Unsigned fields hold the int's bit pattern.
+            EXPECT_EQ(static_cast<int32_t>(r.dump[ptr].get<long long>()), static_cast<int32_t>(c.stored));
+        }
+    }
 }
 
 TEST_F(DocumentTest, AGroupWhoseDeviceValueIsMissingSkipsThatKey) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tola_json_parser.h"
+#include "yajl_reference.h"
 
 namespace {
 
@@ -24,17 +25,48 @@ TEST(JsonTree, KindsUseTheAgentsCodes) {
     }
 }
 
-TEST(JsonTree, NumbersKeepTextAndSaturate) {
-    Tree t(R"([42, -7, 1.5, 99999999999999999999, -99999999999999999999])");
-    ASSERT_EQ(tola_array_len(t.root), 5u);
-    EXPECT_EQ(tola_integer(tola_array_item(t.root, 0)), 42);
-    EXPECT_EQ(tola_integer(tola_array_item(t.root, 1)), -7);
-    yajl_val fraction = tola_array_item(t.root, 2);
-    EXPECT_STREQ(fraction->u.number.r, "1.5");
-    EXPECT_DOUBLE_EQ(fraction->u.number.d, 1.5);
-    EXPECT_FALSE(fraction->u.number.flags & YAJL_NUMBER_INT_VALID);
-    EXPECT_EQ(tola_integer(tola_array_item(t.root, 3)), LLONG_MAX);
-    EXPECT_EQ(tola_integer(tola_array_item(t.root, 4)), LLONG_MIN);
+TEST(JsonTree, NumbersAreYajlsOwnNumberForNumber) {
+    // Each number against the distribution's yajl tree: integer, double, both validity flags.
+    const char* numbers[] = {"0",
+                             "-0",
+                             "42",
+                             "-7",
+                             "1.5",
+                             "-2.5",
+                             "2.0",
+                             "1e3",
+                             "1E3",
+                             "-1e3",
+                             "1e-2",
+                             "9223372036854775807",
+                             "9223372036854775808",
+                             "-9223372036854775807",
+                             "-9223372036854775808",
+                             "-9223372036854775809",
+                             "922337203685477581.0",
+                             "99999999999999999999",
+                             "-99999999999999999999",
+                             "1e400",
+                             "-1e400"};
+    for (const char* text : numbers) {
+        SCOPED_TRACE(text);
+        ReferenceNumber expected = yajlReferenceNumber(text);
+        ASSERT_TRUE(expected.parsed);
+        Tree t(std::string("[") + text + "]");
+        yajl_val n = tola_array_item(t.root, 0);
+        ASSERT_TRUE(tola_is_kind(n, yajl_t_number));
+        EXPECT_STREQ(n->u.number.r, text);
+        EXPECT_EQ(n->u.number.i, expected.integer);
+        EXPECT_EQ(n->u.number.d, expected.value);
+        EXPECT_EQ((n->u.number.flags & YAJL_NUMBER_INT_VALID) != 0, expected.integerValid);
+        EXPECT_EQ((n->u.number.flags & YAJL_NUMBER_DOUBLE_VALID) != 0, expected.doubleValid);
+    }
+    // What the handlers rely on: a fraction or exponent is no integer, and its integer saturates.
+    Tree t("[1.5, -2.5, 1e3, 42]");
+    EXPECT_EQ(tola_integer(tola_array_item(t.root, 0)), LLONG_MAX);
+    EXPECT_EQ(tola_integer(tola_array_item(t.root, 1)), LLONG_MIN);
+    EXPECT_EQ(tola_integer(tola_array_item(t.root, 2)), LLONG_MAX);
+    EXPECT_EQ(tola_integer(tola_array_item(t.root, 3)), 42);
 }
 
 TEST(JsonTree, LookupFollowsThePathAndTakesTheFirstDuplicate) {

@@ -61,6 +61,7 @@ TEST_F(SettingsObjectTest, ResetClearsEveryListAndRestoresTheFolderCapacity) {
                  {&TOLAAgent::GetReservedAddrListCount, 0},
                  {&TOLAAgent::GetSambaFolderNamesCount, 10}};
     for (const Case& c : cases) {
+        EXPECT_EQ(*(agent.*c.count)(), 0);  // every plain member is created zeroed, the capacity too
         *(agent.*c.count)() = 3;
     }
     agent.GetMacAddrList()[0].macAddress[0] = 'x';
