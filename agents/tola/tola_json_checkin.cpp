@@ -38,7 +38,9 @@ bool TOLAJSONParser::ProcessCheckinResponse(std::string& response) {
         return trace.Returning(false);
     }
     TOLAApp& app = *mApp;
-    app.mVersion.clear();
+    // Version is taken only when the answer's is not empty; otherwise the stored version stays,
+    // for the receipt's %VERSION% and the record alike.
+    app.mVersion = tola_record_text(app.RuntimeConfig().version);
     app.mResultCode = 0;
     app.mCheckInIntervalHours = 0;
     app.mCheckInIntervalPresent = false;
@@ -66,10 +68,11 @@ bool TOLAJSONParser::ProcessCheckinResponse(std::string& response) {
     yajl_val version = member(tree.root, "Version", yajl_t_string);
     if (version != nullptr) {
         haveVersion = true;
-        app.mVersion = tola_string(version);
-        if (app.mVersion.empty()) {
+        const char* text = tola_string(version);
+        if (text == nullptr || text[0] == '\0') {
             TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - VERSION is null");
         } else {
+            app.mVersion = text;
             TLOG(TOLA_LOG_INFO, "[%s]:[%s] - VERSION value %s", app.mVersion.c_str());
         }
     } else {

@@ -45,23 +45,28 @@ TEST_F(ResponseTest, AnswerParsing) {
         const char* configuration;
     } cases[] = {
         {R"({"ResultCode":1,"Version":"7"})", true, 1, "7", 0, ""},
+        // An empty Version is a Version (the answer parses) but keeps the stored one.
         {R"({"ResultCode":0,"Version":"","Settings":{"CheckinIntervalInHours":24},"EncryptedConfiguration":"QUJD"})",
-         true, 0, "", 24, "QUJD"},
+         true, 0, "4", 24, "QUJD"},
         {interval + "\"24\"}}", true, 1, "3", 0, ""},
         {interval + "-5}}", true, 1, "3", 0, ""},
         {interval + "99999999999}}", true, 1, "3", 0, ""},
-        {R"({"ResultCode":1})", false, 1, "", 0, ""},
-        {R"({"ResultCode":1,"Version":7})", false, 1, "", 0, ""},
+        {interval + "24.0}}", true, 1, "3", 0, ""},  // not an integer, whatever its value
+        {interval + "2.4e1}}", true, 1, "3", 0, ""},
+        {R"({"ResultCode":1})", false, 1, "4", 0, ""},
+        {R"({"ResultCode":1,"Version":7})", false, 1, "4", 0, ""},
         {R"({"ResultCode":"1","Version":"7"})", false, 0, "7", 0, ""},
         {R"({"ResultCode":1.5,"Version":"7"})", false, 0, "7", 0, ""},
+        {R"({"ResultCode":1e0,"Version":"7"})", false, 0, "7", 0, ""},
         {R"({"Version":"7"})", false, 0, "7", 0, ""},
-        {R"([{"ResultCode":1,"Version":"7"}])", false, 0, "", 0, ""},
-        {"<html>503</html>", false, 0, "", 0, ""},
-        {"", false, 0, "", 0, ""},
+        {R"([{"ResultCode":1,"Version":"7"}])", false, 0, "4", 0, ""},
+        {"<html>503</html>", false, 0, "4", 0, ""},
+        {"", false, 0, "4", 0, ""},
         {R"({"ResultCode":1,"Version":")" + std::string(2 * 1024 * 1024, 'v') + "\"}", true, 1, nullptr, 0,
          ""},
-        {std::string(100000, '['), false, 0, "", 0, ""},
+        {std::string(100000, '['), false, 0, "4", 0, ""},
     };
+    tola_copy_text(app->RuntimeConfig().version, "4");  // the version stored before this answer
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text.substr(0, 80));
         std::string text = c.text;
@@ -171,6 +176,31 @@ TEST_F(ResponseTest, UndecryptableConfigurationIsConfirmedAsAFailure) {
     ASSERT_TRUE(receipt.is_object());
     EXPECT_NE(receipt["ErrorCode"], "0");
     EXPECT_STRNE(Stored().version, "5");
+}
+
+TEST_F(ResponseTest, EmptyVersionKeepsTheStoredOneInTheRecordTheReceiptAndTheNextRequest) {
+    CannedHttpServer portal({R"({"ResultCode":1,"Version":"1"})"});
+    Activate(portal.url());
+    tola_copy_text(app->RuntimeConfig().version, "4");
+    app->Agent().SetRuntimeConfig(app->RuntimeConfig());
+    app->RecordModemInformation();
+    char* configuration = nullptr;
+    ASSERT_EQ(AesEncrypt(tola_test::kFactoryKey, "[{}]", &configuration), 0);
+    std::string text =
+        json{{"ResultCode", 0}, {"Version", ""}, {"EncryptedConfiguration", configuration}}.dump();
+    std::free(configuration);
+    EXPECT_TRUE(app->SaveConfiguration(text));  // applied
+    EXPECT_STREQ(Stored().version, "4");
+    ASSERT_EQ(portal.bodies().size(), 1u);
+    json envelope = json::parse(portal.bodies()[0], nullptr, false);
+    json receipt =
+        json::parse(Decrypt(tola_test::kFactoryKey, envelope.value("Request", "")), nullptr, false);
+    EXPECT_EQ(receipt.value("ErrorCode", ""), "0");
+    EXPECT_EQ(receipt.value("Version", ""), "4");
+    std::string request = "{\"Version\":\"%VERSION%\"}";
+    std::string checkIn = "{}";
+    app->ProcessRequest(checkIn, request);
+    EXPECT_EQ(request, "{\"Version\":\"4\"}");
 }
 
 TEST_F(ResponseTest, ReceiptIsFilledTrimmedAndEncrypted) {
