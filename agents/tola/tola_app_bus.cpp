@@ -92,15 +92,16 @@ void TOLAApp::OnChannelNotify(const std::string& channel, void* data, int length
         if (status == 0) {
             // Only a check-in that is waiting takes the figures: a notice that comes after its
             // wait ran out must not switch that check-in to the data-usage template.
+            // The flag is read for the log line under the same lock: the check-in thread writes it.
             pthread_mutex_lock(&dataUsageMutex);
             if (mDataUsageRequested) {
                 mGotDataUsageInfo = true;
             }
             pthread_cond_signal(&dataUsageCondition);
-            pthread_mutex_unlock(&dataUsageMutex);
             TLOG(TOLA_LOG_DEBUG,
                  "[%s]:[%s] - Got updated data usage info from server, mGotDataUsageInfo = %d\n",
                  mGotDataUsageInfo ? 1 : 0);
+            pthread_mutex_unlock(&dataUsageMutex);
         }
     }
 }

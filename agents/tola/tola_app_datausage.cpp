@@ -38,13 +38,14 @@ void TOLAApp::GetUpdatedDataUsage() {
 }
 
 bool TOLAApp::RequestDataUsage() {
+    TOLA_TRACE();
     pthread_mutex_lock(&dataUsageMutex);
     mGotDataUsageInfo = false;
     mDataUsageRequested = false;
     pthread_mutex_unlock(&dataUsageMutex);
 
     if (!CheckPreconditionsForRequest()) {
-        return false;
+        return trace.Returning(false);
     }
     pthread_mutex_lock(&dataUsageMutex);
     mDataUsageRequested = true;
@@ -56,12 +57,13 @@ bool TOLAApp::RequestDataUsage() {
         pthread_mutex_unlock(&dataUsageMutex);
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: data usage script could not be started rc [%d]", __func__,
                  rc);
-        return false;
+        return trace.Returning(false);
     }
-    return true;
+    return trace.Returning(true);
 }
 
 void TOLAApp::WaitForDataUsage() {
+    TOLA_TRACE();
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s: waiting up to %u seconds for data usage info", __func__,
          dataUsageWaitSeconds);
     // The bus thread sets the flag and then signals under the mutex; checking the flag under the

@@ -85,6 +85,7 @@ int TOLAApp::GetReceiptParameters(std::string& receipt) {
 // Only the first occurrence is replaced; a placeholder that is not there leaves the text as is.
 void TOLAApp::ReplacePlaceholder(std::string& text, const std::string& placeholder,
                                  const std::string& value) {
+    TOLA_TRACE();
     if (placeholder.empty()) {
         return;
     }
