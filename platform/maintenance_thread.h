@@ -3,7 +3,6 @@
 
 #include <pthread.h>
 
-#include <atomic>
 #include <cstdint>
 
 class MaintenanceThreadCallbackInterface {
@@ -29,9 +28,10 @@ class MaintenanceThread {
     int Run();
     // Wakes the worker now: the callback runs as if the interval had expired.
     void SignalTimerThread();
-    // Asks the worker to stop after the callback in progress; does not wait.
+    // Asks the worker to stop after the callback in progress; does not wait, and does not cut
+    // the callback short (its platform sleeps run their full time; only a process stop ends them).
     int Shutdown();
-    // Waits until the worker has stopped (after Shutdown).
+    // Waits until the worker has stopped (after Shutdown), the callback in progress included.
     void WaitForCompletion();
 
     void SetInterval(uint32_t intervalSeconds);
@@ -51,6 +51,4 @@ class MaintenanceThread {
     bool mQuit = false;       // the worker is to stop before its next callback
     bool mJoinable = false;   // mThread has been started and not yet joined
     pthread_t mThread{};
-    // Set by Shutdown; the worker hands it to the platform so that its sleeps end early.
-    std::atomic<bool> mStopFlag{false};
 };

@@ -21,8 +21,8 @@ int sys_sdkShutdown(void);
 time_t sys_time(void);
 // Device time with microseconds; 0 on success, as gettimeofday(2).
 int sys_gettimeofday(struct timeval* tv);
-// Sleeps for the given device time. On a MaintenanceThread that is being shut down the sleep
-// returns early, so that a stop request is never held up by a long wait.
+// Sleeps for the given device time. Only a process stop (sys_requestProcessStop) ends a sleep
+// early; stopping or restarting a timer thread never does.
 void sys_sleepSeconds(unsigned int seconds);
 void sys_sleepMilliseconds(unsigned int milliseconds);
 // The CLOCK_MONOTONIC deadline that lies the given device milliseconds from now; for timed waits
@@ -30,6 +30,14 @@ void sys_sleepMilliseconds(unsigned int milliseconds);
 struct timespec sys_deadlineAfterMilliseconds(uint64_t milliseconds);
 // Initialises a condition variable whose timed waits use CLOCK_MONOTONIC. 0 on success.
 int sys_condInitMonotonic(pthread_cond_t* cond);
+
+// ---- Process stop ----------------------------------------------------------------------
+// Announces that the process is stopping: every platform sleep in progress, on any thread, ends
+// at once, and later ones return at once. Not undone for the life of the process.
+void sys_requestProcessStop(void);
+// true once the process stop has been announced; a caller that was woken from a sleep checks it
+// before going on.
+bool sys_processStopRequested(void);
 
 // ---- File-system root -------------------------------------------------------------------
 // Maps one of the device's fixed paths (for example "/opt/ardo/data/tola/acl_config.xml") to the

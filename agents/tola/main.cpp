@@ -1,6 +1,7 @@
 // Entry point of the agent. Takes no arguments; always exits with status 0.
 //
-// SIGTERM and SIGINT end the quit wait so that the stop sequence runs. A signal handler may not
+// SIGTERM and SIGINT stop the process: platform sleeps end at once and the quit wait ends, so that
+// the stop sequence runs. A signal handler may not
 // lock a mutex, so the two signals are blocked before any thread starts (every thread inherits
 // the mask) and one thread takes them with sigwait and signals the quit condition. A signal
 // that arrives during start-up is kept and acted on as soon as start-up has finished.
@@ -9,6 +10,7 @@
 
 #include <mutex>
 
+#include "sys_core.h"
 #include "tola_app.h"
 #include "tola_log.h"
 
@@ -25,6 +27,9 @@ void* quitSignalThread(void* arg) {
         if (sigwait(signals, &received) != 0) {
             continue;
         }
+        // First the process stop, so that a wait in progress (the boot wait, a retry wait) ends
+        // now and the check-in thread gives up instead of contacting the portal.
+        sys_requestProcessStop();
         std::lock_guard<std::mutex> lock(gQuitHandoff);
         gQuitRequested = true;
         if (gRunningApp != nullptr) {

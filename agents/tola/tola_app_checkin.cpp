@@ -63,6 +63,12 @@ void TOLAApp::PerformCheckIn() {
     }
     const unsigned long long attempts = static_cast<unsigned long long>(config.checkInFailedRetries) + 1;
     for (unsigned long long attempt = 1; attempt <= attempts; ++attempt) {
+        // A process stop ends the waits early (a retry wait, the data call's); the portal is then
+        // not contacted again.
+        if (sys_processStopRequested()) {
+            TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Process is stopping, check-in abandoned");
+            return;
+        }
         TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Checking server - attempt [%d]", static_cast<int>(attempt));
         bool failed = false;
         if (CheckDataCallAndConnect() != 0) {
@@ -70,6 +76,11 @@ void TOLAApp::PerformCheckIn() {
             failed = true;
         } else {
             PrepareRequest(client, url);
+            if (sys_processStopRequested()) {
+                TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Process is stopping, check-in abandoned");
+                EndRequest();
+                return;
+            }
             std::string response;
             int rc = client.ExecuteGetRequest(url, checkIn, response, httpStatus);
             TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - check in server response httpStatusCode:[%d]", httpStatus);
@@ -96,7 +107,10 @@ void TOLAApp::PerformCheckIn() {
         if (failed) {
             TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - HTTP request failed\n");
             EndRequest();
-            sys_sleepSeconds(config.checkInRetryInterval);
+            // The wait separates attempts: none after the last one.
+            if (attempt < attempts) {
+                sys_sleepSeconds(config.checkInRetryInterval);
+            }
         }
     }
 }

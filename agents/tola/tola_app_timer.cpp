@@ -108,8 +108,13 @@ bool TOLAApp::OnThreadNotify(unsigned int timerId) {
                 sys_sleepSeconds(kBootWaitSeconds);
                 runtimeConfig.bootupWaitDone = true;
             }
-            TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Check-In flag true, performing check-in with server.");
-            PerformCheckIn();
+            // Only a process stop ends the wait early; the process is going, so no check-in.
+            if (sys_processStopRequested()) {
+                TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Process is stopping, no check-in with server.");
+            } else {
+                TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Check-In flag true, performing check-in with server.");
+                PerformCheckIn();
+            }
         } else {
             TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Check-In flag false, no need to Check-in");
         }

@@ -1,5 +1,5 @@
 // Host clock seam: device time = real time + the device state's clock offset; every wait is
-// divided by ARDO_TIME_SCALE.
+// divided by ARDO_TIME_SCALE. Platform sleeps end early only on a process stop.
 #include <pthread.h>
 #include <time.h>
 
@@ -16,21 +16,66 @@ long long clockOffsetSeconds() {
     return ardo::deviceStateValue<long long>("/clock/offset_seconds", 0);
 }
 
-void sleepRealMilliseconds(uint64_t ms) {
-    // Sleep in slices so that a MaintenanceThread being shut down is not held up.
-    constexpr uint64_t kSlice = 50;
-    while (ms > 0 && !ardo::hostThreadStopRequested()) {
-        uint64_t step = std::min(ms, kSlice);
-        struct timespec ts {
-            static_cast<time_t>(step / 1000), static_cast<long>((step % 1000) * 1000000)
-        };
-        while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
+// The process stop: one flag for every thread, and a condition (monotonic, like the sleep
+// deadlines) that wakes every sleeper when it is set.
+struct ProcessStop {
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t cond;
+    bool requested = false;
+    ProcessStop() {
+        if (sys_condInitMonotonic(&cond) != 0) {
+            pthread_cond_init(&cond, nullptr);
         }
-        ms -= step;
     }
+};
+
+ProcessStop& processStop() {
+    static ProcessStop stop;
+    return stop;
+}
+
+// Sleeps until the deadline or the process stop, whichever comes first. true when the whole
+// time was slept.
+bool sleepDeviceMilliseconds(uint64_t deviceMs) {
+    struct timespec deadline = sys_deadlineAfterMilliseconds(deviceMs);
+    ProcessStop& stop = processStop();
+    pthread_mutex_lock(&stop.mutex);
+    int rc = 0;
+    while (!stop.requested && rc != ETIMEDOUT) {
+        rc = pthread_cond_timedwait(&stop.cond, &stop.mutex, &deadline);
+        if (rc != 0 && rc != ETIMEDOUT && rc != EINTR) {
+            break;  // an error is taken as the end of the wait rather than spinning
+        }
+    }
+    bool full = !stop.requested;
+    pthread_mutex_unlock(&stop.mutex);
+    return full;
 }
 
 }  // namespace
+
+void sys_requestProcessStop(void) {
+    ProcessStop& stop = processStop();
+    pthread_mutex_lock(&stop.mutex);
+    stop.requested = true;
+    pthread_cond_broadcast(&stop.cond);
+    pthread_mutex_unlock(&stop.mutex);
+}
+
+bool sys_processStopRequested(void) {
+    ProcessStop& stop = processStop();
+    pthread_mutex_lock(&stop.mutex);
+    bool requested = stop.requested;
+    pthread_mutex_unlock(&stop.mutex);
+    return requested;
+}
+
+void ardo::hostResetProcessStop() {
+    ProcessStop& stop = processStop();
+    pthread_mutex_lock(&stop.mutex);
+    stop.requested = false;
+    pthread_mutex_unlock(&stop.mutex);
+}
 
 time_t sys_time(void) {
     return time(nullptr) + static_cast<time_t>(clockOffsetSeconds());
@@ -50,11 +95,14 @@ int sys_gettimeofday(struct timeval* tv) {
 }
 
 void sys_sleepSeconds(unsigned int seconds) {
-    sleepRealMilliseconds(ardo::hostScaledMilliseconds(seconds * 1000ULL));
+    // Journaled, so that a test can count the agent's waits and see whether one was cut short
+    // ("full" false) without measuring time.
+    bool full = sleepDeviceMilliseconds(seconds * 1000ULL);
+    ardo::deviceJournal("sys_sleepSeconds", {{"seconds", seconds}, {"full", full}}, 0);
 }
 
 void sys_sleepMilliseconds(unsigned int milliseconds) {
-    sleepRealMilliseconds(ardo::hostScaledMilliseconds(milliseconds));
+    sleepDeviceMilliseconds(milliseconds);
 }
 
 struct timespec sys_deadlineAfterMilliseconds(uint64_t milliseconds) {

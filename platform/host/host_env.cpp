@@ -13,10 +13,6 @@
 
 namespace ardo {
 
-namespace {
-thread_local const std::atomic<bool>* tlsStopFlag = nullptr;
-}
-
 std::string hostRoot() {
     const char* root = std::getenv("ARDO_ROOT");
     if (root == nullptr) {
@@ -100,14 +96,6 @@ bool hostWriteFileAtomic(const std::string& path, const std::string& content) {
         return false;
     }
     return true;
-}
-
-void hostSetThreadStopFlag(const std::atomic<bool>* flag) {
-    tlsStopFlag = flag;
-}
-
-bool hostThreadStopRequested() {
-    return tlsStopFlag != nullptr && tlsStopFlag->load();
 }
 
 }  // namespace ardo

@@ -1,7 +1,7 @@
 // Host platform internals: the environment that configures the simulated device.
 #pragma once
 
-#include <atomic>
+#include <cstdint>
 #include <string>
 
 namespace ardo {
@@ -18,9 +18,8 @@ bool hostMakeDirs(const std::string& dir);
 // either the old or the new content, never a torn file. true on success.
 bool hostWriteFileAtomic(const std::string& path, const std::string& content);
 
-// The stop flag of the MaintenanceThread running on this thread (null elsewhere); platform
-// sleeps return early once it is set.
-void hostSetThreadStopFlag(const std::atomic<bool>* flag);
-bool hostThreadStopRequested();
+// Withdraws a process stop (sys_requestProcessStop), so that one test process can run many
+// simulated agent lives. Only for tests: a real process never comes back from a stop.
+void hostResetProcessStop();
 
 }  // namespace ardo

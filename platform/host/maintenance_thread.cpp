@@ -3,7 +3,6 @@
 // (its offset) never shortens or stretches a wait.
 #include "maintenance_thread.h"
 
-#include "host_env.h"
 #include "sys_core.h"
 
 MaintenanceThread::MaintenanceThread(MaintenanceThreadCallbackInterface* callback, uint32_t intervalSeconds,
@@ -44,7 +43,6 @@ int MaintenanceThread::Run() {
 
     pthread_mutex_lock(&mMutex);
     mQuit = false;
-    mStopFlag.store(false);
     // A signal sent while the thread was stopped stays pending and runs the callback at once.
     int rc = pthread_create(&mThread, nullptr, &MaintenanceThread::ThreadMain, this);
     mJoinable = rc == 0;
@@ -62,7 +60,6 @@ void MaintenanceThread::SignalTimerThread() {
 int MaintenanceThread::Shutdown() {
     pthread_mutex_lock(&mMutex);
     mQuit = true;
-    mStopFlag.store(true);
     pthread_cond_signal(&mCond);
     pthread_mutex_unlock(&mMutex);
     return 0;
@@ -99,7 +96,6 @@ void* MaintenanceThread::ThreadMain(void* self) {
 }
 
 void MaintenanceThread::Loop() {
-    ardo::hostSetThreadStopFlag(&mStopFlag);
     pthread_mutex_lock(&mMutex);
     while (!mQuit) {
         if (!mSignalled) {
@@ -132,5 +128,4 @@ void MaintenanceThread::Loop() {
         pthread_mutex_lock(&mMutex);
     }
     pthread_mutex_unlock(&mMutex);
-    ardo::hostSetThreadStopFlag(nullptr);
 }

@@ -13,6 +13,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "host_env.h"
+
 namespace tola_test {
 
 namespace {
@@ -88,6 +90,8 @@ TempRoot::TempRoot(bool bare, double timeScale) {
     setenv("ARDO_ROOT", mDir.c_str(), 1);
     setenv("ARDO_SHM_KEY", std::to_string(mShmKey).c_str(), 1);
     setenv("ARDO_TIME_SCALE", std::to_string(timeScale).c_str(), 1);
+    // A simulated device starts as a running process, whatever an earlier test stopped.
+    ardo::hostResetProcessStop();
     if (!bare) {
         run(std::string("TOLA_BIN_DIR=/nonexistent '") + TOLA_SOURCE_DIR + "/scripts/mkroot' '" + mDir + "'");
     }
@@ -104,6 +108,7 @@ TempRoot::~TempRoot() {
     restoreEnv("ARDO_ROOT", mOldRoot, mHadRoot);
     restoreEnv("ARDO_SHM_KEY", mOldKey, mHadKey);
     restoreEnv("ARDO_TIME_SCALE", mOldScale, mHadScale);
+    ardo::hostResetProcessStop();
 }
 
 void TempRoot::writeFile(const std::string& devicePath, const std::string& content) const {

@@ -2,9 +2,13 @@
 // preparation (interface and forced resolution).
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include "app_fixture.h"
 #include "canned_http.h"
 #include "http_helper.h"
+#include "sys_core.h"
 
 using ardo::json;
 using tola_test::AppTest;
@@ -55,7 +59,8 @@ TEST_F(CheckInTest, FailedAttemptsFollowTheRetryCount) {
     struct Case {
         const char* retries;
         size_t attempts;
-    } cases[] = {{"0", 1}, {"2", 3}, {"4294967295", 0}};
+        size_t waits;  // between failed attempts, none after the last
+    } cases[] = {{"0", 1, 0}, {"2", 3, 2}, {"4294967295", 0, 0}};
     for (const Case& c : cases) {
         SetConfigValue("CheckInFailedRetries", c.retries);
         root.remove("/var/lib/ardo/calls.jsonl");
@@ -63,8 +68,14 @@ TEST_F(CheckInTest, FailedAttemptsFollowTheRetryCount) {
         size_t before = Count(Log(), "HTTP request failed");
         app->PerformCheckIn();
         EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallConnect", 0).size(), c.attempts) << c.retries;
-        // Every failed attempt ends its data call (and then waits the retry interval).
+        // Every failed attempt ends its data call.
         EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), c.attempts) << c.retries;
+        size_t waits = 0;
+        for (const json& sleep : Journal("sys_sleepSeconds")) {
+            waits += sleep["args"]["seconds"] == app->Config().checkInRetryInterval ? 1 : 0;
+            EXPECT_TRUE(sleep["args"]["full"].get<bool>());
+        }
+        EXPECT_EQ(waits, c.waits) << c.retries;
         EXPECT_EQ(Count(Log(), "HTTP request failed") - before, c.attempts) << c.retries;
         EXPECT_STREQ(Stored().lastCommand, "");
     }
@@ -82,6 +93,26 @@ TEST_F(CheckInTest, UnparsableAnswerIsRetriedAtOnceOnTheSameCall) {
     EXPECT_EQ(root.readFile("/opt/ardo/data/tola/tola_downloaded_config"),
               R"({"ResultCode":1,"Version":"7"})");
     EXPECT_STREQ(Stored().lastCommand, "1");
+}
+
+TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
+    SetConfigValue("CheckInFailedRetries", "2");
+    SetConfigValue("CheckInRetryInterval", "4000000");  // over an hour of real time, unless cut short
+    CannedHttpServer portal({R"({"ResultCode":1,"Version":"7"})"});
+    // The first attempt finds no data call; the process stops during the retry wait.
+    ardo::deviceStateSet("/faults/sys_cellularDataUsageAPNCallConnect", json::array({5, 5, 5, 5, 5, 5}));
+    Activate(portal.url());
+    std::thread stopper([this] {
+        while (Count(Log(), "HTTP request failed") == 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        sys_requestProcessStop();
+    });
+    app->PerformCheckIn();
+    stopper.join();
+    EXPECT_TRUE(portal.bodies().empty());
+    EXPECT_EQ(Count(Log(), "Checking server - attempt"), 1u);
+    EXPECT_EQ(Count(Log(), "Process is stopping, check-in abandoned"), 1u);
 }
 
 TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {

@@ -102,7 +102,7 @@ TEST(MaintenanceThread, NewIntervalAppliesFromTheNextWait) {
     EXPECT_EQ(timer.GetInterval(), 10u);
 }
 
-TEST(MaintenanceThread, ShutdownEndsAPlatformSleepInTheCallback) {
+TEST(MaintenanceThread, ShutdownLeavesASleepInTheCallbackAndOnlyAProcessStopEndsIt) {
     tola_test::TempRoot root(true);
     Recorder rec;
     std::atomic<bool> sleepEnded{false};
@@ -115,10 +115,24 @@ TEST(MaintenanceThread, ShutdownEndsAPlatformSleepInTheCallback) {
     ASSERT_EQ(timer.Run(), 0);
     timer.SignalTimerThread();
     ASSERT_TRUE(rec.waitForCalls(1));
+    // A re-arm stops the timer and waits for it: the callback's sleep goes on.
     timer.Shutdown();
     auto joined = std::async(std::launch::async, [&] { timer.WaitForCompletion(); });
+    EXPECT_EQ(joined.wait_for(100ms), std::future_status::timeout);
+    EXPECT_FALSE(sleepEnded);
+    // A process stop ends it, and every later sleep returns at once.
+    EXPECT_FALSE(sys_processStopRequested());
+    sys_requestProcessStop();
     ASSERT_EQ(joined.wait_for(20s), std::future_status::ready);
     EXPECT_TRUE(sleepEnded);
+    EXPECT_TRUE(sys_processStopRequested());
+    auto later = std::async(std::launch::async, [] { sys_sleepSeconds(86400); });
+    EXPECT_EQ(later.wait_for(20s), std::future_status::ready);
+    // Both sleeps are journaled as cut short.
+    std::string journal = root.readFile("/var/lib/ardo/calls.jsonl");
+    const std::string cut =
+        "{\"args\":{\"full\":false,\"seconds\":86400},\"call\":\"sys_sleepSeconds\",\"result\":0}\n";
+    EXPECT_EQ(journal, cut + cut);
 }
 
 TEST(MaintenanceThread, RunsAgainAfterShutdownAndWaitForCompletion) {
