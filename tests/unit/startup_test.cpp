@@ -276,4 +276,36 @@ TEST_F(StartupTest, ClockChangeIsSubscribedOnlyWhileTheClockIsUnset) {
     stop(app);
 }
 
+TEST_F(StartupTest, AValidClockIsNeverSubscribedForClockChanges) {
+    TOLAApp app;
+    ASSERT_EQ(0, app.Initialize());
+    std::string emit =
+        "busctl --address='" + bus.address() + "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv ";
+    ASSERT_EQ(0, std::system((emit + "modem2.time_change ay 1 7").c_str()));
+    // A subscribed channel after it: once that arrives, the clock notice would have too.
+    ASSERT_EQ(0, std::system((emit + "ardo.dua.usage.info ay 4 1 0 0 0").c_str()));
+    ASSERT_TRUE(
+        tola_test::waitForText(root->path("/var/log/tola.log"), "on channel ardo.dua.usage.info", 5000));
+    EXPECT_EQ(0u, countOf(log(), "modem2.time_change"));
+    stop(app);
+}
+
+TEST_F(StartupTest, ADownloadedAnswerLeftUnhandledIsHandledAtStartUp) {
+    tolaagent_runtime_config_t record = defaults();
+    record.aclConfigStatus = 1;  // stored by a check-in that did not get to finish
+    tola_copy_text(record.checkInURL, "https://portal.tola.test/checkin");
+    storeRecord(record);
+    root->writeFile("/opt/ardo/data/tola/tola_downloaded_config",
+                    R"({"ResultCode":97,"Version":"3","CheckInUrl":"https://moved.tola.test/c"})");
+    TOLAApp app;
+    ASSERT_EQ(0, app.Initialize());
+    stop(app);
+    std::string acl = root->readFile(kAclFile);
+    for (const char* element : {"<CheckInURL>https://moved.tola.test/c</CheckInURL>",
+                                "<LastCommand>97</LastCommand>", "<AclConfigStatus>0</AclConfigStatus>"}) {
+        EXPECT_NE(std::string::npos, acl.find(element)) << element << "\n" << acl;
+    }
+    EXPECT_EQ(1u, countOf(log(), "New url no config follows"));
+}
+
 }  // namespace

@@ -2,13 +2,18 @@
 // clock change, and the bus notices that steer them.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "app_fixture.h"
 #include "device_state.h"
+#include "private_bus.h"
 #include "sys_core.h"
+#include "test_env.h"
 
 namespace {
 
@@ -218,6 +223,52 @@ TEST_F(SchedulingTest, ClockNoticeWithNothingLeftChecksInWhenFlagged) {
         EXPECT_EQ(1u, Count(Log(), c.expectedLine));
         EXPECT_EQ(777u, app->CheckInTimer().GetInterval());
     }
+}
+
+TEST_F(SchedulingTest, ClockNoticeRearmWaitsForTheBootWaitAndRestartsTheTimer) {
+    setenv("ARDO_TIME_SCALE", "100", 1);  // the boot wait takes 1.2 s of real time
+    const uint8_t payload[1] = {1};
+    tolaagent_runtime_config_t& record = app->RuntimeConfig();
+    record.checkInFlag = true;  // no portal URL: each check-in ends at once
+    app->Agent().SetRuntimeConfig(record);
+    setLastCheckIn(deviceDate(60 - 24 * 3600), 24);  // the period ends in a minute
+    app->CheckInTimer().SetInterval(0);
+    ASSERT_EQ(0, app->CheckInTimer().Run());
+    app->CheckInTimer().SignalTimerThread();
+    ASSERT_TRUE(tola_test::waitForText(root.path("/var/log/tola.log"), "sleep for 120 seconds to modem up"));
+    // The re-arm waits for the running check-in, boot wait and all, then runs the timer again.
+    notify(TOLA_CHANNEL_TIME_CHANGE, payload, 1);
+    std::vector<ardo::json> bootWaits;
+    for (const ardo::json& sleep : Journal("sys_sleepSeconds")) {
+        if (sleep["args"]["seconds"] == 120) {
+            bootWaits.push_back(sleep);
+        }
+    }
+    ASSERT_EQ(1u, bootWaits.size());
+    EXPECT_TRUE(bootWaits[0]["args"]["full"].get<bool>());
+    EXPECT_EQ(1u, Count(Log(), "Check-In flag true, performing check-in with server."));
+    EXPECT_NEAR(60.0, static_cast<double>(app->CheckInTimer().GetInterval()), 2.0);
+    // The restarted timer expires on its own after the remaining minute.
+    for (int i = 0; i < 10000 && Count(Log(), "during bootup performing check-in with server") < 2; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    ASSERT_EQ(2u, Count(Log(), "during bootup performing check-in with server"));
+    EXPECT_EQ(2u, Count(Log(), "Initiating check-in due to TOLA timer expiry or portal Invocation"));
+    sys_requestProcessStop();  // ends the second boot wait; no check-in follows it
+    app->CheckInTimer().Shutdown();
+    app->CheckInTimer().WaitForCompletion();
+    EXPECT_EQ(1u, Count(Log(), "Check-In flag true, performing check-in with server."));
+    EXPECT_EQ(1u, Count(Log(), "Process is stopping, no check-in with server."));
+}
+
+TEST_F(SchedulingTest, StringsOnlyOnTheSmsChannelAreHandled) {
+    app->OnChannelNotify("some.other.channel", std::string("<TOLA><abc"));
+    std::string log = Log();
+    EXPECT_EQ(1u, Count(log, "received string data [<TOLA><abc] on channel some.other.channel"));
+    EXPECT_EQ(1u, Count(log, "Unmapped channel-category detected! Channel is some.other.channel"));
+    EXPECT_EQ(0u, Count(log, "HandleSmsCommand"));
+    app->OnChannelNotify(TOLA_CHANNEL_SMS, std::string("hello"));
+    EXPECT_EQ(1u, Count(Log(), "Unmapped channel-category"));
 }
 
 }  // namespace
