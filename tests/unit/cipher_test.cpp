@@ -110,19 +110,44 @@ TEST(PayloadCipher, MalformedBase64NeverCrashesNorYieldsThePlainText) {
     for (size_t i = 0; i < good.size(); i += 64) {
         broken += good.substr(i, 64) + "\n";
     }
-    // Nothing, padding only, not Base64, padding in the middle, 3 bytes (not a whole block), truncated.
+    // Nothing, padding only, not Base64, padding in the middle, 3 bytes (not a whole block),
+    // truncated, broken into lines. None is reported: each decodes to less than a block (or to
+    // nothing), the padding check fails, and the caller gets success with an empty text, which
+    // then does not parse.
     const std::string cases[] = {
         "", "=", "==", "!!!!@@@@####", "AAAA==AAAA==AAAA", "QUJD", good.substr(0, 10), broken};
     for (const std::string& text : cases) {
         SCOPED_TRACE("input '" + text + "'");
-        std::string decrypted;
-        int rc = decrypt(key, text, &decrypted);
-        EXPECT_TRUE(rc == 0 || rc == 1);
-        EXPECT_NE(plain, decrypted);
+        std::string decrypted = "unset";
+        EXPECT_EQ(0, decrypt(key, text, &decrypted));
+        EXPECT_EQ("", decrypted);
     }
-    // Junk after the padding is ignored by the decoder; it must at least stay harmless.
+    // Junk after the padding is ignored by the decoder.
     std::string decrypted;
     EXPECT_EQ(0, decrypt(key, good + "\x01\x02", &decrypted));
+    EXPECT_EQ(plain, decrypted);
+}
+
+TEST(PayloadCipher, DecodeEstimateSubtractsThePadding) {
+    const std::string block44(44, 'A');
+    struct Case {
+        std::string text;
+        int estimate;
+    } cases[] = {
+        {"QUJD", 3},
+        {"QUI=", 2},
+        {"QQ==", 1},
+        {"A=B=", 2},  // only the end counts
+        {block44, 33},
+        {block44.substr(0, 43) + "=", 32},
+        {block44.substr(0, 42) + "==", 31},
+        {"", 0},
+        {"=", 0},
+        {"==", 0},  // truncated towards zero, never negative
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.estimate, CalcDecodeLength(c.text.c_str())) << "'" << c.text << "'";
+    }
 }
 
 }  // namespace
