@@ -88,13 +88,12 @@ void TOLAApp::PerformCheckIn() {
                 failed = true;
             } else {
                 TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Server response is %s", response.c_str());
-                std::FILE* out = std::fopen(
-                    sys_fsPath(std::string(TOLA_DATA_DIR) + "/" + TOLA_DOWNLOADED_CONFIG_FILE_NAME).c_str(),
-                    "w");
-                if (out != nullptr) {
-                    std::fwrite(response.data(), 1, response.size(), out);
-                    std::fclose(out);
-                }
+                // A state file, re-read at start-up: written crash-safely like acl_config.xml, so a
+                // power loss leaves the previous answer or this one, never a torn one. A failed
+                // write is not reported.
+                tola_write_file_atomic(
+                    sys_fsPath(std::string(TOLA_DATA_DIR) + "/" + TOLA_DOWNLOADED_CONFIG_FILE_NAME),
+                    response);
                 runtimeConfig.aclConfigStatus = 1;
                 agent.SetRuntimeConfig(runtimeConfig);
                 if (SaveConfiguration(response)) {

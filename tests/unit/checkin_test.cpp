@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "app_fixture.h"
@@ -93,6 +96,27 @@ TEST_F(CheckInTest, UnparsableAnswerIsRetriedAtOnceOnTheSameCall) {
     EXPECT_EQ(root.readFile("/opt/ardo/data/tola/tola_downloaded_config"),
               R"({"ResultCode":1,"Version":"7"})");
     EXPECT_STREQ(Stored().lastCommand, "1");
+}
+
+TEST_F(CheckInTest, TheAnswerReplacesTheDownloadedFileWhole) {
+    const std::string path = root.path("/opt/ardo/data/tola/tola_downloaded_config");
+    root.writeFile("/opt/ardo/data/tola/tola_downloaded_config", "previous answer");
+    // A reader that opened the file before: a crash-safe write gives the new text a new file, so
+    // this reader still sees the whole previous text, never a truncated one.
+    std::ifstream earlier(path);
+    CannedHttpServer portal({R"({"ResultCode":1,"Version":"7"})"});
+    Activate(portal.url());
+    app->PerformCheckIn();
+    EXPECT_EQ(root.readFile("/opt/ardo/data/tola/tola_downloaded_config"),
+              R"({"ResultCode":1,"Version":"7"})");
+    std::string seen((std::istreambuf_iterator<char>(earlier)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(seen, "previous answer");
+    // Nothing is left beside it.
+    std::string listing;
+    for (const auto& entry : std::filesystem::directory_iterator(root.path("/opt/ardo/data/tola"))) {
+        listing += entry.path().filename().string() + " ";
+    }
+    EXPECT_EQ(listing.find(".tmp"), std::string::npos) << listing;
 }
 
 TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
