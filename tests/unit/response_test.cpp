@@ -163,6 +163,8 @@ TEST_F(ResponseTest, MissingConfigurationIsConfirmedWithCodeTwo) {
     EXPECT_EQ(receipt.value("ErrorCode", ""), "2");
     EXPECT_EQ(receipt.value("Version", ""), "5");
     EXPECT_EQ(receipt.value("ErrorMessage", "unset"), "");
+    // The shipped template uses only the placeholders a receipt gets: none is left.
+    EXPECT_EQ(receipt.dump().find('%'), std::string::npos) << receipt.dump();
     EXPECT_EQ(Stored().aclConfigStatus, 0);
 }
 
