@@ -105,6 +105,21 @@ TEST_F(CheckInE2E, PortalReceivesAFullyFilledRequestOverHttps) {
     EXPECT_NE(Acl().find("<LastCommand>1</LastCommand>"), std::string::npos) << Acl();
 }
 
+TEST_F(CheckInE2E, StopDuringTheBootWaitSendsNothing) {
+    StartPortal(json::object());
+    setenv("ARDO_CA_FILE", caFile.c_str(), 1);
+    Activate("https://portal.tola.test:" + httpsPort);
+    setenv("ARDO_TIME_SCALE", "1", 1);  // a real two-minute boot wait (TempRoot restores the scale)
+    StartAgent();
+    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "sleep for 120 seconds to modem up", 20000));
+    StopAgent();  // exits within its 10 s only because the stop ends the wait
+    EXPECT_TRUE(Received().empty());
+    std::string log = Log();
+    EXPECT_NE(log.find("Process is stopping, no check-in with server."), std::string::npos);
+    EXPECT_EQ(log.find("Contacting server now"), std::string::npos);
+    EXPECT_NE(log.find("End TOLA Agent"), std::string::npos);
+}
+
 TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
     const json kDocument = json::parse(R"([{"AccessControlSettings": {"WiFiSSID": {"Lock": true}}}])");
     struct Case {
