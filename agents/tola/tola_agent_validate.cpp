@@ -128,8 +128,8 @@ int checkWpsAndMacFilter(TOLAAgent& agent) {
 }
 
 // Devices the document blocks are forgotten by the device (removed from its known devices), so
-// that they no longer show as the hotspot's devices. 0, or 150 when one cannot be removed; a
-// list that cannot be read is logged and leaves the known devices as they are.
+// that they no longer show as the hotspot's devices. 0, or 150 with the user text when one
+// cannot be removed; a list that cannot be read is logged and leaves the known devices alone.
 int forgetBlockedDevices(TOLAAgent& agent, const char* function, const sys_mac_entry_t* blocked,
                          int blockedCount) {
     if (blockedCount <= 0) {
@@ -228,6 +228,18 @@ int TOLAAgent::ValidateObjectParameters() {
             return trace.Returning(reset != 0 ? reset : rc);
         }
     }
+    // The device forgets the devices the document blocks once the whole document is accepted,
+    // so that a refused document changes nothing on the device.
+    int* blockedCount = GetMacCount();
+    sys_mac_entry_t* entries = GetMacAddrList();
+    if (IsPresent(TolaField::BlockedDevices) && blockedCount != nullptr && entries != nullptr) {
+        int rc = forgetBlockedDevices(*this, __FUNCTION__, entries + TOLA_BLOCKED_MAC_FIRST,
+                                      std::clamp(*blockedCount, 0, TOLA_MAX_LISTED_DEVICES));
+        if (rc != 0) {
+            int reset = ResetObjectData();
+            return trace.Returning(reset != 0 ? reset : rc);
+        }
+    }
     return trace.Returning(0);
 }
 
@@ -285,8 +297,7 @@ int TOLAAgent::ValidateWhiteListAndBlockedDevicesObj() {
         return trace.Returning(
             TOLA_REFUSE(150, "Invalid White list devices object, mac adress list is empty."));
     }
-    return trace.Returning(
-        forgetBlockedDevices(*this, __FUNCTION__, entries + TOLA_BLOCKED_MAC_FIRST, blocked));
+    return trace.Returning(0);
 }
 
 int TOLAAgent::ValidateAdminPasswordSettingsObj() {
