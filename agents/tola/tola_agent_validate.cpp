@@ -229,10 +229,11 @@ int TOLAAgent::ValidateObjectParameters() {
         }
     }
     // The device forgets the devices the document blocks once the whole document is accepted,
-    // so that a refused document changes nothing on the device.
+    // so that a refused document (or one only checked) changes nothing on the device.
     int* blockedCount = GetMacCount();
     sys_mac_entry_t* entries = GetMacAddrList();
-    if (IsPresent(TolaField::BlockedDevices) && blockedCount != nullptr && entries != nullptr) {
+    if (!mValidationDryRun && IsPresent(TolaField::BlockedDevices) && blockedCount != nullptr &&
+        entries != nullptr) {
         int rc = forgetBlockedDevices(*this, __FUNCTION__, entries + TOLA_BLOCKED_MAC_FIRST,
                                       std::clamp(*blockedCount, 0, TOLA_MAX_LISTED_DEVICES));
         if (rc != 0) {

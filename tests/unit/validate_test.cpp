@@ -387,6 +387,11 @@ TEST_F(ValidateTest, BlockedDevicesAreForgottenOnceTheDocumentIsAccepted) {
     EXPECT_EQ(run(refused, "[" + blocked + R"(, {"LANSettings": {"DHCPLeaseTime": 0}}])"), 158);
     EXPECT_EQ(root.readFile("/var/lib/ardo/calls.jsonl"), "");
 
+    TOLAAgent dryRun;
+    dryRun.SetValidationDryRun(true);
+    EXPECT_EQ(run(dryRun, "[" + blocked + "]"), 0);
+    EXPECT_EQ(root.readFile("/var/lib/ardo/calls.jsonl"), "");
+
     TOLAAgent agent;
     ASSERT_EQ(run(agent, "[" + blocked + "]"), 0);
     sys_known_device_t known[SYS_KNOWN_DEVICES_MAX];
