@@ -256,6 +256,8 @@ struct sys_samba_folder_t {
 };
 static_assert(sizeof(sys_samba_folder_t) == 260, "sharing folder layout");
 constexpr int SYS_SAMBA_FOLDER_SLOTS = 100;  // 26000 bytes
+// The longest top-level folder name the device's file server shares (the record keeps more).
+constexpr int SYS_SAMBA_FOLDER_NAME_MAX = 64;
 
 int sys_getSambaSettings(sys_samba_settings_t* settings);
 int sys_setSambaSettings(const sys_samba_settings_t* settings);
@@ -305,3 +307,25 @@ int sys_getActiveModemProfileIndex(int* index);
 // Reads or replaces a whole profile. 0 on success; reading a profile the modem does not have fails.
 int sys_getModemProfile(int type, int index, sys_modem_profile_t* profile);
 int sys_setModemProfile(int type, int index, const sys_modem_profile_t* profile);
+
+// ---- Known devices ------------------------------------------------------------------------
+// The devices that have joined the hotspot's networks and that the device remembers (their names
+// and last addresses, shown in the connected-devices lists).
+struct sys_known_device_t {
+    char macAddress[18];  // "aa:bb:cc:dd:ee:ff"
+    char hostName[64];    // up to 63 characters, may be empty
+    char ipAddress[SYS_IP_TEXT_SIZE];
+    uint8_t reserved0[1];
+    uint32_t connected;  // 1 while the device is connected
+    uint32_t network;    // SYS_WIFI_BAND_PRIMARY or SYS_WIFI_BAND_GUEST
+};
+static_assert(offsetof(sys_known_device_t, ipAddress) == 82, "known-device layout");
+static_assert(offsetof(sys_known_device_t, connected) == 100, "known-device layout");
+static_assert(sizeof(sys_known_device_t) == 108, "known-device layout");
+constexpr int SYS_KNOWN_DEVICES_MAX = 64;
+
+// Copies up to `capacity` known devices into devices and their number into *count. 0 on success.
+int sys_getAllDevicesList(sys_known_device_t* devices, int capacity, int* count);
+// Forgets the known device with this MAC address (compared without regard to case or to the
+// separators). 0 on success; a device that is not known fails.
+int sys_deleteKnownDevice(const char* macAddress);

@@ -73,6 +73,9 @@ class TOLAAgent : public TOLASettingsObject {
     // 0 when application `index` conflicts with none of the others of apps[0..count), else 1.
     int CheckAppConflicts(int index, sys_router_app_t* apps, int count);
     int CheckPortFilterAppConflicts(int index, sys_router_app_t* apps, int count);
+    // An accepted document makes the device forget the devices it blocks; a dry run (a document
+    // checked, not applied) leaves the device untouched.
+    void SetValidationDryRun(bool dryRun) { mValidationDryRun = dryRun; }
 
     // ---- Applying an accepted document to the device (tola_agent_apply.cpp) ----
     int SetWiFiParameters();
@@ -88,4 +91,5 @@ class TOLAAgent : public TOLASettingsObject {
     bool mRestoreDefaults = false;
     bool mInitialized = false;
     tola_acl_shm_t* mAcl = nullptr;
+    bool mValidationDryRun = false;
 };

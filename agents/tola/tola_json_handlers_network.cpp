@@ -649,6 +649,17 @@ const KeyRule kForwardCustomRules[] = {
 
 }  // namespace
 
+bool tola_is_predefined_forward_app(const sys_router_app_t& app) {
+    for (const ForwardService& service : kForwardServices) {
+        if (strncmp(app.name, service.name, sizeof(app.name)) == 0 && app.startPort == service.startPort &&
+            app.endPort == service.endPort && app.protocol == service.protocol &&
+            app.portType == SYS_APP_PORT_RANGE) {
+            return true;
+        }
+    }
+    return false;
+}
+
 int handlePortForwardCustomApps(yajl_val apps, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
     TOLAAgent* agent = agentOf(ctx);

@@ -12,6 +12,7 @@
 
 class TOLAAgent;
 class TOLAApp;
+struct sys_router_app_t;
 
 typedef enum {
     yajl_t_string = 1,
@@ -156,6 +157,10 @@ int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx);
 int handleReservedIpSettingsInfo(yajl_val element, context_t* ctx);
 // Built but not called: "AccessControlSettings" is read by the walk in ProcessJSONData.
 int handleAccessControlSettingsInfo(yajl_val element, context_t* ctx);
+
+// true when a port-forwarding record is one of the predefined services as its switch adds it
+// (the service's name, ports, protocol and port type), false for a custom application.
+bool tola_is_predefined_forward_app(const sys_router_app_t& app);
 
 class TOLAJSONParser {
   public:

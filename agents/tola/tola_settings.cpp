@@ -171,20 +171,20 @@ T* cachedRecord(std::unique_ptr<T>& entry, const char* logName, int (*getter)(T*
 TOLA_DEVICE_STATE_CACHE(TOLA_DEFINE_CACHE_GETTER)
 #undef TOLA_DEFINE_CACHE_GETTER
 
-int tola_read_wifi24_enabled(int* enabled) {
+int tola_read_wifi24_profile(int* network) {
     sys_wifi_profile_t profile{};
     int rc = sys_getWiFiPrimaryProfile(&profile);
-    if (rc == 0 && enabled != nullptr) {
-        *enabled = static_cast<int>(profile.band24Enabled);
+    if (rc == 0 && network != nullptr) {
+        *network = static_cast<int>(profile.band24Network);
     }
     return rc;
 }
 
-int tola_read_wifi5_enabled(int* enabled) {
+int tola_read_wifi5_profile(int* network) {
     sys_wifi_profile_t profile{};
     int rc = sys_getWiFiPrimaryProfile(&profile);
-    if (rc == 0 && enabled != nullptr) {
-        *enabled = static_cast<int>(profile.band5Enabled);
+    if (rc == 0 && network != nullptr) {
+        *network = static_cast<int>(profile.band5Network);
     }
     return rc;
 }

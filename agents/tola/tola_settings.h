@@ -228,8 +228,8 @@ const tola_field_info_t& tola_field_info(TolaField field);
     X(getWiFiCarrierEnabled, int, "getWiFiCarrierEnabled", sys_getWiFiCarrierEnabled)                        \
     X(getGuestWiFiCarrierEnabled, int, "getGuestWiFiCarrierEnabled", sys_getWiFiGuestCarrierEnabled)         \
     X(getWiFiEnabled, int, "getWiFiEnabled", sys_getWiFiEnabled)                                             \
-    X(getWiFi24GHzProfileEnabled, int, "get WiFi 2.4GHz Profile Enabled", tola_read_wifi24_enabled)          \
-    X(getWiFi5GHzProfileEnabled, int, "get WiFi 5GHz Profile Enabled", tola_read_wifi5_enabled)              \
+    X(getWiFi24GHzProfileEnabled, int, "get WiFi 2.4GHz Profile Enabled", tola_read_wifi24_profile)          \
+    X(getWiFi5GHzProfileEnabled, int, "get WiFi 5GHz Profile Enabled", tola_read_wifi5_profile)              \
     X(getWiFiMaxClients, int, "sys_getWiFiMaxClients", sys_getWiFiMaxClients)                                \
     X(getWiFiProfile, sys_wifi_profile_t, "getWiFiProfile", sys_getWiFiPrimaryProfile)                       \
     X(getWiFiGuestProfile, sys_wifi_profile_t, "getWiFiGuestProfile", sys_getWiFiGuestProfile)               \
@@ -251,9 +251,10 @@ const tola_field_info_t& tola_field_info(TolaField field);
     X(getSambaGuestNetworkEnabled, int, "sys_getSambaGuestNetworkEnabled", sys_getSambaGuestNetworkEnabled)  \
     X(getCellularDataEnabled, int, "getCellularDataEnabled", sys_getCellularDataEnabled)
 
-// The per-band switches of the primary profile, as the cache reads them.
-int tola_read_wifi24_enabled(int* enabled);
-int tola_read_wifi5_enabled(int* enabled);
+// The profile enabled on each band, as the cache reads it: which network the band carries
+// (SYS_WIFI_BAND_PRIMARY or SYS_WIFI_BAND_GUEST, the band fields of the primary profile).
+int tola_read_wifi24_profile(int* network);
+int tola_read_wifi5_profile(int* network);
 
 // Seeds the GPS-enabled member: the GPS state is readable only with the privacy agreement
 // accepted, so the agreement is accepted for the read and then put back as it was.

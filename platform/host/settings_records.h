@@ -129,6 +129,15 @@ void visitRecord(V& v, sys_modem_profile_t& r) {
     v("name", r.name);
 }
 
+template <typename V>
+void visitRecord(V& v, sys_known_device_t& r) {
+    v("macAddress", r.macAddress);
+    v("hostName", r.hostName);
+    v("ipAddress", r.ipAddress);
+    v("connected", r.connected);
+    v("network", r.network);
+}
+
 namespace detail {
 
 struct ToJson {
