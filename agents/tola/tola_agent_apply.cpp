@@ -524,8 +524,8 @@ int TOLAAgent::PublishAclChange(MsgbusHandler& bus) {
     FnTrace trace("int TOLAAgent::PublishAclChange(MsgbusHandler&)");
     int rc = bus.Initialize();
     if (rc != 0) {
+        // The publication is still attempted (and fails): the settings are applied regardless.
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Msgbus initialize failed with code = %d", rc);
-        return trace.Returning(rc);
     }
     rc = bus.PublishData(TOLA_CHANNEL_ACL, 1);
     if (rc != 0) {
