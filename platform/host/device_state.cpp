@@ -73,7 +73,9 @@ bool parseFile(const std::string& path, json& out) {
 
 bool writeDoc(const std::string& path, const json& doc) {
     hostMakeDirs(dirOf(path));
-    return hostWriteFileAtomic(path, doc.dump(2) + "\n");
+    // Record texts are cut at their field's bound, possibly inside a UTF-8 sequence: such bytes
+    // are kept as U+FFFD rather than failing the write.
+    return hostWriteFileAtomic(path, doc.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
 }
 
 // Reads the document without taking the lock (the file is only ever replaced by rename, so a
