@@ -4,12 +4,16 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "device_state.h"
+#include "msgbus_handler.h"
 #include "private_bus.h"
 #include "test_env.h"
 #include "tola_agent.h"
@@ -156,6 +160,42 @@ TEST_F(ApplyTest, PublicationFirstThenTheSettersInTheirFixedOrder) {
     EXPECT_NE(
         Log().find("int TOLAAgent::ProcessResponse(const std::string&, std::string&) - END returning [0]"),
         std::string::npos);
+}
+
+// Another process of the device, listening on "ardo.tola.acl".
+class AclListener : public MsgbusCallbackInterface {
+  public:
+    void OnChannelNotify(const std::string& channel, const int& value) override {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mValues.push_back(channel + "=" + std::to_string(value));
+        mChanged.notify_all();
+    }
+    void OnChannelNotify(const std::string&, const std::string&) override {}
+    void OnChannelNotify(const std::string&, void*, int) override {}
+    // What arrived within the time (at least one notification when expected).
+    std::vector<std::string> Values(bool expectOne) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mChanged.wait_for(lock, std::chrono::milliseconds(expectOne ? 5000 : 300),
+                          [this] { return !mValues.empty(); });
+        return mValues;
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::vector<std::string> mValues;
+};
+
+TEST_F(ApplyTest, OtherProcessesHearOfAnAcceptedDocumentOnly) {
+    AclListener listener;
+    MsgbusHandler subscriber(&listener);
+    ASSERT_EQ(subscriber.Initialize(), 0);
+    ASSERT_EQ(subscriber.RegisterForChannelSubscription(TOLA_CHANNEL_ACL, true), 0);
+    EXPECT_NE(Apply(R"([{"LANSettings": {"DHCPLeaseTime": "long"}}])"), 0);
+    EXPECT_EQ(listener.Values(false), std::vector<std::string>());
+    EXPECT_EQ(Apply(R"([{"DevicePreferences": {"LEDEnabled": false}}])"), 0);
+    EXPECT_EQ(listener.Values(true), std::vector<std::string>{"ardo.tola.acl=1"});
+    subscriber.Uninitialize();
 }
 
 TEST_F(ApplyTest, AFailingSetterIsLoggedAndSkipped) {
