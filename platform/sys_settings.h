@@ -134,6 +134,12 @@ int sys_getWiFiEnabled(int* enabled);
 int sys_setWiFiEnabled(int enabled);
 int sys_getWiFiMaxClients(int* count);
 int sys_setWiFiMaxClients(int count);
+// Writes a profile for one radio (SYS_WIFI_RADIO_*): the network's name, key and security, and
+// that radio's mode, channel and switches.
+constexpr int SYS_WIFI_RADIO_24GHZ = 0;
+constexpr int SYS_WIFI_RADIO_5GHZ = 1;
+int sys_setWiFiPrimaryProfileForRadio(int radio, const sys_wifi_profile_t* profile);
+int sys_setWiFiGuestProfileForRadio(int radio, const sys_wifi_profile_t* profile);
 int sys_getWiFiCarrierEnabled(int* enabled);
 int sys_getWiFiGuestCarrierEnabled(int* enabled);
 
@@ -273,6 +279,22 @@ int sys_setSambaHostname(const char* name);
 // ---- Mobile network -----------------------------------------------------------------------
 int sys_getCellularDataEnabled(int* enabled);
 int sys_setCellularDataEnabled(int enabled);
+
+// When the device brings up its data call.
+constexpr int SYS_DATA_CONNECT_AUTO = 0;              // always
+constexpr int SYS_DATA_CONNECT_AUTO_NOT_ROAMING = 1;  // except while roaming
+constexpr int SYS_DATA_CONNECT_MANUAL = 2;            // only when the user asks
+int sys_getCellularDataConnectionPreference(int* preference);
+int sys_setCellularDataConnectionPreference(int preference);
+
+// The radio technologies the modem may use: one bit per family.
+constexpr int SYS_RAT_LTE = 1 << 0;
+constexpr int SYS_RAT_CDMA = 1 << 1;       // 1x and EV-DO
+constexpr int SYS_RAT_GSM = 1 << 2;        // GSM and EDGE
+constexpr int SYS_RAT_UMTS_HSPA = 1 << 3;  // UMTS and HSPA
+constexpr int SYS_RAT_GLOBAL = SYS_RAT_LTE | SYS_RAT_CDMA | SYS_RAT_GSM | SYS_RAT_UMTS_HSPA;
+int sys_getEnabledRadioTechnologies(int* technologies);
+int sys_setEnabledRadioTechnologies(int technologies);
 
 // ---- Modem profiles -----------------------------------------------------------------------
 // A profile is addressed by its type (SYS_MODEM_PROFILE_*) and its index within that type.

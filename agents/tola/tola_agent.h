@@ -23,6 +23,11 @@ bool tola_copy_file_lines(const std::string& source, const std::string& target);
 void tola_sdk_bring_up(const char* failureFormat);
 bool tola_sdk_shut_down(const char* failureFormat);
 
+class MsgbusHandler;
+
+// Announces to the device's other processes that the access-control list is about to change.
+#define TOLA_CHANNEL_ACL "ardo.tola.acl"
+
 class TOLAAgent : public TOLASettingsObject {
   public:
     TOLAAgent();
@@ -47,8 +52,9 @@ class TOLAAgent : public TOLASettingsObject {
     bool GetRestoreDefaultsFlag() const { return mRestoreDefaults; }
 
     // ---- Configuration document (tola_agent_response.cpp) ----
-    // Parses a decrypted configuration document into the settings object and brings it into
-    // effect. 0 on success; otherwise the parse's code, with errorMessage set to the user text.
+    // Parses a decrypted configuration document into the settings object, validates it and
+    // applies it. 0 when it was parsed and validated (whatever the setters did); otherwise the
+    // parse's or the validation's code, with errorMessage set to the user text.
     int ProcessResponse(const std::string& config, std::string& errorMessage);
 
     // ---- Validation of the filled settings object (tola_agent_validate.cpp) ----
@@ -78,7 +84,15 @@ class TOLAAgent : public TOLASettingsObject {
     void SetValidationDryRun(bool dryRun) { mValidationDryRun = dryRun; }
 
     // ---- Applying an accepted document to the device (tola_agent_apply.cpp) ----
+    // Initialises the bus client and publishes 1 on TOLA_CHANNEL_ACL. 0 on success.
+    int PublishAclChange(MsgbusHandler& bus);
+    // Runs the apply steps, in their fixed order, for the parts the document carried. A failing
+    // setter is logged and skipped.
+    void ApplySettings();
+    // The Wi-Fi groups: enabled state, both profiles per radio, maximum clients and the display
+    // settings. 0 when every write succeeded.
     int SetWiFiParameters();
+    // The file-sharing group. 0 when every write succeeded, else the last failing result.
     int SetVornsharingSettings();
 
     // ---- Shared-memory access-control list (tola_agent_shm.cpp) ----

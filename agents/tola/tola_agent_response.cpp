@@ -1,9 +1,14 @@
+#include <memory>
+
+#include "msgbus_handler.h"
 #include "tola_agent.h"
 #include "tola_json_parser.h"
 #include "tola_log.h"
 
 int TOLAAgent::ProcessResponse(const std::string& config, std::string& errorMessage) {
     FnTrace trace("int TOLAAgent::ProcessResponse(const std::string&, std::string&)");
+    trace.Silence();  // the END line carries the result in brackets
+    const char* const kFunction = trace.Signature();
     ClearErrorMessage();
     // Flags of an earlier document must not make this one look present.
     ClearPresentFlags();
@@ -14,14 +19,28 @@ int TOLAAgent::ProcessResponse(const std::string& config, std::string& errorMess
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Failed to parse JSON");
         int resetRc = ResetObjectData();
         errorMessage = GetErrorMessage();
-        return trace.Returning(resetRc != 0 ? resetRc : rc);
+        rc = resetRc != 0 ? resetRc : rc;
+        TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s - END returning [%d]", kFunction, rc);
+        return rc;
     }
 
-    // Validation and applying the settings to the device come with a later issue.
-
-    if (IsPresent(TolaField::AccessControlSettings) && !SerializeACL()) {
-        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Failed to serialize Access Control List to file");
+    rc = ValidateObjectParameters();
+    if (rc != 0) {
+        // Nothing of a refused document reaches the device or the bus.
+        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Object Validation failed ret %d", rc);
+        errorMessage = GetErrorMessage();
+        TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s - END returning [%d]", kFunction, rc);
+        return rc;
     }
+
+    // A bus client of the apply's own: the access-control change is announced before any setter.
+    std::unique_ptr<MsgbusHandler> bus(new MsgbusHandler());
+    PublishAclChange(*bus);
+    ApplySettings();
+    bus->Uninitialize();
+    bus.reset();
+
     errorMessage = GetErrorMessage();
-    return trace.Returning(0);
+    TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s - END returning [%d]", kFunction, 0);
+    return 0;
 }

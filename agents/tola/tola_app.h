@@ -26,7 +26,7 @@ constexpr const char* TOLA_APP_NAME = "tola";
 #define TOLA_CHANNEL_DATA_USAGE "ardo.dua.usage.info"
 #define TOLA_CHANNEL_TIME_CHANGE "modem2.time_change"
 #define TOLA_CHANNEL_NEW_SETTINGS "ardo.tola.new.settings"
-#define TOLA_CHANNEL_ACL "ardo.tola.acl"
+// TOLA_CHANNEL_ACL ("ardo.tola.acl") is the settings agent's own (tola_agent.h).
 
 class TOLAApp : public MsgbusCallbackInterface, public MaintenanceThreadCallbackInterface {
   public:

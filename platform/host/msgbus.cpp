@@ -548,21 +548,32 @@ int MsgbusHandler::RegisterForChannelSubscription(const std::string& channel, bo
     return 0;
 }
 
+// Publications are journalled like the calls that change the device: other daemons act on them,
+// and their place among the setters is part of what an apply does.
+namespace {
+int journalPublication(const std::string& channel, const ardo::json& value, int rc) {
+    ardo::deviceJournal("MsgbusHandler::PublishData", {{"channel", channel}, {"value", value}}, rc);
+    return rc;
+}
+}  // namespace
+
 int MsgbusHandler::PublishData(const std::string& channel, int value) {
     if (!mInitialized) {
-        return 1;
+        return journalPublication(channel, value, 1);
     }
     int32_t v = value;
-    return publish(channel, "i", [v](sd_bus_message* m) { return sd_bus_message_append_basic(m, 'i', &v); });
+    return journalPublication(channel, value, publish(channel, "i", [v](sd_bus_message* m) {
+                                  return sd_bus_message_append_basic(m, 'i', &v);
+                              }));
 }
 
 int MsgbusHandler::PublishData(const std::string& channel, const std::string& value) {
     if (!mInitialized || value.find('\0') != std::string::npos) {
         return 1;
     }
-    return publish(channel, "s", [&value](sd_bus_message* m) {
-        return sd_bus_message_append_basic(m, 's', value.c_str());
-    });
+    return journalPublication(channel, value, publish(channel, "s", [&value](sd_bus_message* m) {
+                                  return sd_bus_message_append_basic(m, 's', value.c_str());
+                              }));
 }
 
 int MsgbusHandler::PublishData(const std::string& channel, const void* data, int length) {
@@ -571,7 +582,9 @@ int MsgbusHandler::PublishData(const std::string& channel, const void* data, int
     }
     static const uint8_t kNothing = 0;
     const void* bytes = length > 0 ? data : &kNothing;
-    return publish(channel, "ay", [bytes, length](sd_bus_message* m) {
-        return sd_bus_message_append_array(m, 'y', bytes, static_cast<size_t>(length));
-    });
+    // Binary values are journalled by their length.
+    return journalPublication(channel, length, publish(channel, "ay", [bytes, length](sd_bus_message* m) {
+                                  return sd_bus_message_append_array(m, 'y', bytes,
+                                                                     static_cast<size_t>(length));
+                              }));
 }

@@ -115,6 +115,10 @@ int hostSetList(const char* call, const char* key, const T* items, int count) {
     X(sys_getSambaGuestNetworkEnabled, sys_setSambaGuestNetworkEnabled, "sambaGuestNetworkEnabled", 0,       \
       kSysFailure)                                                                                           \
     X(sys_getCellularDataEnabled, sys_setCellularDataEnabled, "cellularDataEnabled", 0, kSysFailure)         \
+    X(sys_getCellularDataConnectionPreference, sys_setCellularDataConnectionPreference,                      \
+      "cellularDataConnectionPreference", 0, kSysFailure)                                                    \
+    X(sys_getEnabledRadioTechnologies, sys_setEnabledRadioTechnologies, "enabledRadioTechnologies", 0,       \
+      kSysFailure)                                                                                           \
     X(deviceui_get_wifi_display_setting_enabled, deviceui_set_wifi_display_setting_enabled,                  \
       "wifiDisplaySettingEnabled", DEVICEUI_SUCCESS, kUiFailure)                                             \
     X(deviceui_get_display_setting_enabled, deviceui_set_display_setting_enabled, "displaySettingEnabled",   \
@@ -220,6 +224,36 @@ int sys_setGPSEnabled(int enabled) {
     }
     ardo::deviceJournal("sys_setGPSEnabled", json(enabled), rc);
     return rc;
+}
+
+// A per-radio profile write keeps the network's one record (it holds both radios' fields) and
+// journals the radio with it.
+namespace {
+int setProfileForRadio(const char* call, const char* key, int radio, const sys_wifi_profile_t* profile) {
+    json args = {{"radio", radio}};
+    int rc;
+    if (ardo::deviceTakeFault(call, &rc)) {
+        ardo::deviceJournal(call, args, rc);
+        return rc;
+    }
+    if (profile == nullptr || (radio != SYS_WIFI_RADIO_24GHZ && radio != SYS_WIFI_RADIO_5GHZ)) {
+        ardo::deviceJournal(call, args, kSysFailure);
+        return kSysFailure;
+    }
+    args["profile"] = ardo::recordToJson(*profile);
+    bool ok = ardo::deviceStateUpdate([&](json& state) { state["settings"][key] = args["profile"]; });
+    rc = ok ? 0 : kSysFailure;
+    ardo::deviceJournal(call, args, rc);
+    return rc;
+}
+}  // namespace
+
+int sys_setWiFiPrimaryProfileForRadio(int radio, const sys_wifi_profile_t* profile) {
+    return setProfileForRadio("sys_setWiFiPrimaryProfileForRadio", "wifiPrimaryProfile", radio, profile);
+}
+
+int sys_setWiFiGuestProfileForRadio(int radio, const sys_wifi_profile_t* profile) {
+    return setProfileForRadio("sys_setWiFiGuestProfileForRadio", "wifiGuestProfile", radio, profile);
 }
 
 int sys_setMacFilterList(int whiteList, const sys_mac_entry_t* entries, int count) {

@@ -190,6 +190,71 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
     }
 }
 
+// A refused and an accepted document, each through the real agent and portal: the receipt
+// carries the outcome, and the device reboots after each (the agent process ends, as on a
+// device). The refused case needs the validators (the LAN group refuses a public router address).
+TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) {
+    struct Case {
+        const char* name;
+        json document;
+        const char* code;
+        const char* message;
+        int ledAfter;  // the device's LED switch afterwards (factory: 1)
+        const char* aclStatus;
+    } cases[] = {
+        {"refused",
+         json::parse(
+             R"([{"LANSettings": {"RouterIPv4Address": "8.8.8.8"}, "DevicePreferences": {"LEDEnabled": false}},
+                         {"AccessControlSettings": {"WiFiSSID": {"Lock": true}}}])"),
+         "158", "Invalid Private IP address or network address or broadcast address . ", 1,
+         "<AclConfigStatus>0</AclConfigStatus>"},
+        {"accepted", json::parse(R"([{"DevicePreferences": {"LEDEnabled": false}},
+                         {"AccessControlSettings": {"WiFiSSID": {"Lock": true}}}])"),
+         "0", "", 0, "<AclConfigStatus>2</AclConfigStatus>"},
+    };
+    StartPortal(json::object());
+    setenv("ARDO_CA_FILE", caFile.c_str(), 1);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        root.remove("/var/lib/ardo/device.json");
+        root.remove("/var/lib/ardo/calls.jsonl");
+        root.remove("/opt/ardo/data/tola/acl_config.xml");
+        root.remove("/opt/ardo/data/tola/acl_config.xml.bkp");
+        ardo::deviceStateSet("/power/end_process_on_reboot", true);
+        Activate("https://portal.tola.test:" + httpsPort);
+        HttpHelper admin;
+        std::string answer;
+        int status = 0;
+        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/reset", "", answer, status);
+        json scripted = {{"ResultCode", 0}, {"Version", "7"}, {"Configuration", c.document}};
+        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/answers", scripted.dump(), answer,
+                                status);
+        ASSERT_EQ(status, 200);
+        StartAgent();
+        int exitStatus = -1;
+        ASSERT_TRUE(agent->waitForExit(exitStatus, 30000)) << tola_test::readWholeFile(agentOut);
+        agent.reset();
+        EXPECT_EQ(exitStatus, 0);
+        EXPECT_EQ(ardo::deviceStateValue<int>("/power/reboots", 0), 1);
+
+        json last = Received().back();
+        ASSERT_EQ(last["kind"], "receipt") << last.dump();
+        EXPECT_EQ(last["request"]["ErrorCode"], c.code);
+        EXPECT_EQ(last["request"]["ErrorMessage"], c.message);
+        EXPECT_NE(tola_test::readWholeFile(portalOut).find(std::string("ErrorCode ") + c.code +
+                                                           " ErrorMessage " + json(c.message).dump()),
+                  std::string::npos);
+        EXPECT_EQ(ardo::deviceStateValue<int>("/settings/ledEnabled", -1), c.ledAfter);
+        EXPECT_NE(Acl().find(c.aclStatus), std::string::npos) << Acl();
+        EXPECT_EQ(Acl().find("<Name>WiFiSSID</Name>") != std::string::npos, c.ledAfter == 0) << Acl();
+        std::string journal = root.readFile("/var/lib/ardo/calls.jsonl");
+        EXPECT_EQ(journal.find("ardo.tola.acl") != std::string::npos, c.ledAfter == 0);
+        EXPECT_LT(journal.find("ardo.tola.acl"), journal.find("sys_setLEDEnabled"));
+        EXPECT_NE(journal.find("sys_rebootSystem"), std::string::npos);
+        EXPECT_NE(Log().find("Configuration is applied successfully. Rebooting system."), std::string::npos);
+    }
+}
+
 TEST_F(CheckInE2E, PortalDownGivesTheConfiguredAttempts) {
     Activate("https://portal.tola.test:9");  // nothing listens there
     StartAgent();

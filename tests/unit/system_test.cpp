@@ -8,6 +8,7 @@
 
 #include "device_state.h"
 #include "sys_core.h"
+#include "sys_settings.h"
 #include "test_env.h"
 #include "watchdog.h"
 
@@ -115,6 +116,15 @@ TEST(SystemFaults, ScriptedResultsComeFirstAndChangeNothing) {
     ASSERT_FALSE(calls.empty());
     EXPECT_EQ(calls.back()["call"], "sys_restoreFactoryDefaults");
     EXPECT_EQ(calls.back()["result"], 3);
+}
+
+// A text cut inside a UTF-8 sequence (at a record field's bound) still gives a whole journal line.
+TEST(Journal, TextsThatAreNotUtf8AreJournalledWithAReplacement) {
+    tola_test::TempRoot root(true);
+    EXPECT_EQ(sys_setSambaHostname("caf\xc3"), 0);
+    std::vector<json> lines = journal(root);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0]["args"], "caf\xef\xbf\xbd");
 }
 
 TEST(FactoryReset, RestoresSettingsKeepsBookkeepingAndWritesTheMarker) {

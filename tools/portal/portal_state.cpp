@@ -190,10 +190,11 @@ Reply PortalState::HandleEnvelope(const std::string& path, const json& envelope,
         record["kind"] = "receipt";
         device.received.push_back(record);
         reply.body = "{}";
+        // The message is quoted as JSON, so that its blanks and an empty message show.
         reply.summary = "receipt from " + imei + " (" + keyName + " key): ErrorCode " +
                         (inner["ErrorCode"].is_string() ? inner["ErrorCode"].get<std::string>()
                                                         : inner["ErrorCode"].dump()) +
-                        " " + stringOr(inner, "ErrorMessage", "") + " -> 200";
+                        " ErrorMessage " + json(stringOr(inner, "ErrorMessage", "")).dump() + " -> 200";
         return reply;
     }
     record["kind"] = "checkin";
