@@ -289,7 +289,9 @@ void TOLAApp::PerformGetSecurityKeyCheckinURL(const std::string& url) {
     }
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - SMS 104 check in server encrypted response is %s", encrypted.c_str());
     char* decrypted = nullptr;
-    if (AesDecrypt(factoryKey.c_str(), encrypted.c_str(), &decrypted) != 0 || decrypted == nullptr) {
+    // The cipher reports a text it cannot open with an empty result.
+    if (AesDecrypt(factoryKey.c_str(), encrypted.c_str(), &decrypted) != 0 || decrypted == nullptr ||
+        decrypted[0] == '\0') {
         std::free(decrypted);
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Failed to decrypt SMS 104 server response");
         return;
