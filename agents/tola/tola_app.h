@@ -28,6 +28,20 @@ constexpr const char* TOLA_APP_NAME = "tola";
 #define TOLA_CHANNEL_NEW_SETTINGS "ardo.tola.new.settings"
 // TOLA_CHANNEL_ACL ("ardo.tola.acl") is the settings agent's own (tola_agent.h).
 
+// The command carried by an SMS on "sms.msg.tola" (its decrypted text begins "<NNN>").
+enum TOLACommand {
+    TOLA_COMMAND_INVALID = -1,
+    TOLA_COMMAND_SET_PAYLOAD_SECURE_KEY = 101,
+    TOLA_COMMAND_SET_CHECKIN_URL = 102,
+    TOLA_COMMAND_CHECKIN_NOW = 103,
+    TOLA_COMMAND_GET_SECURE_KEY_CHECKIN_URL = 104,
+    TOLA_COMMAND_SET_APN = 150,
+    TOLA_COMMAND_FACTORY_RESET = 200,
+};
+
+// Bounds of the SMS parser's text buffers (terminator included).
+constexpr size_t TOLA_SMS_BUFFER_SIZE = 1024;
+
 class TOLAApp : public MsgbusCallbackInterface, public MaintenanceThreadCallbackInterface {
   public:
     TOLAApp();
@@ -60,9 +74,14 @@ class TOLAApp : public MsgbusCallbackInterface, public MaintenanceThreadCallback
 
     // ---- Bus subscriptions (tola_app_bus.cpp) ----
     void SubscribeForChannels(bool subscribe);
-    // Entry point of an SMS command received on "sms.msg.tola". For now it only logs; the
-    // command parsing and dispatch arrive with their own change.
+    // Entry point of an SMS received on "sms.msg.tola": key choice, parse and dispatch
+    // (tola_app_sms.cpp).
     void HandleSmsCommand(const std::string& message);
+
+    // ---- SMS commands and the key-and-URL fetch (tola_app_sms.cpp) ----
+    TOLACommand ParseTOLACommand(const std::string& key, const std::string& sms, std::string& argument);
+    void SetAPN(const std::string& apn);
+    void PerformGetSecurityKeyCheckinURL(const std::string& url);
 
     // ---- Scheduling (tola_app_timer.cpp) ----
     int resetMaintenanceThread();

@@ -47,11 +47,6 @@ void TOLAApp::OnChannelNotify(const std::string& channel, const std::string& dat
     }
 }
 
-void TOLAApp::HandleSmsCommand(const std::string& message) {
-    TOLA_TRACE();
-    (void)message;
-}
-
 void TOLAApp::OnChannelNotify(const std::string& channel, void* data, int length) {
     TOLA_TRACE();
     TLOG(TOLA_LOG_INFO, "[%s]:[%s] - %s:received binary data of len [%d] on channel %s", trace.Signature(),

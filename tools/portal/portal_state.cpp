@@ -143,12 +143,15 @@ std::string PortalState::Encrypt(const std::string& key, const std::string& text
 
 Reply PortalState::Handle(const std::string& path, const std::string& body) {
     json request = json::parse(body, nullptr, false);
-    if (request.is_object() && request.contains("Request") && request["Request"].is_string()) {
-        return HandleEnvelope(path, request, body);
-    }
-    if (request.is_object() && request.contains("EncryptedDeviceIMEI") &&
+    // The key-and-URL exchange has a path of its own; everything else is a check-in or receipt.
+    bool provisioning = path == kProvisionPath || path.rfind(std::string(kProvisionPath) + "/", 0) == 0;
+    if (provisioning && request.is_object() && request.contains("EncryptedDeviceIMEI") &&
         request["EncryptedDeviceIMEI"].is_string()) {
         return HandleProvisioning(path, request);
+    }
+    if (!provisioning && request.is_object() && request.contains("Request") &&
+        request["Request"].is_string()) {
+        return HandleEnvelope(path, request, body);
     }
     std::lock_guard<std::mutex> guard(mMutex);
     DeviceFor("?").received.push_back(
@@ -267,6 +270,20 @@ Reply PortalState::HandleProvisioning(const std::string& path, const json& reque
         provision = fallback != mDevices.end() && fallback->second.provision.is_object()
                         ? fallback->second.provision
                         : json::object();
+    }
+    if (provision.contains("Raw") && provision["Raw"].is_string()) {
+        // A scripted bad answer, sent as it stands; the device keeps its pair.
+        reply.status = provision.value("Status", 200);
+        reply.body = provision["Raw"].get<std::string>();
+        reply.contentType = "text/plain";
+        device.received.push_back({{"time", nowText()},
+                                   {"path", path},
+                                   {"imei", imei},
+                                   {"kind", "provision"},
+                                   {"answer", provision}});
+        reply.summary = "key-and-URL request from " + imei + " -> " + std::to_string(reply.status) +
+                        " raw answer of " + std::to_string(reply.body.size()) + " bytes";
+        return reply;
     }
     std::string key = stringOr(provision, "DeviceEncryptionKey", "");
     if (key.empty()) {

@@ -13,6 +13,9 @@ namespace portal {
 
 using json = nlohmann::json;
 
+// Where devices send the key-and-URL request of SMS command 104.
+constexpr const char* kProvisionPath = "/provision";
+
 struct Device {
     std::string key;           // what the device encrypts with now; empty = factory key
     std::deque<json> answers;  // scripted check-in answers, used front first
