@@ -136,7 +136,53 @@ std::shared_ptr<const json> deviceStateSnapshot() {
 }
 
 json deviceStateRead() {
-    return *deviceStateSnapshot();
+    json doc = *deviceStateSnapshot();
+    // The watchdog's keep-alives live in a record of their own (see deviceKeepAlive); shown here
+    // in the section they belong to.
+    json keepAlives = deviceKeepAlives();
+    for (const char* section : {"keepalives", "last_keepalive"}) {
+        auto entries = keepAlives.find(section);
+        if (entries != keepAlives.end() && entries->is_object()) {
+            for (auto it = entries->begin(); it != entries->end(); ++it) {
+                doc["watchdog"][section][it.key()] = it.value();
+            }
+        }
+    }
+    return doc;
+}
+
+std::string deviceKeepAlivePath() {
+    return sys_fsPath("/run/ardo/watchdog.json");
+}
+
+json deviceKeepAlives() {
+    json record;
+    return parseFile(deviceKeepAlivePath(), record) ? record : json::object();
+}
+
+bool deviceKeepAlive(const char* name, long long time, int pid) {
+    std::string path = deviceKeepAlivePath();
+    StateLock lock(path);
+    json record = deviceKeepAlives();
+    json& count = record["keepalives"][name];
+    count = count.is_number_integer() ? count.get<long long>() + 1 : 1;
+    record["last_keepalive"][name] = {{"time", time}, {"pid", pid}};
+    // Replaced by rename, so readers see a whole record; not synced, since the record is as
+    // volatile as the watchdog's own memory.
+    std::string tmp = path + ".tmp." + std::to_string(getpid());
+    {
+        std::ofstream out(tmp, std::ios::trunc);
+        out << record.dump() << '\n';
+        if (!out.flush()) {
+            unlink(tmp.c_str());
+            return false;
+        }
+    }
+    if (rename(tmp.c_str(), path.c_str()) != 0) {
+        unlink(tmp.c_str());
+        return false;
+    }
+    return true;
 }
 
 bool deviceStateUpdate(const std::function<void(json& state)>& change) {
@@ -144,7 +190,21 @@ bool deviceStateUpdate(const std::function<void(json& state)>& change) {
     StateLock lock(path);
     json doc = *readUnlocked(path, false);
     change(doc);
-    return writeDoc(path, doc);
+    if (!writeDoc(path, doc)) {
+        return false;
+    }
+    // What was just written is the current document: cache it as the file now stands, so that
+    // the next reading in this process does not parse it again. Other writers wait for the lock.
+    struct stat st {};
+    if (stat(path.c_str(), &st) == 0) {
+        std::lock_guard<std::mutex> guard(gCacheMutex);
+        gCache.path = path;
+        gCache.ino = st.st_ino;
+        gCache.size = st.st_size;
+        gCache.mtime = st.st_mtim;
+        gCache.doc = std::make_shared<const json>(std::move(doc));
+    }
+    return true;
 }
 
 bool deviceStateSet(const std::string& pointer, const json& value) {
