@@ -97,7 +97,9 @@ void BM_RawDecrypt(benchmark::State& state) {
     char* text = rawEncrypt(raw, plain);
     const int textLength = static_cast<int>(std::strlen(text));
     for (auto _ : state) {
-        unsigned char* decoded = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(textLength)));
+        // Three bytes per quad, the padding's included: what EVP_DecodeBlock writes.
+        unsigned char* decoded =
+            static_cast<unsigned char*>(std::malloc(static_cast<size_t>(textLength) / 4 * 3));
         int d = EVP_DecodeBlock(decoded, reinterpret_cast<const unsigned char*>(text), textLength);
         d -= (text[textLength - 1] == '=') + (text[textLength - 2] == '=');
         char* out = static_cast<char*>(std::malloc(static_cast<size_t>(d) + 17));

@@ -156,8 +156,15 @@ std::string deviceKeepAlivePath() {
 }
 
 json deviceKeepAlives() {
-    json record;
-    return parseFile(deviceKeepAlivePath(), record) ? record : json::object();
+    // The record is rewritten in place: read its first line only, so that the tail of a longer
+    // predecessor (until the writer truncates it) is never taken for part of it.
+    std::ifstream in(deviceKeepAlivePath());
+    std::string line;
+    if (!std::getline(in, line)) {
+        return json::object();
+    }
+    json record = json::parse(line, nullptr, false);
+    return record.is_object() ? record : json::object();
 }
 
 bool deviceKeepAlive(const char* name, long long time, int pid) {
@@ -167,22 +174,18 @@ bool deviceKeepAlive(const char* name, long long time, int pid) {
     json& count = record["keepalives"][name];
     count = count.is_number_integer() ? count.get<long long>() + 1 : 1;
     record["last_keepalive"][name] = {{"time", time}, {"pid", pid}};
-    // Replaced by rename, so readers see a whole record; not synced, since the record is as
-    // volatile as the watchdog's own memory.
-    std::string tmp = path + ".tmp." + std::to_string(getpid());
-    {
-        std::ofstream out(tmp, std::ios::trunc);
-        out << record.dump() << '\n';
-        if (!out.flush()) {
-            unlink(tmp.c_str());
-            return false;
-        }
-    }
-    if (rename(tmp.c_str(), path.c_str()) != 0) {
-        unlink(tmp.c_str());
+    // Written in place rather than replaced: a keep-alive must not cost the device more than
+    // the timer's own wake-up (a rename blocks on the directory), and the record is as volatile
+    // as the watchdog's memory, so it is not synced either. One write of a few dozen bytes.
+    std::string text = record.dump() + "\n";
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
         return false;
     }
-    return true;
+    bool written = pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
+                   ftruncate(fd, static_cast<off_t>(text.size())) == 0;
+    close(fd);
+    return written;
 }
 
 bool deviceStateUpdate(const std::function<void(json& state)>& change) {
