@@ -1,6 +1,8 @@
 // tola_bench: Google Benchmark's runner, plus
 //   tola_bench --write-large-document FILE   writes the largest accepted configuration document
-//                                            (for footprint measurements of tola-devicectl parse).
+//                                            (for footprint measurements of tola-devicectl parse);
+//   tola_bench --measure-document            one warm-up and one measured call of each side of
+//                                            the document comparison, for callgrind.
 #include <benchmark/benchmark.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
@@ -12,6 +14,7 @@
 #include <string>
 
 #include "large_document.h"
+#include "measure.h"
 
 namespace {
 
@@ -52,6 +55,14 @@ int main(int argc, char** argv) {
         return 0;
     }
     BenchDevice device;
+    if (argc == 2 && std::strcmp(argv[1], "--measure-document") == 0) {
+        const std::string doc = makeLargeDocument(99, 99, 20, 21, 200);
+        // The first calls load the device state and warm the allocator; the second ones count.
+        int rc = processDocument(doc) | yajlTreeParse(doc);
+        resetDocument();
+        rc |= measureProcessJSONData(doc) | measureYajlTreeParse(doc);
+        return rc;
+    }
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 1;

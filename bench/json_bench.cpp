@@ -4,6 +4,7 @@
 #include <string>
 
 #include "large_document.h"
+#include "measure.h"
 #include "tola_agent.h"
 #include "tola_json_parser.h"
 
@@ -41,3 +42,28 @@ void BM_TreeBuild(benchmark::State& state) {
 BENCHMARK(BM_TreeBuild)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
+
+int measureProcessJSONData(const std::string& doc) {
+    return processDocument(doc);
+}
+
+namespace {
+// One agent for the process (its shared-memory list goes with the bench device).
+TOLAAgent& documentAgent() {
+    static TOLAAgent* const agent = [] {
+        TOLAAgent* created = new TOLAAgent;
+        created->InitializeSharedMemory();
+        return created;
+    }();
+    return *agent;
+}
+}  // namespace
+
+int processDocument(const std::string& doc) {
+    TOLAJSONParser parser(&documentAgent());
+    return parser.ProcessJSONData(doc);
+}
+
+void resetDocument() {
+    documentAgent().ResetObjectData();
+}

@@ -8,7 +8,8 @@ int vorn_dbg_start(void);
 // Flushes and closes the debug log.
 int vorn_dbg_stop(void);
 
-// Appends one line to the debug log (a line break is added when the text has none).
+// Appends one line to the debug log (a line break is added when the text has none). Lines above
+// the platform's log level are dropped before they are formatted.
 void vorn_dbg_log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void vorn_dbg_vlog(int level, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 

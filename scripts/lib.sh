@@ -10,10 +10,15 @@ TOLA_PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev
 )
 
-# Installs the missing packages with apt-get when running as root; otherwise only reports them.
+# Only bench/report and bench/checkin.sh need these (instruction counts, the portal's records).
+TOLA_BENCH_PACKAGES=(valgrind jq binutils)
+
+# tola_install_packages [PACKAGE...]: installs the missing packages (by default TOLA_PACKAGES)
+# with apt-get when running as root; otherwise only reports them.
 tola_install_packages() {
-    local missing=()
-    for p in "${TOLA_PACKAGES[@]}"; do
+    local missing=() wanted=("$@")
+    [ ${#wanted[@]} -gt 0 ] || wanted=("${TOLA_PACKAGES[@]}")
+    for p in "${wanted[@]}"; do
         dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
     done
     [ ${#missing[@]} -eq 0 ] && return 0

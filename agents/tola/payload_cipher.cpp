@@ -6,7 +6,6 @@
 #include <openssl/evp.h>
 
 #include <climits>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,44 +16,98 @@ namespace {
 constexpr int kKeySize = 32;
 constexpr int kIvSize = 16;
 constexpr int kBlockSize = 16;
+constexpr size_t kCachedKeyTextSize = 128;
+
+// The algorithms are fetched from the provider once per process. EVP_aes_256_cbc() and
+// EVP_sha256() make OpenSSL 3 look them up again at every init, which costs more than
+// encrypting a whole request. Never freed: they live as long as the process.
+const EVP_CIPHER* aes256Cbc() {
+    static const EVP_CIPHER* const cipher = [] {
+        const EVP_CIPHER* fetched = EVP_CIPHER_fetch(nullptr, "AES-256-CBC", nullptr);
+        return fetched != nullptr ? fetched : EVP_aes_256_cbc();
+    }();
+    return cipher;
+}
+
+const EVP_MD* sha256() {
+    static const EVP_MD* const digest = [] {
+        const EVP_MD* fetched = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+        return fetched != nullptr ? fetched : EVP_sha256();
+    }();
+    return digest;
+}
+
+// The last key text each thread derived, and its digest: the agent encrypts and decrypts with
+// one or two key texts for its whole life, so the digest is computed once per key text rather
+// than once per message. The key text itself stays in the runtime record anyway, and the digest
+// is nothing more than a function of it.
+struct KeyCache {
+    bool valid = false;
+    size_t length = 0;
+    char text[kCachedKeyTextSize];
+    unsigned char key[kKeySize];
+};
+thread_local KeyCache tKeyCache;
+
+// Base64 that EVP_DecodeBlock reads exactly as the Base64 filter does: whole quads of the
+// alphabet, '=' only as the last one or two characters, no white space (EVP_DecodeBlock would
+// trim it at the ends; the filter treats it otherwise). Anything else takes the filter.
+bool isBase64Char(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
+}
+
+bool isPlainBase64(const char* text, size_t length) {
+    if (length == 0 || length % 4 != 0 || !isBase64Char(text[0])) {
+        return false;
+    }
+    if (std::memchr(text, '=', length - 2) != nullptr) {
+        return false;
+    }
+    char last = text[length - 1];
+    char beforeLast = text[length - 2];
+    return (isBase64Char(last) || last == '=') &&
+           (isBase64Char(beforeLast) || (beforeLast == '=' && last == '='));
+}
+
 }  // namespace
 
 void GetKeyBytes(const char* keyText, unsigned char* key) {
     TOLA_TRACE();
+    size_t length = std::strlen(keyText);
+    KeyCache& cache = tKeyCache;
+    if (cache.valid && cache.length == length && std::memcmp(cache.text, keyText, length) == 0) {
+        std::memcpy(key, cache.key, kKeySize);
+        return;
+    }
     // EVP_Digest is OpenSSL 3's one-shot SHA-256; the SHA256_Init/Update/Final calls give the
     // same digest but are deprecated there and would fail the build under -Werror.
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int digestLength = 0;
     std::memset(digest, 0, sizeof digest);
-    EVP_Digest(keyText, std::strlen(keyText), digest, &digestLength, EVP_sha256(), nullptr);
+    EVP_Digest(keyText, length, digest, &digestLength, sha256(), nullptr);
     std::memcpy(key, digest, kKeySize);
+    if (length < kCachedKeyTextSize) {
+        std::memcpy(cache.text, keyText, length);
+        cache.length = length;
+        std::memcpy(cache.key, digest, kKeySize);
+        cache.valid = true;
+    }
 }
 
 int Base64Encode(const char* data, char** output, int* length) {
     TOLA_TRACE();
     int cipherLength = *length;
-    int encodedSize = static_cast<int>(std::ceil(cipherLength / 3.0) * 4.0 + 1.0);
-    char* buffer = static_cast<char*>(std::malloc(static_cast<size_t>(encodedSize)));
+    // Four characters for every three bytes or part of them, and the NUL.
+    size_t encodedSize = 4 * ((static_cast<size_t>(cipherLength) + 2) / 3) + 1;
+    char* buffer = static_cast<char*>(std::malloc(encodedSize));
     *output = buffer;
     if (buffer == nullptr) {
         return 1;
     }
-    FILE* stream = fmemopen(buffer, static_cast<size_t>(encodedSize), "w");
-    if (stream == nullptr) {
-        std::free(buffer);
-        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] -  fmemopen failed during encode.");
-        return 1;
-    }
-    std::memset(buffer, 0, static_cast<size_t>(encodedSize));
-    BIO* b64 = BIO_new(BIO_f_base64());
-    BIO* file = BIO_new_fp(stream, BIO_NOCLOSE);
-    BIO_set_flags(b64, BIO_FLAGS_BASE64_NO_NL);
-    BIO_push(b64, file);
-    BIO_write(b64, data, cipherLength);
-    (void)BIO_flush(b64);
-    BIO_free_all(b64);
-    std::fclose(stream);
-    // The buffer was zeroed and is one byte longer than the encoded text, so it ends in a NUL.
+    // Standard alphabet, '=' padding, no line breaks, NUL-terminated: the bytes the Base64 filter
+    // with BIO_FLAGS_BASE64_NO_NL writes, without a memory stream and a filter chain per message.
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(buffer), reinterpret_cast<const unsigned char*>(data),
+                    cipherLength);
     return 0;
 }
 
@@ -79,6 +132,27 @@ int Base64Decode(char* text, char** output, int* length) {
         return 1;
     }
     int estimate = CalcDecodeLength(text);
+    if (isPlainBase64(text, textLength)) {
+        // EVP_DecodeBlock writes three bytes per quad, the padding's zero bytes included.
+        size_t decodedSize = textLength / 4 * 3;
+        unsigned char* decoded = static_cast<unsigned char*>(std::malloc(decodedSize + 1));
+        if (decoded == nullptr) {
+            trace.Silence();
+            return 1;
+        }
+        int count = EVP_DecodeBlock(decoded, reinterpret_cast<const unsigned char*>(text),
+                                    static_cast<int>(textLength));
+        if (count >= 0) {
+            int padding = (text[textLength - 1] == '=') + (text[textLength - 2] == '=');
+            decoded[count - padding] = '\0';
+            *length = count - padding;
+            *output = reinterpret_cast<char*>(decoded);
+            return 0;
+        }
+        std::free(decoded);
+    }
+    // Anything else (line breaks, junk, padding in the middle) through the Base64 filter, which
+    // decides what such a text decodes to.
     // The single read below may return up to textLength bytes for malformed input (junk or
     // padding in the middle), more than the estimate; size the buffer for the larger of the two.
     size_t bufferSize = static_cast<size_t>(estimate > 0 ? estimate : 0);
@@ -130,8 +204,7 @@ int AesEncrypt(const char* keyText, const char* plainText, char** output) {
     unsigned char iv[kIvSize];
     std::memset(iv, 0, sizeof iv);
     GetKeyBytes(keyText, key);
-    std::memset(cipher, 0, bufferSize);
-    EVP_EncryptInit_ex(context, EVP_aes_256_cbc(), nullptr, key, iv);
+    EVP_EncryptInit_ex(context, aes256Cbc(), nullptr, key, iv);
     int updateLength = 0;
     int finalLength = 0;
     EVP_EncryptUpdate(context, cipher, &updateLength, reinterpret_cast<const unsigned char*>(plainText),
@@ -174,9 +247,9 @@ int AesDecrypt(const char* keyText, const char* base64Text, char** output) {
         return 1;
     }
     *output = plain;
-    std::memset(plain, 0, static_cast<size_t>(decodedLength) + kBlockSize + 1);
+    // Only the bytes up to the NUL below are ever read, so the buffer is not cleared first.
     GetKeyBytes(keyText, key);
-    EVP_DecryptInit_ex(context, EVP_aes_256_cbc(), nullptr, key, iv);
+    EVP_DecryptInit_ex(context, aes256Cbc(), nullptr, key, iv);
     unsigned char* out = reinterpret_cast<unsigned char*>(plain);
     EVP_DecryptUpdate(context, out, &updateLength, reinterpret_cast<const unsigned char*>(decoded),
                       decodedLength);

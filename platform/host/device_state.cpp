@@ -138,7 +138,56 @@ std::shared_ptr<const json> deviceStateSnapshot() {
 }
 
 json deviceStateRead() {
-    return *deviceStateSnapshot();
+    json doc = *deviceStateSnapshot();
+    // The watchdog's keep-alives live in a record of their own (see deviceKeepAlive); shown here
+    // in the section they belong to.
+    json keepAlives = deviceKeepAlives();
+    for (const char* section : {"keepalives", "last_keepalive"}) {
+        auto entries = keepAlives.find(section);
+        if (entries != keepAlives.end() && entries->is_object()) {
+            for (auto it = entries->begin(); it != entries->end(); ++it) {
+                doc["watchdog"][section][it.key()] = it.value();
+            }
+        }
+    }
+    return doc;
+}
+
+std::string deviceKeepAlivePath() {
+    return sys_fsPath("/run/ardo/watchdog.json");
+}
+
+json deviceKeepAlives() {
+    // The record is rewritten in place: read its first line only, so that the tail of a longer
+    // predecessor (until the writer truncates it) is never taken for part of it.
+    std::ifstream in(deviceKeepAlivePath());
+    std::string line;
+    if (!std::getline(in, line)) {
+        return json::object();
+    }
+    json record = json::parse(line, nullptr, false);
+    return record.is_object() ? record : json::object();
+}
+
+bool deviceKeepAlive(const char* name, long long time, int pid) {
+    std::string path = deviceKeepAlivePath();
+    StateLock lock(path);
+    json record = deviceKeepAlives();
+    json& count = record["keepalives"][name];
+    count = count.is_number_integer() ? count.get<long long>() + 1 : 1;
+    record["last_keepalive"][name] = {{"time", time}, {"pid", pid}};
+    // Written in place rather than replaced: a keep-alive must not cost the device more than
+    // the timer's own wake-up (a rename blocks on the directory), and the record is as volatile
+    // as the watchdog's memory, so it is not synced either. One write of a few dozen bytes.
+    std::string text = record.dump() + "\n";
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        return false;
+    }
+    bool written = pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
+                   ftruncate(fd, static_cast<off_t>(text.size())) == 0;
+    close(fd);
+    return written;
 }
 
 bool deviceStateUpdate(const std::function<void(json& state)>& change) {
@@ -146,7 +195,21 @@ bool deviceStateUpdate(const std::function<void(json& state)>& change) {
     StateLock lock(path);
     json doc = *readUnlocked(path, false);
     change(doc);
-    return writeDoc(path, doc);
+    if (!writeDoc(path, doc)) {
+        return false;
+    }
+    // What was just written is the current document: cache it as the file now stands, so that
+    // the next reading in this process does not parse it again. Other writers wait for the lock.
+    struct stat st {};
+    if (stat(path.c_str(), &st) == 0) {
+        std::lock_guard<std::mutex> guard(gCacheMutex);
+        gCache.path = path;
+        gCache.ino = st.st_ino;
+        gCache.size = st.st_size;
+        gCache.mtime = st.st_mtim;
+        gCache.doc = std::make_shared<const json>(std::move(doc));
+    }
+    return true;
 }
 
 bool deviceStateSet(const std::string& pointer, const json& value) {

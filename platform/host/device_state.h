@@ -23,8 +23,18 @@ const json& deviceFactoryState();
 // Cached and shared: re-read only when the file changes, never copied (every log line's time
 // stamp asks for the clock offset, so this is on a hot path).
 std::shared_ptr<const json> deviceStateSnapshot();
-// A copy of the current document.
+// A copy of the current document, with the watchdog's keep-alive record (below) shown in its
+// "watchdog" section.
 json deviceStateRead();
+
+// The watchdog's keep-alives are the one high-rate record of the device: kept out of the
+// document (whose every change is a parse, a rewrite and an fsync of the whole) in a small file
+// of their own, run/ardo/watchdog.json under the root, as the watchdog daemon keeps them in
+// memory: {"keepalives": {name: count}, "last_keepalive": {name: {"time", "pid"}}}.
+std::string deviceKeepAlivePath();
+json deviceKeepAlives();
+// Counts one keep-alive of name and records its time and pid. false when not written.
+bool deviceKeepAlive(const char* name, long long time, int pid);
 
 // Reads a value by JSON pointer ("/gps/enabled"), or the fallback when it is absent or of
 // another kind.

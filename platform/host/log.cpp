@@ -1,8 +1,10 @@
 // Host logging: the debug log file var/log/tola.log under the root (optionally mirrored to
-// stderr with ARDO_LOG_STDERR=1) and syslog(3).
+// stderr with ARDO_LOG_STDERR=1) and syslog(3). ARDO_LOG_LEVEL is the highest level written to
+// the debug log; a line above it returns before anything is formatted.
 #include <syslog.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +21,32 @@ std::mutex gLogMutex;
 FILE* gLogFile = nullptr;
 bool gMirror = false;
 bool gSyslogOpen = false;
+
+constexpr int kMaxLevel = 7;
+// -1 until first read from ARDO_LOG_LEVEL; read again by vorn_dbg_start.
+std::atomic<int> gLevel{-1};
+
+int levelFromEnvironment() {
+    const char* text = std::getenv("ARDO_LOG_LEVEL");
+    if (text == nullptr || *text == '\0') {
+        return kMaxLevel;
+    }
+    char* end = nullptr;
+    long level = std::strtol(text, &end, 10);
+    if (*end != '\0' || level < 0 || level > kMaxLevel) {
+        return kMaxLevel;
+    }
+    return static_cast<int>(level);
+}
+
+bool levelWanted(int level) {
+    int threshold = gLevel.load(std::memory_order_relaxed);
+    if (threshold < 0) {
+        threshold = levelFromEnvironment();
+        gLevel.store(threshold, std::memory_order_relaxed);
+    }
+    return level <= threshold;
+}
 
 constexpr const char* kLevelNames[] = {"EMERG",   "ALERT",  "CRIT", "ERROR",
                                        "WARNING", "NOTICE", "INFO", "DEBUG"};
@@ -38,6 +66,7 @@ void openLocked() {
 }  // namespace
 
 int vorn_dbg_start(void) {
+    gLevel.store(levelFromEnvironment(), std::memory_order_relaxed);
     std::lock_guard<std::mutex> guard(gLogMutex);
     openLocked();
     if (!gSyslogOpen) {
@@ -68,7 +97,9 @@ const char* vorn_dbg_get_level_name(int level) {
 }
 
 void vorn_dbg_vlog(int level, const char* format, va_list args) {
-    (void)level;
+    if (!levelWanted(level)) {
+        return;
+    }
     // Format outside the lock; most lines are short, long ones (payloads) get a heap buffer.
     char small[1024];
     va_list copy;
@@ -101,6 +132,9 @@ void vorn_dbg_vlog(int level, const char* format, va_list args) {
 }
 
 void vorn_dbg_log(int level, const char* format, ...) {
+    if (!levelWanted(level)) {
+        return;
+    }
     va_list args;
     va_start(args, format);
     vorn_dbg_vlog(level, format, args);

@@ -88,7 +88,8 @@ int sys_getWatchdogInterval(unsigned int* seconds) {
     return 0;
 }
 
-// Keep-alives are frequent and change nothing on the device: counted, not journaled.
+// Keep-alives are frequent and change nothing on the device: counted in the watchdog's own
+// record, not in the device state, and not journaled.
 int sys_watchdogApplicationKeepAlive(const char* name, int pid) {
     int rc = 0;
     if (ardo::deviceTakeFault("sys_watchdogApplicationKeepAlive", &rc)) {
@@ -97,12 +98,7 @@ int sys_watchdogApplicationKeepAlive(const char* name, int pid) {
     if (name == nullptr || *name == '\0') {
         return 1;
     }
-    long long now = static_cast<long long>(sys_time());
-    ardo::deviceStateUpdate([&](json& state) {
-        json& count = state["watchdog"]["keepalives"][name];
-        count = count.is_number_integer() ? count.get<long long>() + 1 : 1;
-        state["watchdog"]["last_keepalive"][name] = {{"time", now}, {"pid", pid}};
-    });
+    ardo::deviceKeepAlive(name, static_cast<long long>(sys_time()), pid);
     return 0;
 }
 

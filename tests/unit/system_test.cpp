@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <functional>
@@ -46,6 +47,25 @@ TEST(Watchdog, RegistrationAndKeepAlivesAreRecorded) {
     EXPECT_EQ(s["watchdog"]["last_keepalive"]["tola"]["pid"], 4242);
     EXPECT_NEAR(s["watchdog"]["last_keepalive"]["tola"]["time"].get<double>(),
                 static_cast<double>(sys_time()), 5);
+
+    // Keep-alives stay out of the device state file: it is neither rewritten nor replaced.
+    struct stat before {};
+    ASSERT_EQ(0, stat(ardo::deviceStatePath().c_str(), &before));
+    ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", 4243), 0);
+    struct stat after {};
+    ASSERT_EQ(0, stat(ardo::deviceStatePath().c_str(), &after));
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    EXPECT_EQ(before.st_mtim.tv_nsec, after.st_mtim.tv_nsec);
+    EXPECT_EQ(ardo::deviceKeepAlives()["keepalives"]["tola"], 3);
+    EXPECT_EQ(state()["watchdog"]["last_keepalive"]["tola"]["pid"], 4243);
+    // The record is rewritten in place: a longer predecessor's tail after the first line is not
+    // part of it, and a damaged record counts from zero again.
+    std::string record = root.readFile("/run/ardo/watchdog.json");
+    root.writeFile("/run/ardo/watchdog.json", record + "\"tail of an older, longer record\"}\n");
+    EXPECT_EQ(ardo::deviceKeepAlives()["keepalives"]["tola"], 3);
+    root.writeFile("/run/ardo/watchdog.json", "{\"keepalives\": ");
+    ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", 4243), 0);
+    EXPECT_EQ(ardo::deviceKeepAlives()["keepalives"]["tola"], 1);
 
     ASSERT_EQ(sys_watchdogApplicationRegister("tola", 0), 0);
     EXPECT_EQ(state()["watchdog"]["registered"]["tola"], false);

@@ -145,7 +145,7 @@ TEST_F(SchedulingTest, CheckInTimerWaitsForTheModemOnceCarriedByTheRecord) {
 TEST_F(SchedulingTest, WatchdogTimerSendsKeepAlives) {
     app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
     app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
-    EXPECT_EQ(2, ardo::deviceStateValue<int>("/watchdog/keepalives/tola", 0));
+    EXPECT_EQ(2, ardo::deviceKeepAlives()["keepalives"]["tola"]);
     EXPECT_EQ(0u, Count(Log(), "Initiating check-in"));
     EXPECT_EQ(2u, Count(Log(), "END returning 0, timerID:6543"));
 }

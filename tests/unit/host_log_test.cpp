@@ -1,0 +1,62 @@
+// The debug log's level threshold (ARDO_LOG_LEVEL): lines above it are dropped before they are
+// formatted, anything but a level 0..7 leaves every line in.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "test_env.h"
+#include "vorn_dbg.h"
+
+namespace {
+
+// Logs one line at each level under the given ARDO_LOG_LEVEL (nullptr: unset) and returns the
+// levels that reached the log, as digits.
+std::string levelsWritten(const tola_test::TempRoot& root, const char* setting) {
+    if (setting != nullptr) {
+        setenv("ARDO_LOG_LEVEL", setting, 1);
+    } else {
+        unsetenv("ARDO_LOG_LEVEL");
+    }
+    root.remove("/var/log/tola.log");
+    vorn_dbg_stop();
+    vorn_dbg_start();
+    for (int level : {3, 5, 6, 7}) {
+        vorn_dbg_log(level, "[%s]:[%s] - line at %d", "TOLA", vorn_dbg_get_level_name(level), level);
+    }
+    vorn_dbg_stop();
+    std::string log = root.readFile("/var/log/tola.log");
+    std::string written;
+    for (char level : {'3', '5', '6', '7'}) {
+        if (log.find(std::string("line at ") + level) != std::string::npos) {
+            written += level;
+        }
+    }
+    return written;
+}
+
+TEST(HostLog, LevelThresholdKeepsTheLinesAtOrBelowIt) {
+    tola_test::TempRoot root(true);
+    struct Case {
+        const char* setting;
+        const char* written;
+    } cases[] = {
+        {nullptr, "3567"}, {"7", "3567"}, {"6", "356"},   {"5", "35"},    {"3", "3"},        {"0", ""},
+        {"", "3567"},      {"8", "3567"}, {"-1", "3567"}, {"6x", "3567"}, {"debug", "3567"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.written, levelsWritten(root, c.setting)) << (c.setting ? c.setting : "(unset)");
+    }
+
+    // A dropped line is never formatted: an argument that would fault when read is harmless.
+    setenv("ARDO_LOG_LEVEL", "6", 1);
+    vorn_dbg_start();
+    vorn_dbg_log(7, "%s", reinterpret_cast<const char*>(16));
+    vorn_dbg_stop();
+
+    unsetenv("ARDO_LOG_LEVEL");
+    vorn_dbg_start();
+    vorn_dbg_stop();
+}
+
+}  // namespace
