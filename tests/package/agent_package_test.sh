@@ -37,9 +37,14 @@ for script in postinst prerm postrm; do
     check "$script is a valid shell script" sh -n "$work/control/$script"
 done
 
-# Files at the paths the agent and systemd use.
-agent=$root/usr/sbin/tola_agent
-[ -x "$agent" ] || fail "no /usr/sbin/tola_agent"
+# Files at the paths the agent and systemd use. Programs and documents follow the build's
+# install prefix (/usr in scripts/package); the agent's own paths and the unit's are fixed.
+unit=$root/lib/systemd/system/tola-agent.service
+[ -f "$unit" ] || { echo "FAIL: no unit in /lib/systemd/system" >&2; exit 1; }
+exec_start=$(sed -n 's/^ExecStart=//p' "$unit")
+[[ "$exec_start" == */sbin/tola_agent ]] || fail "ExecStart is '$exec_start'"
+agent=$root$exec_start
+[ -x "$agent" ] || fail "ExecStart $exec_start is not in the package"
 file "$agent" | grep -q ", stripped" || fail "the packaged agent is not stripped"
 conf=$root/opt/ardo/etc/tola
 [ -f "$conf/config.xml" ] || fail "no /opt/ardo/etc/tola/config.xml"
@@ -48,15 +53,11 @@ for name in $(grep -oE '[A-Za-z0-9_.-]+\.json' "$conf/config.xml" | sort -u); do
     [ -f "$conf/$name" ] || fail "config.xml names $name, which is not packaged"
 done
 [ "$(stat -c %a "$root/opt/ardo/data/tola")" = 750 ] || fail "/opt/ardo/data/tola is not a 0750 folder"
-unit=$root/lib/systemd/system/tola-agent.service
-[ -f "$unit" ] || fail "no unit in /lib/systemd/system"
 [ -f "$root/usr/lib/tmpfiles.d/tola-agent.conf" ] || fail "no tmpfiles.d entry"
-[ -f "$root/usr/share/doc/tola-agent/operator-guide.md" ] || fail "no documentation"
+[ -n "$(find "$root" -path '*/share/doc/tola-agent/operator-guide.md')" ] || fail "no documentation"
 
-# The unit: what it runs, how it stops and restarts, and the sandbox around a daemon that
+# The unit: how it stops and restarts, and the sandbox around a daemon that
 # writes only its state folder but shares System V shared memory with the device.
-exec_start=$(sed -n 's/^ExecStart=//p' "$unit")
-[ "$exec_start" = /usr/sbin/tola_agent ] || fail "ExecStart is '$exec_start'"
 for line in Restart=on-failure KillSignal=SIGTERM ProtectSystem=strict \
             ReadWritePaths=/opt/ardo/data/tola PrivateTmp=yes NoNewPrivileges=yes ProtectHome=yes \
             WantedBy=multi-user.target; do
