@@ -34,14 +34,14 @@ printf '#include <unistd.h>\nint main(void) { pause(); return 0; }\n' > "$work/i
 arm-linux-gnueabihf-gcc -O2 -o "$work/idle" "$work/idle.c"
 qemu-arm -L "$sysroot" "$work/idle" &
 base=$!
-TOLA_PIDS+=($base)
+TOLA_PIDS+=("$base")
 
 export ARDO_SHM_KEY=$((0x7A000000 + $$ % 65536)) ARDO_ROOT=$work/root ARDO_TIME_SCALE=1
 tola_start_bus "$work"
 TOLA_BIN_DIR=/nonexistent "$TOLA_DIR/scripts/mkroot" "$ARDO_ROOT" > /dev/null
 qemu-arm -L "$sysroot" "$work/tola_agent.armhf" > "$work/agent.out" 2>&1 &
 agent=$!
-TOLA_PIDS+=($agent)
+TOLA_PIDS+=("$agent")
 tola_wait_for "$ARDO_ROOT/var/log/tola.log" "TOLA started" 60
 sleep 2
 rss=$(kib $agent VmRSS)

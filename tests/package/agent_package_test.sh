@@ -49,9 +49,9 @@ file "$agent" | grep -q ", stripped" || fail "the packaged agent is not stripped
 conf=$root/opt/ardo/etc/tola
 [ -f "$conf/config.xml" ] || fail "no /opt/ardo/etc/tola/config.xml"
 # Every template file that config.xml names ships beside it.
-for name in $(grep -oE '[A-Za-z0-9_.-]+\.json' "$conf/config.xml" | sort -u); do
+while read -r name; do
     [ -f "$conf/$name" ] || fail "config.xml names $name, which is not packaged"
-done
+done < <(grep -oE '[A-Za-z0-9_.-]+\.json' "$conf/config.xml" | sort -u)
 [ "$(stat -c %a "$root/opt/ardo/data/tola")" = 750 ] || fail "/opt/ardo/data/tola is not a 0750 folder"
 [ -f "$root/usr/lib/tmpfiles.d/tola-agent.conf" ] || fail "no tmpfiles.d entry"
 [ -n "$(find "$root" -path '*/share/doc/tola-agent/operator-guide.md')" ] || fail "no documentation"
@@ -92,7 +92,7 @@ tola_start_bus "$work"
 export ARDO_ROOT=$root ARDO_TIME_SCALE=1000 ARDO_SHM_KEY=$((0x7C000000 + $$ % 65536))
 "$agent" > "$work/agent.out" 2>&1 &
 pid=$!
-TOLA_PIDS+=($pid)
+TOLA_PIDS+=("$pid")
 if tola_wait_for "$root/var/log/tola.log" "TOLA started" 20; then
     kill -TERM "$pid"
     status=0
