@@ -153,4 +153,6 @@ if [ "${BASH_SOURCE[0]}" = "$0" ]; then
     footprint_binary
     footprint_checkin "$work"
     footprint_document "$work"
+    # The device's own figures beside these, when an armhf cross-build is there.
+    "$TOLA_DIR/bench/footprint-armhf.sh"
 fi
