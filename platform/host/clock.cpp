@@ -95,10 +95,10 @@ int sys_gettimeofday(struct timeval* tv) {
 }
 
 void sys_sleepSeconds(unsigned int seconds) {
-    // Journaled, so that a test can count the agent's waits and see whether one was cut short
+    // Journaled (waits.jsonl), so that a test can count the agent's waits and see whether one was cut short
     // ("full" false) without measuring time.
     bool full = sleepDeviceMilliseconds(seconds * 1000ULL);
-    ardo::deviceJournal("sys_sleepSeconds", {{"seconds", seconds}, {"full", full}}, 0);
+    ardo::deviceJournal("sys_sleepSeconds", {{"seconds", seconds}, {"full", full}}, 0, "waits.jsonl");
 }
 
 void sys_sleepMilliseconds(unsigned int milliseconds) {

@@ -240,8 +240,8 @@ bool deviceTakeFault(const char* call, int* result) {
     return taken;
 }
 
-void deviceJournal(const char* call, const json& args, int result) {
-    std::string path = sys_fsPath("/var/lib/ardo/calls.jsonl");
+void deviceJournal(const char* call, const json& args, int result, const char* journal) {
+    std::string path = sys_fsPath((std::string("/var/lib/ardo/") + journal).c_str());
     hostMakeDirs(dirOf(path));
     json line = {{"call", call}, {"args", args}, {"result", result}};
     // A text cut inside a UTF-8 sequence (a record field's bound) is journalled with U+FFFD.

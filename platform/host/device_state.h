@@ -64,8 +64,9 @@ bool deviceStateSet(const std::string& pointer, const json& value);
 // true and *result set when the call is to fail with a scripted result.
 bool deviceTakeFault(const char* call, int* result);
 
-// Appends one line to var/lib/ardo/calls.jsonl: {"call":..., "args":..., "result":...}.
-// For the platform calls that change the device.
-void deviceJournal(const char* call, const json& args, int result);
+// Appends one line to a journal under var/lib/ardo/: {"call":..., "args":..., "result":...}.
+// calls.jsonl (the default) is for the platform calls that change the device; waits.jsonl
+// records the platform sleeps, so that a test can count waits without reading them as changes.
+void deviceJournal(const char* call, const json& args, int result, const char* journal = "calls.jsonl");
 
 }  // namespace ardo

@@ -85,10 +85,12 @@ class AppTest : public ::testing::Test {
         }
         return n;
     }
-    // Journal lines of one platform call, optionally only those with the given result.
+    // Journal lines of one platform call (device changes and waits), optionally only those with
+    // the given result.
     std::vector<ardo::json> Journal(const std::string& call, int result = -1000) const {
         std::vector<ardo::json> lines;
-        std::string text = root.readFile("/var/lib/ardo/calls.jsonl");
+        std::string text =
+            root.readFile("/var/lib/ardo/calls.jsonl") + root.readFile("/var/lib/ardo/waits.jsonl");
         for (size_t start = 0, end; start < text.size(); start = end + 1) {
             end = std::min(text.find('\n', start), text.size());
             ardo::json j = ardo::json::parse(text.substr(start, end - start), nullptr, false);

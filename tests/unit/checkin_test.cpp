@@ -67,6 +67,7 @@ TEST_F(CheckInTest, FailedAttemptsFollowTheRetryCount) {
     for (const Case& c : cases) {
         SetConfigValue("CheckInFailedRetries", c.retries);
         root.remove("/var/lib/ardo/calls.jsonl");
+        root.remove("/var/lib/ardo/waits.jsonl");
         Activate(kDeadUrl);
         size_t before = Count(Log(), "HTTP request failed");
         app->PerformCheckIn();

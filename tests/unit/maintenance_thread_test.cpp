@@ -129,7 +129,7 @@ TEST(MaintenanceThread, ShutdownLeavesASleepInTheCallbackAndOnlyAProcessStopEnds
     auto later = std::async(std::launch::async, [] { sys_sleepSeconds(86400); });
     EXPECT_EQ(later.wait_for(20s), std::future_status::ready);
     // Both sleeps are journaled as cut short.
-    std::string journal = root.readFile("/var/lib/ardo/calls.jsonl");
+    std::string journal = root.readFile("/var/lib/ardo/waits.jsonl");
     const std::string cut =
         "{\"args\":{\"full\":false,\"seconds\":86400},\"call\":\"sys_sleepSeconds\",\"result\":0}\n";
     EXPECT_EQ(journal, cut + cut);

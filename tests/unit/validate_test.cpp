@@ -47,6 +47,10 @@ class ValidateTest : public ::testing::Test {
         for (const auto& [pointer, value] : changes.items()) {
             ardo::deviceStateSet(pointer, value);
         }
+        // As after an earlier document in the same process: a fresh agent's folder capacity is 0
+        // until the first reset, which would refuse every folder list.
+        agent.ResetObjectData();
+        agent.ClearErrorMessage();
         TOLAJSONParser parser(&agent);
         int code = parser.ProcessJSONData(doc);
         return code != 0 ? code : agent.ValidateObjectParameters();
