@@ -76,6 +76,16 @@ class CheckInE2E : public ::testing::Test {
         json j = json::parse(answer, nullptr, false);
         return j.is_array() ? j : json::array();
     }
+    // A new device for the portal (it forgets the key it handed out before) and its next answer.
+    void Script(const json& answer) {
+        HttpHelper admin;
+        std::string text;
+        int status = 0;
+        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/reset", "", text, status);
+        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/answers", answer.dump(), text,
+                                status);
+        ASSERT_EQ(status, 200);
+    }
     std::string Log() { return root.readFile("/var/log/tola.log"); }
     std::string Acl() { return root.readFile("/opt/ardo/data/tola/acl_config.xml"); }
 
@@ -126,13 +136,8 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
         json answer;
         std::vector<std::string> expected;  // the first is waited for
     } cases[] = {
-        {{{"ResultCode", 95}, {"Version", "3"}, {"DeviceEncryptionKey", "key-from-portal"}},
-         {"<PayloadEncryptionKey>key-from-portal</PayloadEncryptionKey>"}},
-        {{{"ResultCode", 97}, {"Version", "3"}, {"CheckInUrl", "https://moved.tola.test/checkin"}},
-         {"<CheckInURL>https://moved.tola.test/checkin</CheckInURL>"}},
-        {{{"ResultCode", 99}, {"Version", "3"}},
-         {"<LastCommand>99</LastCommand>", "<CheckInFlag>false</CheckInFlag>"}},
-        // A configuration follows: applied, confirmed with a receipt, the new version kept.
+        // Each code's change arrives with a configuration: applied, confirmed with a receipt, the
+        // new version kept. (The codes without one are covered by the unit tests of the answer.)
         {{{"ResultCode", 94},
           {"Version", "4"},
           {"DeviceEncryptionKey", "key-with-config"},
@@ -160,14 +165,7 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
         root.remove("/opt/ardo/data/tola/acl_config.xml");
         root.remove("/opt/ardo/data/tola/acl_config.xml.bkp");
         Activate("https://portal.tola.test:" + httpsPort);
-        HttpHelper admin;
-        std::string answer;
-        int status = 0;
-        // Each case starts from a new device: the portal forgets the key it handed out before.
-        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/reset", "", answer, status);
-        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/answers", c.answer.dump(), answer,
-                                status);
-        ASSERT_EQ(status, 200);
+        Script(c.answer);
         size_t before = Received().size();
         StartAgent();
         for (int i = 0; i < 200 && Received().size() == before; ++i) {
@@ -180,13 +178,9 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
         for (const std::string& text : c.expected) {
             EXPECT_NE(Acl().find(text), std::string::npos) << text << Acl();
         }
-        if (c.answer.contains("Configuration")) {
-            json last = Received().back();
-            EXPECT_EQ(last["kind"], "receipt") << last.dump();
-            EXPECT_EQ(last["request"]["ErrorCode"], "0") << last.dump();
-            EXPECT_NE(Log().find("Configuration is applied successfully. Rebooting system."),
-                      std::string::npos);
-        }
+        json last = Received().back();
+        EXPECT_EQ(last["kind"], "receipt") << last.dump();
+        EXPECT_EQ(last["request"]["ErrorCode"], "0") << last.dump();
     }
 }
 
@@ -221,14 +215,7 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
         root.remove("/opt/ardo/data/tola/acl_config.xml.bkp");
         ardo::deviceStateSet("/power/end_process_on_reboot", true);
         Activate("https://portal.tola.test:" + httpsPort);
-        HttpHelper admin;
-        std::string answer;
-        int status = 0;
-        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/reset", "", answer, status);
-        json scripted = {{"ResultCode", 0}, {"Version", "7"}, {"Configuration", c.document}};
-        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/answers", scripted.dump(), answer,
-                                status);
-        ASSERT_EQ(status, 200);
+        Script({{"ResultCode", 0}, {"Version", "7"}, {"Configuration", c.document}});
         StartAgent();
         int exitStatus = -1;
         ASSERT_TRUE(agent->waitForExit(exitStatus, 30000)) << tola_test::readWholeFile(agentOut);
@@ -256,34 +243,24 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
     }
 }
 
-TEST_F(CheckInE2E, PortalDownGivesTheConfiguredAttempts) {
-    Activate("https://portal.tola.test:9");  // nothing listens there
+// The self-signed certificate is trusted by nobody while ARDO_CA_FILE is unset: every attempt
+// fails, and the attempts stop at the configured count (a refused connection is covered by the
+// unit tests of the check-in).
+TEST_F(CheckInE2E, UntrustedCertificateIsRefusedForTheConfiguredAttempts) {
+    StartPortal(json::object());
+    Activate("https://portal.tola.test:" + httpsPort);
     StartAgent();
     ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Checking server - attempt [3]", 20000));
     ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Disconnecting apps APN call", 5000));
     usleep(500 * 1000);  // a fourth attempt would follow within the compressed retry wait
     StopAgent();
-    std::string log = Log();
-    EXPECT_EQ(log.find("Checking server - attempt [4]"), std::string::npos);
-    size_t failed = 0;
-    for (size_t at = log.find("HTTP request failed"); at != std::string::npos;
-         at = log.find("HTTP request failed", at + 1)) {
-        ++failed;
-    }
-    EXPECT_EQ(failed, 3u);
-}
-
-TEST_F(CheckInE2E, UntrustedCertificateIsRefused) {
-    StartPortal(json::object());
-    // ARDO_CA_FILE unset: the self-signed certificate is trusted by nobody.
-    Activate("https://portal.tola.test:" + httpsPort);
-    StartAgent();
-    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Checking server - attempt [3]", 20000));
-    StopAgent();
     for (const json& r : Received()) {
         EXPECT_NE(r.value("kind", ""), "checkin");
     }
-    EXPECT_NE(Log().find("HTTP request failed"), std::string::npos);
+    std::string log = Log();
+    EXPECT_EQ(log.find("Checking server - attempt [4]"), std::string::npos);
+    const std::regex failed("HTTP request failed");
+    EXPECT_EQ(std::distance(std::sregex_iterator(log.begin(), log.end(), failed), std::sregex_iterator()), 3);
 }
 
 }  // namespace

@@ -22,6 +22,7 @@ namespace {
 
 const std::string kDevicectl = std::string(TOLA_BIN_DIR) + "/tola-devicectl";
 const std::string kLog = "/var/log/tola.log";
+const std::string kAcl = "/opt/ardo/data/tola/acl_config.xml";
 
 class SmsE2E : public ::testing::Test {
   protected:
@@ -67,12 +68,12 @@ class SmsE2E : public ::testing::Test {
         int rc = std::system(command.c_str());
         return WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
     }
-    // Waits until the log holds the text `count` times.
-    bool WaitForLog(const std::string& text, size_t count = 1, int ms = 10000) {
-        for (int waited = 0; waited < ms; waited += 20) {
-            std::string log = root.readFile(kLog);
+    // Waits until the file holds the text `count` times.
+    bool WaitFor(const std::string& file, const std::string& text, size_t count = 1) {
+        for (int waited = 0; waited < 10000; waited += 20) {
+            std::string content = root.readFile(file);
             size_t n = 0;
-            for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
+            for (size_t at = content.find(text); at != std::string::npos; at = content.find(text, at + 1)) {
                 ++n;
             }
             if (n >= count) {
@@ -82,29 +83,24 @@ class SmsE2E : public ::testing::Test {
         }
         return false;
     }
+    bool WaitForLog(const std::string& text, size_t count = 1) { return WaitFor(kLog, text, count); }
+    // The record is stored just after the command's log line.
+    bool WaitForAcl(const std::string& text) { return WaitFor(kAcl, text); }
     // The end of the agent's log, for failure messages.
     std::string LogTail() {
         std::string log = root.readFile(kLog);
         return log.size() > 6000 ? log.substr(log.size() - 6000) : log;
     }
-    std::string Acl() { return root.readFile("/opt/ardo/data/tola/acl_config.xml"); }
-    // The record is stored just after the command's log line.
-    bool WaitForAcl(const std::string& text) {
-        for (int waited = 0; waited < 10000; waited += 20) {
-            if (Acl().find(text) != std::string::npos) {
-                return true;
-            }
-            usleep(20000);
-        }
-        return false;
-    }
-    // A device as it leaves the factory: it would check in, but knows no portal yet.
-    void ShipWithoutUrl() {
+    std::string Acl() { return root.readFile(kAcl); }
+    // Stores the runtime record with the portal URL (no key) and the check-in flag.
+    void StoreRecord(const std::string& url, bool checkIn) {
         TOLAAgent state;
         ASSERT_EQ(state.Initialize(), 0);
         tolaagent_runtime_config_t rc{};
         state.GetRuntimeConfig(rc);
-        rc.checkInFlag = true;
+        tola_copy_text(rc.checkInURL, url.c_str());
+        tola_copy_text(rc.payloadEncryptionKey, "");
+        rc.checkInFlag = checkIn;
         state.SetRuntimeConfig(rc);
         state.Uninitialize();
     }
@@ -147,7 +143,7 @@ TEST_F(SmsE2E, KeyAndUrlProvisionAFreshDevice) {
     StartPortal();
     Admin("/admin/provision",
           json{{"DeviceEncryptionKey", "provisioned-key"}, {"CheckInUrl", portalUrl}}.dump());
-    ShipWithoutUrl();
+    StoreRecord("", true);  // as it leaves the factory: it would check in, but knows no portal
     StartAgent();
     ASSERT_TRUE(WaitForLog("Don't perform check-in, device hasn't been activated"));
     ASSERT_EQ(Sms("send '<104>" + portalUrl + "/provision'"), 0);
@@ -171,17 +167,7 @@ TEST_F(SmsE2E, FactoryResetRestartsWithOrWithoutCheckIn) {
     } cases[] = {{"0", false}, {"1", true}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.argument);
-        {
-            TOLAAgent state;
-            ASSERT_EQ(state.Initialize(), 0);
-            tolaagent_runtime_config_t rc{};
-            state.GetRuntimeConfig(rc);
-            tola_copy_text(rc.checkInURL, portalUrl.c_str());
-            tola_copy_text(rc.payloadEncryptionKey, "");
-            rc.checkInFlag = false;  // no check-in at start; only the reset decides
-            state.SetRuntimeConfig(rc);
-            state.Uninitialize();
-        }
+        StoreRecord(portalUrl, false);  // no check-in at start; only the reset decides
         ardo::deviceStateSet("/power/end_process_on_reboot", true);
         root.remove(kLog);
         StartAgent();

@@ -114,24 +114,4 @@ TEST_F(DataUsageTest, PlanLinesGiveTheEightTexts) {
     EXPECT_FALSE(app->GotDataUsageInfo());
 }
 
-TEST_F(DataUsageTest, HelpersTraceBeginAndEndAndLateNoticesAreLoggedAsNotTaken) {
-    std::string text = "a %X% b";
-    app->ReplacePlaceholder(text, "%X%", "y");
-    ardo::deviceStateSet("/data_usage/notice", "never");
-    ASSERT_TRUE(app->RequestDataUsage());
-    app->WaitForDataUsage();  // runs out
-    Notice(0);                // too late: logged, not taken
-    FreshFigures();
-    std::string log = Log();
-    for (const char* signature :
-         {"void TOLAApp::ReplacePlaceholder(std::string&, const std::string&, const std::string&)",
-          "bool TOLAApp::RequestDataUsage()", "void TOLAApp::WaitForDataUsage()"}) {
-        SCOPED_TRACE(signature);
-        EXPECT_NE(log.find(std::string(signature) + " - BEGIN"), std::string::npos);
-        EXPECT_NE(log.find(std::string(signature) + " - END"), std::string::npos);
-    }
-    EXPECT_EQ(1u, Count(log, "Got updated data usage info from server, mGotDataUsageInfo = 1"));
-    EXPECT_EQ(1u, Count(log, "Got updated data usage info from server, mGotDataUsageInfo = 0"));
-}
-
 }  // namespace
