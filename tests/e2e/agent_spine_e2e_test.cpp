@@ -1,40 +1,16 @@
 // The real tola_agent on a simulated device with a private bus: start-up, the quit signals,
 // a failed start, and what tola-devicectl shows of the agent's shared list and cipher.
-#include <gtest/gtest.h>
-
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 
-#include "device_state.h"
-#include "private_bus.h"
-#include "test_env.h"
+#include "e2e_fixture.h"
 
 namespace {
 
-const std::string kAgent = std::string(TOLA_BIN_DIR) + "/tola_agent";
-const std::string kDevicectl = std::string(TOLA_BIN_DIR) + "/tola-devicectl";
-const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
-
-// tola-devicectl's standard output for the given arguments and standard input, run with the
-// test's environment.
-std::string devicectl(const std::string& args, const std::string& input = "/dev/null",
-                      int* status = nullptr) {
-    std::string command = "'" + kDevicectl + "' " + args + " < '" + input + "' 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    std::string out;
-    char buffer[4096];
-    size_t n;
-    while (pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-        out.append(buffer, n);
-    }
-    int rc = pipe != nullptr ? pclose(pipe) : -1;
-    if (status != nullptr) {
-        *status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-    }
-    return out;
-}
+using tola_test::kAclFile;
+const std::string& kAgent = tola_test::kAgentBinary;
+using tola_test::Devicectl;
 
 class AgentSpineE2E : public ::testing::Test {
   protected:
@@ -85,7 +61,7 @@ TEST_F(AgentSpineE2E, FailedStartStillEndsWithStatusZero) {
 
 TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
     int status = -1;
-    devicectl("acl", "/dev/null", &status);
+    Devicectl("acl", "/dev/null", &status);
     EXPECT_EQ(1, status);  // no segment before the agent's first start
 
     root.writeFile(
@@ -103,7 +79,7 @@ TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
         ASSERT_TRUE(agent.waitForExit(status, 10000));
     }
     // The segment outlives the agent, as on the device.
-    std::string dump = devicectl("acl", "/dev/null", &status);
+    std::string dump = Devicectl("acl", "/dev/null", &status);
     EXPECT_EQ(0, status);
     EXPECT_EQ("header: 1\ncount: 2\n0 name=WiFiSSID display=1 write=0\n1 name=" + std::string(100, 'n') +
                   " display=0 write=1\n",
@@ -112,18 +88,18 @@ TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
 
 TEST_F(AgentSpineE2E, DevicectlCipherRoundTrip) {
     root.writeFile("/plain.txt", "{\"ResultCode\":0}\nsecond line");
-    std::string encrypted = devicectl("encrypt --key 'Key 1'", root.path("/plain.txt"));
+    std::string encrypted = Devicectl("encrypt --key 'Key 1'", root.path("/plain.txt"));
     ASSERT_FALSE(encrypted.empty());
     EXPECT_EQ('\n', encrypted.back());
     EXPECT_EQ(std::string::npos, encrypted.substr(0, encrypted.size() - 1).find('\n'));
     root.writeFile("/cipher.txt", encrypted);
     int status = -1;
     EXPECT_EQ("{\"ResultCode\":0}\nsecond line",
-              devicectl("decrypt --key 'Key 1'", root.path("/cipher.txt"), &status));
+              Devicectl("decrypt --key 'Key 1'", root.path("/cipher.txt"), &status));
     EXPECT_EQ(0, status);
     EXPECT_NE("{\"ResultCode\":0}\nsecond line",
-              devicectl("decrypt --key 'Key 2'", root.path("/cipher.txt")));
-    devicectl("encrypt", "/dev/null", &status);
+              Devicectl("decrypt --key 'Key 2'", root.path("/cipher.txt")));
+    Devicectl("encrypt", "/dev/null", &status);
     EXPECT_EQ(2, status);
 }
 

@@ -1,103 +1,34 @@
 // The real agent against the real portal over HTTPS on a private bus.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
-#include <memory>
 #include <regex>
 
-#include "device_state.h"
-#include "http_helper.h"
-#include "private_bus.h"
-#include "test_env.h"
-#include "tola_agent.h"
+#include "e2e_fixture.h"
 
 using ardo::json;
-using tola_test::ChildProcess;
-using tola_test::PrivateBus;
-using tola_test::TempRoot;
 using tola_test::waitForText;
 
 namespace {
 
-class CheckInE2E : public ::testing::Test {
+class CheckInE2E : public tola_test::E2ETest {
   protected:
     void SetUp() override { unsetenv("ARDO_CA_FILE"); }
     void TearDown() override { unsetenv("ARDO_CA_FILE"); }
 
-    void StartPortal(const json& scenario) {
-        root.writeFile("/scenario.json", scenario.dump());
-        portalOut = root.dir() + "/portal.out";
-        portal = std::make_unique<ChildProcess>(
-            std::string(TOLA_BIN_DIR) + "/tola-portal",
-            std::vector<std::string>{"--dir", root.dir() + "/portal", "--scenario",
-                                     root.path("/scenario.json")},
-            portalOut);
-        ASSERT_TRUE(waitForText(portalOut, "ready "));
-        std::smatch m;
-        std::string text = tola_test::readWholeFile(portalOut);
-        ASSERT_TRUE(std::regex_search(text, m, std::regex("http=(\\d+) https=(\\d+) ca=(\\S+)")));
-        httpPort = m[1];
-        httpsPort = m[2];
-        caFile = m[3];
-    }
-
     // Stores the portal URL and a pending check-in, as an activated device has them.
-    void Activate(const std::string& url) {
-        TOLAAgent state;
-        ASSERT_EQ(state.Initialize(), 0);
-        tolaagent_runtime_config_t rc{};
-        state.GetRuntimeConfig(rc);
-        tola_copy_text(rc.checkInURL, url.c_str());
-        rc.checkInFlag = true;
-        state.SetRuntimeConfig(rc);
-        state.Uninitialize();
-    }
-
-    void StartAgent() {
-        agentOut = root.dir() + "/agent.out";
-        agent = std::make_unique<ChildProcess>(std::string(TOLA_BIN_DIR) + "/tola_agent",
-                                               std::vector<std::string>{}, agentOut);
-    }
-    void StopAgent() {
-        agent->signal(SIGTERM);
-        int status = -1;
-        EXPECT_TRUE(agent->waitForExit(status, 10000));
-        agent.reset();
-    }
-
-    json Received() {
-        HttpHelper client;
-        client.SetTimeout(5);
-        std::string answer;
-        int status = 0;
-        client.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/received", "", answer, status);
-        json j = json::parse(answer, nullptr, false);
-        return j.is_array() ? j : json::array();
-    }
+    void Activate(const std::string& url) { tola_test::StoreRecord(url, true); }
     // A new device for the portal (it forgets the key it handed out before) and its next answer.
     void Script(const json& answer) {
-        HttpHelper admin;
-        std::string text;
+        Admin("/admin/reset", "");
         int status = 0;
-        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/reset", "", text, status);
-        admin.ExecuteGetRequest("http://127.0.0.1:" + httpPort + "/admin/answers", answer.dump(), text,
-                                status);
+        Admin("/admin/answers", answer.dump(), &status);
         ASSERT_EQ(status, 200);
     }
-    std::string Log() { return root.readFile("/var/log/tola.log"); }
-    std::string Acl() { return root.readFile("/opt/ardo/data/tola/acl_config.xml"); }
-
-    TempRoot root;
-    PrivateBus bus;
-    std::unique_ptr<ChildProcess> portal;
-    std::unique_ptr<ChildProcess> agent;
-    std::string portalOut, agentOut, httpPort, httpsPort, caFile;
 };
 
 TEST_F(CheckInE2E, PortalReceivesAFullyFilledRequestOverHttps) {
-    StartPortal(json::object());
+    StartPortal(true);
     setenv("ARDO_CA_FILE", caFile.c_str(), 1);
     Activate("https://portal.tola.test:" + httpsPort);
     StartAgent();
@@ -116,7 +47,7 @@ TEST_F(CheckInE2E, PortalReceivesAFullyFilledRequestOverHttps) {
 }
 
 TEST_F(CheckInE2E, StopDuringTheBootWaitSendsNothing) {
-    StartPortal(json::object());
+    StartPortal(true);
     setenv("ARDO_CA_FILE", caFile.c_str(), 1);
     Activate("https://portal.tola.test:" + httpsPort);
     setenv("ARDO_TIME_SCALE", "1", 1);  // a real two-minute boot wait (TempRoot restores the scale)
@@ -154,7 +85,7 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
          {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInFlag>false</CheckInFlag>",
           "<Version>6</Version>"}},
     };
-    StartPortal(json::object());
+    StartPortal(true);
     setenv("ARDO_CA_FILE", caFile.c_str(), 1);
     for (Case& c : cases) {
         if (c.answer.contains("CheckInUrl")) {
@@ -205,7 +136,7 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
                          {"AccessControlSettings": {"WiFiSSID": {"Lock": true}}}])"),
          "0", "", 0, "<AclConfigStatus>2</AclConfigStatus>"},
     };
-    StartPortal(json::object());
+    StartPortal(true);
     setenv("ARDO_CA_FILE", caFile.c_str(), 1);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -247,7 +178,7 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
 // fails, and the attempts stop at the configured count (a refused connection is covered by the
 // unit tests of the check-in).
 TEST_F(CheckInE2E, UntrustedCertificateIsRefusedForTheConfiguredAttempts) {
-    StartPortal(json::object());
+    StartPortal(true);
     Activate("https://portal.tola.test:" + httpsPort);
     StartAgent();
     ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Checking server - attempt [3]", 20000));

@@ -1,28 +1,11 @@
 // tola-devicectl validate: the dry run against the simulated device, through the real binary.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <string>
 
-#include "test_env.h"
+#include "e2e_fixture.h"
 
 namespace {
 
-const std::string kDevicectl = std::string(TOLA_BIN_DIR) + "/tola-devicectl";
-
-std::string run(const std::string& args, int* status) {
-    FILE* pipe = popen(("'" + kDevicectl + "' " + args + " 2>/dev/null").c_str(), "r");
-    std::string out;
-    char buffer[4096];
-    size_t n;
-    while (pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-        out.append(buffer, n);
-    }
-    int rc = pipe != nullptr ? pclose(pipe) : -1;
-    *status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-    return out;
-}
+using tola_test::Devicectl;
 
 TEST(DevicectlValidateE2E, PrintsTheOutcomeAndTheCallsWithoutTouchingTheDevice) {
     tola_test::TempRoot root;
@@ -58,16 +41,16 @@ TEST(DevicectlValidateE2E, PrintsTheOutcomeAndTheCallsWithoutTouchingTheDevice) 
         root.writeFile("/doc.json", c.document);
         std::string before = root.readFile("/var/lib/ardo/device.json");
         int status = -1;
-        EXPECT_EQ(run("validate '" + root.path("/doc.json") + "'", &status), c.output);
+        EXPECT_EQ(Devicectl("validate '" + root.path("/doc.json") + "'", "/dev/null", &status), c.output);
         EXPECT_EQ(status, c.status);
         EXPECT_EQ(root.readFile("/var/lib/ardo/device.json"), before);
         EXPECT_FALSE(root.exists("/var/lib/ardo/calls.jsonl"));
         EXPECT_FALSE(root.exists("/opt/ardo/data/tola/acl_config.xml"));
     }
     int status = -1;
-    run("validate '" + root.path("/missing.json") + "'", &status);
+    Devicectl("validate '" + root.path("/missing.json") + "'", "/dev/null", &status);
     EXPECT_EQ(status, 1);
-    run("validate", &status);
+    Devicectl("validate", "/dev/null", &status);
     EXPECT_EQ(status, 2);
 }
 

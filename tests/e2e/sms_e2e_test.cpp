@@ -1,72 +1,29 @@
 // SMS commands end to end: tola-devicectl publishes on the private bus, the real agent acts, the
 // real portal answers the check-ins and the key-and-URL exchange.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
-#include <csignal>
-#include <cstdio>
-#include <memory>
-#include <regex>
-
-#include "device_state.h"
-#include "http_helper.h"
-#include "private_bus.h"
-#include "test_env.h"
-#include "tola_agent.h"
+#include "e2e_fixture.h"
 
 using ardo::json;
-using tola_test::ChildProcess;
+using tola_test::kAclFile;
+using tola_test::StoreRecord;
 using tola_test::waitForText;
 
 namespace {
 
-const std::string kDevicectl = std::string(TOLA_BIN_DIR) + "/tola-devicectl";
 const std::string kLog = "/var/log/tola.log";
-const std::string kAcl = "/opt/ardo/data/tola/acl_config.xml";
 
-class SmsE2E : public ::testing::Test {
+class SmsE2E : public tola_test::E2ETest {
   protected:
-    void StartPortal() {
-        portalOut = root.dir() + "/portal.out";
-        portal = std::make_unique<ChildProcess>(
-            std::string(TOLA_BIN_DIR) + "/tola-portal",
-            std::vector<std::string>{"--dir", root.dir() + "/portal", "--no-https"}, portalOut);
-        ASSERT_TRUE(waitForText(portalOut, "ready "));
-        std::smatch m;
-        std::string text = tola_test::readWholeFile(portalOut);
-        ASSERT_TRUE(std::regex_search(text, m, std::regex("http=(\\d+)")));
-        portalUrl = "http://127.0.0.1:" + m[1].str();
-    }
-    std::string Admin(const std::string& path, const std::string& body) {
-        HttpHelper client;
-        client.SetTimeout(5);
-        std::string answer;
-        int status = 0;
-        client.ExecuteGetRequest(portalUrl + path, body, answer, status);
-        return answer;
-    }
-    json Received() {
-        json j = json::parse(Admin("/admin/received", ""), nullptr, false);
-        return j.is_array() ? j : json::array();
-    }
-
     void StartAgent() {
-        agent = std::make_unique<ChildProcess>(std::string(TOLA_BIN_DIR) + "/tola_agent",
-                                               std::vector<std::string>{}, root.dir() + "/agent.out");
+        E2ETest::StartAgent();
         ASSERT_TRUE(waitForText(root.path(kLog), "TOLA started", 10000));
     }
-    void StopAgent() {
-        agent->signal(SIGTERM);
-        int status = -1;
-        EXPECT_TRUE(agent->waitForExit(status, 10000));
-        agent.reset();
-    }
-
     // Runs tola-devicectl sms ARGS; its exit status.
     int Sms(const std::string& args) {
-        std::string command = "'" + kDevicectl + "' sms " + args + " >/dev/null 2>&1";
-        int rc = std::system(command.c_str());
-        return WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+        int status = -1;
+        tola_test::Devicectl("sms " + args, "/dev/null", &status);
+        return status;
     }
     // Waits until the file holds the text `count` times.
     bool WaitFor(const std::string& file, const std::string& text, size_t count = 1) {
@@ -85,31 +42,12 @@ class SmsE2E : public ::testing::Test {
     }
     bool WaitForLog(const std::string& text, size_t count = 1) { return WaitFor(kLog, text, count); }
     // The record is stored just after the command's log line.
-    bool WaitForAcl(const std::string& text) { return WaitFor(kAcl, text); }
+    bool WaitForAcl(const std::string& text) { return WaitFor(kAclFile, text); }
     // The end of the agent's log, for failure messages.
     std::string LogTail() {
-        std::string log = root.readFile(kLog);
+        std::string log = Log();
         return log.size() > 6000 ? log.substr(log.size() - 6000) : log;
     }
-    std::string Acl() { return root.readFile(kAcl); }
-    // Stores the runtime record with the portal URL (no key) and the check-in flag.
-    void StoreRecord(const std::string& url, bool checkIn) {
-        TOLAAgent state;
-        ASSERT_EQ(state.Initialize(), 0);
-        tolaagent_runtime_config_t rc{};
-        state.GetRuntimeConfig(rc);
-        tola_copy_text(rc.checkInURL, url.c_str());
-        tola_copy_text(rc.payloadEncryptionKey, "");
-        rc.checkInFlag = checkIn;
-        state.SetRuntimeConfig(rc);
-        state.Uninitialize();
-    }
-
-    tola_test::TempRoot root;
-    tola_test::PrivateBus bus;
-    std::unique_ptr<ChildProcess> portal;
-    std::unique_ptr<ChildProcess> agent;
-    std::string portalOut, portalUrl;
 };
 
 TEST_F(SmsE2E, CommandsOnTheBusChangeTheStoredRecord) {
@@ -130,7 +68,7 @@ TEST_F(SmsE2E, CommandsOnTheBusChangeTheStoredRecord) {
 }
 
 TEST_F(SmsE2E, NewUrlLeadsToACheckInThere) {
-    StartPortal();
+    StartPortal(false);
     StartAgent();
     ASSERT_EQ(Sms("send '<102>" + portalUrl + "'"), 0);
     ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << LogTail();
@@ -140,7 +78,7 @@ TEST_F(SmsE2E, NewUrlLeadsToACheckInThere) {
 }
 
 TEST_F(SmsE2E, KeyAndUrlProvisionAFreshDevice) {
-    StartPortal();
+    StartPortal(false);
     Admin("/admin/provision",
           json{{"DeviceEncryptionKey", "provisioned-key"}, {"CheckInUrl", portalUrl}}.dump());
     StoreRecord("", true);  // as it leaves the factory: it would check in, but knows no portal
@@ -160,7 +98,7 @@ TEST_F(SmsE2E, KeyAndUrlProvisionAFreshDevice) {
 }
 
 TEST_F(SmsE2E, FactoryResetRestartsWithOrWithoutCheckIn) {
-    StartPortal();
+    StartPortal(false);
     struct Case {
         const char* argument;
         bool checksIn;
