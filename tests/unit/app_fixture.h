@@ -28,6 +28,14 @@ inline std::string Decrypt(const std::string& key, const std::string& text) {
     return out;
 }
 
+// The payload cipher's text of plain under key.
+inline std::string Encrypt(const std::string& key, const std::string& plain) {
+    char* text = nullptr;
+    std::string out = AesEncrypt(key.c_str(), plain.c_str(), &text) == 0 && text != nullptr ? text : "";
+    std::free(text);
+    return out;
+}
+
 class AppTest : public ::testing::Test {
   protected:
     void SetUp() override { Start(); }

@@ -21,11 +21,18 @@ class DataUsageTest : public AppTest {
         ASSERT_TRUE(app->RequestDataUsage());
         Notice(0);
     }
+    // The request with the data-usage placeholders filled; they stay out of the envelope.
     std::string Filled() {
-        std::string checkIn, request =
-                                 "%PLANTYPE%|%ALLOWANCE%|%UNIT%|%LINEUSAGE%|%TOTALSHRUSAGE%|%CYCLEENDDT%|"
-                                 "%USAGETIMESTAMP%|%PREPAYIND%";
+        const std::string usage =
+            "%PLANTYPE%|%ALLOWANCE%|%UNIT%|%LINEUSAGE%|%TOTALSHRUSAGE%|%CYCLEENDDT%|%USAGETIMESTAMP%|%"
+            "PREPAYIND%";
+        std::string checkIn = usage, request = usage;
         app->ProcessRequest(checkIn, request);
+        EXPECT_EQ(checkIn, usage);
+        // Only fresh figures choose the data-usage template.
+        std::string chosen;
+        EXPECT_EQ(app->GetRequestParameters(chosen), 0);
+        EXPECT_EQ(chosen.find("%PLANTYPE%") != std::string::npos, app->GotDataUsageInfo());
         return request;
     }
 };

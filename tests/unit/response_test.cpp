@@ -5,6 +5,7 @@
 #include "canned_http.h"
 #include "tola_json_parser.h"
 
+using tola_test::kFactoryKey;
 using ardo::json;
 using tola_test::AppTest;
 using tola_test::CannedHttpServer;
@@ -31,8 +32,8 @@ class ResponseTest : public AppTest {
         }
         json envelope = json::parse(portal.bodies()[0], nullptr, false);
         EXPECT_EQ(envelope.value("IMEI", ""), "356938035643809");
-        return json::parse(Decrypt(key.empty() ? tola_test::kFactoryKey : key, envelope.value("Request", "")),
-                           nullptr, false);
+        return json::parse(Decrypt(key.empty() ? kFactoryKey : key, envelope.value("Request", "")), nullptr,
+                           false);
     }
 };
 
@@ -172,10 +173,9 @@ TEST_F(ResponseTest, MissingConfigurationIsConfirmedWithCodeTwo) {
 
 TEST_F(ResponseTest, UndecryptableConfigurationIsConfirmedAsAFailure) {
     // Encrypted with a key the device does not hold: decrypts to garbage that does not parse.
-    char* wrong = nullptr;
-    ASSERT_EQ(AesEncrypt("another-key", R"([{"LANSettings":{}}])", &wrong), 0);
-    json answer = {{"ResultCode", 0}, {"Version", "5"}, {"EncryptedConfiguration", wrong}};
-    std::free(wrong);
+    json answer = {{"ResultCode", 0},
+                   {"Version", "5"},
+                   {"EncryptedConfiguration", tola_test::Encrypt("another-key", R"([{"LANSettings":{}}])")}};
     json receipt = ReceiptFor(answer, "device-key", true);
     ASSERT_TRUE(receipt.is_object());
     EXPECT_NE(receipt["ErrorCode"], "0");
@@ -188,17 +188,15 @@ TEST_F(ResponseTest, EmptyVersionKeepsTheStoredOneInTheRecordTheReceiptAndTheNex
     tola_copy_text(app->RuntimeConfig().version, "4");
     app->Agent().SetRuntimeConfig(app->RuntimeConfig());
     app->RecordModemInformation();
-    char* configuration = nullptr;
-    ASSERT_EQ(AesEncrypt(tola_test::kFactoryKey, "[{}]", &configuration), 0);
-    std::string text =
-        json{{"ResultCode", 0}, {"Version", ""}, {"EncryptedConfiguration", configuration}}.dump();
-    std::free(configuration);
+    std::string text = json{{"ResultCode", 0},
+                            {"Version", ""},
+                            {"EncryptedConfiguration", tola_test::Encrypt(kFactoryKey, "[{}]")}}
+                           .dump();
     EXPECT_TRUE(app->SaveConfiguration(text));  // applied
     EXPECT_STREQ(Stored().version, "4");
     ASSERT_EQ(portal.bodies().size(), 1u);
     json envelope = json::parse(portal.bodies()[0], nullptr, false);
-    json receipt =
-        json::parse(Decrypt(tola_test::kFactoryKey, envelope.value("Request", "")), nullptr, false);
+    json receipt = json::parse(Decrypt(kFactoryKey, envelope.value("Request", "")), nullptr, false);
     EXPECT_EQ(receipt.value("ErrorCode", ""), "0");
     EXPECT_EQ(receipt.value("Version", ""), "4");
     std::string request = "{\"Version\":\"%VERSION%\"}";

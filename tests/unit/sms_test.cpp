@@ -11,19 +11,13 @@
 using ardo::json;
 using tola_test::AppTest;
 using tola_test::CannedHttpServer;
+using tola_test::Encrypt;
 using tola_test::kFactoryKey;
 
 namespace {
 
 constexpr const char* kImei = "356938035643809";
 constexpr const char* kDeadUrl = "http://127.0.0.1:9";  // discard port: refused on loopback
-
-std::string Encrypt(const std::string& key, const std::string& plain) {
-    char* out = nullptr;
-    std::string text = AesEncrypt(key.c_str(), plain.c_str(), &out) == 0 && out != nullptr ? out : "";
-    std::free(out);
-    return text;
-}
 
 // An SMS as the portal sends it.
 std::string Sms(const std::string& plain, const std::string& key = kFactoryKey) {

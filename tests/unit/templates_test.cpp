@@ -2,8 +2,6 @@
 // values that the request and the envelope receive.
 #include <gtest/gtest.h>
 
-#include <cstdint>
-
 #include "app_fixture.h"
 #include "sys_device.h"
 
@@ -118,31 +116,6 @@ TEST_F(TemplatesTest, FailingPlatformCallsGiveEmptyTextsNotAStop) {
     EXPECT_NE(log.find("getHardwareInfo failed rc : [5]"), std::string::npos);
     EXPECT_NE(log.find("getSystemVersion rc : [5]"), std::string::npos);
     EXPECT_NE(log.find("getGPSEnabled failed with code = 9"), std::string::npos);
-}
-
-TEST_F(TemplatesTest, DataUsagePlaceholdersOnlyInTheRequestAndOnlyWhenFresh) {
-    const std::string usage =
-        "%PLANTYPE%|%ALLOWANCE%|%UNIT%|%LINEUSAGE%|%TOTALSHRUSAGE%|%CYCLEENDDT%|"
-        "%USAGETIMESTAMP%|%PREPAYIND%";
-    std::string checkIn = usage;
-    std::string request = usage;
-    Fill(checkIn, request);
-    EXPECT_EQ(request, usage);  // no figures yet
-
-    // A check-in asks for figures; the test plays the service's notice.
-    ardo::deviceStateSet("/data_usage/notice", "never");
-    ASSERT_TRUE(app->RequestDataUsage());
-    uint32_t fresh = 0;
-    app->OnChannelNotify(TOLA_CHANNEL_DATA_USAGE, &fresh, sizeof fresh);
-    app->RecordDataUsageInformation();
-    ASSERT_TRUE(app->GotDataUsageInfo());
-    Fill(checkIn, request);
-    EXPECT_EQ(checkIn, usage);
-    EXPECT_EQ(request, "Shared|50|GB|2.35|17.80|2024-05-31|2024-05-14T08:30:00Z|N");
-
-    std::string chosen;
-    EXPECT_EQ(app->GetRequestParameters(chosen), 0);
-    EXPECT_NE(chosen.find("%PLANTYPE%"), std::string::npos);  // the data-usage template
 }
 
 }  // namespace
