@@ -5,11 +5,11 @@
 #include "canned_http.h"
 #include "tola_json_parser.h"
 
-using tola_test::kFactoryKey;
 using ardo::json;
 using tola_test::AppTest;
 using tola_test::CannedHttpServer;
 using tola_test::Decrypt;
+using tola_test::kFactoryKey;
 
 namespace {
 
@@ -82,26 +82,6 @@ TEST_F(ResponseTest, AnswerParsing) {
         EXPECT_EQ(app->mCheckInIntervalPresent, c.hours != 0);
         EXPECT_EQ(app->mCheckInIntervalHours, c.hours);
         EXPECT_EQ(text, c.configuration);
-    }
-}
-
-TEST_F(ResponseTest, KeyAndUrlAnswer) {
-    struct Case {
-        const char* text;
-        bool ok;
-    } cases[] = {
-        {R"({"DeviceEncryptionKey":"k2","CheckInUrl":"https://p/"})", true},
-        {R"({"DeviceEncryptionKey":"k2"})", false},
-        {R"({"DeviceEncryptionKey":2,"CheckInUrl":"https://p/"})", false},
-        {R"(["k2","https://p/"])", false},
-        {"garbage", false},
-    };
-    for (const Case& c : cases) {
-        std::string key = "old", url = "old";
-        TOLAJSONParser parser(app.get());
-        EXPECT_EQ(parser.ProcessSMS104CheckinResponse(c.text, key, url), c.ok) << c.text;
-        EXPECT_EQ(key, c.ok ? "k2" : "old");
-        EXPECT_EQ(url, c.ok ? "https://p/" : "old");
     }
 }
 
