@@ -102,6 +102,9 @@ class TOLAApp : public MsgbusCallbackInterface, public MaintenanceThreadCallback
     void PerformCheckIn();
     bool ProcessCheckIn(std::string& request, std::string& checkIn);
     void PrepareRequest(HttpHelper& client, std::string url);
+    // One exchange on the data call that is up (the receipt, the key-and-URL fetch): prepares
+    // the client, sends body to url, ends the data call whatever the outcome. The HTTP status.
+    int ExchangeOnce(const std::string& url, const std::string& body, std::string& answer);
 
     // ---- Data calls (tola_app_datacall.cpp) ----
     int CheckDataCallAndConnect();

@@ -213,3 +213,13 @@ void TOLAApp::PrepareRequest(HttpHelper& client, std::string url) {
         break;
     }
 }
+
+int TOLAApp::ExchangeOnce(const std::string& url, const std::string& body, std::string& answer) {
+    HttpHelper client;
+    client.SetTimeout(static_cast<long>(config.requestTimeout));
+    PrepareRequest(client, url);
+    int httpStatus = 0;
+    client.ExecuteGetRequest(url, body, answer, httpStatus);
+    EndRequest();
+    return httpStatus;
+}

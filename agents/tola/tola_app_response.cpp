@@ -162,13 +162,8 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
             TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Failed to get request parameters for agent");
         } else {
             ProcessReceipt(receipt, checkIn);
-            HttpHelper client;
-            client.SetTimeout(static_cast<long>(config.requestTimeout));
-            PrepareRequest(client, url);
             std::string answer;
-            int httpStatus = 0;
-            client.ExecuteGetRequest(url, checkIn, answer, httpStatus);
-            EndRequest();
+            int httpStatus = ExchangeOnce(url, checkIn, answer);
             TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - [%s]: config apply reply sent status:[%d].\n", __func__,
                      httpStatus);
         }

@@ -268,13 +268,8 @@ void TOLAApp::PerformGetSecurityKeyCheckinURL(const std::string& url) {
     std::free(encryptedImei);
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - sms 104 check in is %s", request.c_str());
 
-    HttpHelper client;
-    client.SetTimeout(static_cast<long>(config.requestTimeout));
-    PrepareRequest(client, url);
     std::string response;
-    int httpStatus = 0;
-    client.ExecuteGetRequest(url, request, response, httpStatus);
-    EndRequest();
+    int httpStatus = ExchangeOnce(url, request, response);
     TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - SMS 104 check in server response httpStatusCode:[%d]", httpStatus);
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - SMS 104 check in server response is %s", response.c_str());
 
