@@ -8,6 +8,7 @@ TOLA_PACKAGES=(
     libyajl-dev libssl-dev openssl libxml2-dev libcurl4-openssl-dev libc-ares-dev
     libsystemd-dev systemd dbus libcpp-httplib-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev
+    clang-14 libclang-rt-14-dev clang-tidy-14
     dpkg-dev file
 )
 

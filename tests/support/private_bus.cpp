@@ -1,6 +1,7 @@
 #include "private_bus.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -136,12 +137,22 @@ ChildProcess::ChildProcess(const std::string& binary, const std::vector<std::str
         throw std::runtime_error("fork failed");
     }
     mPid = pid;
+    mOutputFile = outputFile;
 }
 
 ChildProcess::~ChildProcess() {
     if (mPid > 0 && !mReaped) {
         kill(mPid, SIGKILL);
         waitpid(mPid, nullptr, 0);
+    }
+    std::string output = readWholeFile(mOutputFile);
+    for (const char* mark : {"WARNING: ThreadSanitizer:", "ERROR: AddressSanitizer:", "ERROR: LeakSanitizer:",
+                             "runtime error:"}) {
+        size_t at = output.find(mark);
+        if (at != std::string::npos) {
+            ADD_FAILURE() << "sanitizer report from " << mOutputFile << ":\n" << output.substr(at, 8000);
+            break;
+        }
     }
 }
 

@@ -33,7 +33,8 @@ class ChildProcess {
   public:
     ChildProcess(const std::string& binary, const std::vector<std::string>& args,
                  const std::string& outputFile);
-    // Kills (SIGKILL) and reaps the process if it is still running.
+    // Kills (SIGKILL) and reaps the process if it is still running. A sanitizer report in its
+    // output (a sanitized build's race, overflow or leak) fails the running test.
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
@@ -47,6 +48,7 @@ class ChildProcess {
 
   private:
     pid_t mPid = -1;
+    std::string mOutputFile;
     bool mReaped = false;
     int mStatus = 0;
 };

@@ -1,6 +1,8 @@
 #include "test_env.h"
 
+#ifndef TOLA_NO_GTEST
 #include <gtest/gtest.h>
+#endif
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -42,6 +44,7 @@ void run(const std::string& command) {
     }
 }
 
+#ifndef TOLA_NO_GTEST
 // Every test binary runs against a simulated device of its own, even in tests that make no
 // TempRoot: nothing a test does may reach the machine's real /var or /opt, or the device's
 // real ACL segment key.
@@ -73,6 +76,7 @@ class ProcessRootEnvironment : public ::testing::Environment {
 };
 
 ::testing::Environment* const gProcessRoot = ::testing::AddGlobalTestEnvironment(new ProcessRootEnvironment);
+#endif
 
 }  // namespace
 

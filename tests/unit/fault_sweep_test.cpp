@@ -1,0 +1,164 @@
+// Fault sweep: each flow (a check-in, an applied document, the SMS commands) is run once on a
+// good device, then once more for every platform call its journal shows, with that call (that
+// occurrence of it) failing with each result in kResults. The flow must come back (no crash,
+// no hang), the scripted failure must have been met, and the stored record must still read back
+// whole at the next start.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app_fixture.h"
+#include "canned_http.h"
+#include "device_state.h"
+#include "private_bus.h"
+
+using ardo::json;
+
+namespace {
+
+const int kResults[] = {1, -1};
+
+std::string Sms(const std::string& plain) {
+    char* out = nullptr;
+    std::string text =
+        AesEncrypt(tola_test::kFactoryKey, plain.c_str(), &out) == 0 && out != nullptr ? out : "";
+    std::free(out);
+    return "<TOLA><" + text + ">";
+}
+
+struct Flow {
+    const char* name;
+    std::function<void(TOLAApp&, const std::string& portalUrl)> run;
+};
+
+// One device per run: its own root, config.xml read, agent state initialised.
+class Device {
+  public:
+    explicit Device(const json& faults) {
+        if (!faults.empty()) {
+            ardo::deviceStateSet("/faults", faults);
+        }
+        root.remove("/var/lib/ardo/calls.jsonl");
+        vorn_dbg_stop();
+        vorn_dbg_start();
+        app = std::make_unique<TOLAApp>();
+        app->ReadSettings();
+        app->Agent().Initialize();
+        app->Agent().GetRuntimeConfig(app->RuntimeConfig());
+    }
+    ~Device() { vorn_dbg_stop(); }
+
+    void Activate(const std::string& url) {
+        tolaagent_runtime_config_t& rc = app->RuntimeConfig();
+        tola_copy_text(rc.checkInURL, url.c_str());
+        rc.checkInFlag = true;
+        app->Agent().SetRuntimeConfig(rc);
+        root.remove("/var/lib/ardo/calls.jsonl");
+    }
+    // The calls of the run so far, with their results.
+    std::vector<std::pair<std::string, int>> Calls() const {
+        std::vector<std::pair<std::string, int>> calls;
+        std::string text = root.readFile("/var/lib/ardo/calls.jsonl");
+        for (size_t start = 0, end; start < text.size(); start = end + 1) {
+            end = std::min(text.find('\n', start), text.size());
+            json line = json::parse(text.substr(start, end - start), nullptr, false);
+            if (line.is_object()) {
+                calls.emplace_back(line.value("call", ""), line.value("result", 0));
+            }
+        }
+        return calls;
+    }
+    // Ends the app and reads the stored record again as a new start does: true when it was whole.
+    bool RecordReadsBack() {
+        app->Agent().Uninitialize();
+        app.reset();
+        std::string before = root.readFile("/var/log/tola.log");
+        TOLAAgent again;
+        again.Initialize();
+        std::string log = root.readFile("/var/log/tola.log").substr(before.size());
+        again.Uninitialize();
+        return !root.readFile("/opt/ardo/data/tola/acl_config.xml").empty() &&
+               log.find("looks like file got corrupted") == std::string::npos;
+    }
+
+    tola_test::TempRoot root;
+    std::unique_ptr<TOLAApp> app;
+};
+
+TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
+    tola_test::PrivateBus bus;
+    tola_test::CannedHttpServer portal({R"({"ResultCode":1,"Version":"7"})"});
+    // Every group but file sharing and port forwarding, whose checks depend on the device's disk
+    // and address ranges.
+    json groups =
+        json::parse(tola_test::readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/full_valid.json"),
+                    nullptr, false, true);
+    ASSERT_TRUE(groups.is_array());
+    for (json& element : groups) {
+        element.erase("VornSharingSettings");
+        element.erase("PortForwardingSettings");
+    }
+    const std::string document = groups.dump();
+
+    const Flow flows[] = {
+        {"check-in", [](TOLAApp& app, const std::string&) { app.PerformCheckIn(); }},
+        {"document",
+         [&](TOLAApp& app, const std::string&) {
+             std::string message;
+             app.Agent().ProcessResponse(document, message);
+         }},
+        {"sms 101", [](TOLAApp& app, const std::string&) { app.HandleSmsCommand(Sms("<101>swept-key")); }},
+        {"sms 102",
+         [](TOLAApp& app, const std::string& url) { app.HandleSmsCommand(Sms("<102>" + url + "/next")); }},
+        {"sms 150", [](TOLAApp& app, const std::string&) { app.HandleSmsCommand(Sms("<150>apn.swept")); }},
+        {"sms 200 1", [](TOLAApp& app, const std::string&) { app.HandleSmsCommand(Sms("<200>1")); }},
+        {"sms 200 0", [](TOLAApp& app, const std::string&) { app.HandleSmsCommand(Sms("<200>0")); }},
+    };
+
+    int swept = 0;
+    for (const Flow& flow : flows) {
+        SCOPED_TRACE(flow.name);
+        std::vector<std::pair<std::string, int>> good;
+        {
+            Device device(json::object());
+            device.Activate(portal.url());
+            flow.run(*device.app, portal.url());
+            good = device.Calls();
+            std::printf("%s: %zu calls\n", flow.name, good.size());
+            ASSERT_TRUE(device.RecordReadsBack());
+        }
+        std::map<std::string, int> seen;
+        for (const auto& [call, result] : good) {
+            int occurrence = seen[call]++;
+            for (int failure : kResults) {
+                SCOPED_TRACE(call + " #" + std::to_string(occurrence) + " -> " + std::to_string(failure));
+                // The calls before this one answer 0 (they succeed, changing nothing); this one fails.
+                json script = json::array();
+                for (int i = 0; i < occurrence; ++i) {
+                    script.push_back(0);
+                }
+                script.push_back(failure);
+                Device device(json{{call, script}});
+                device.Activate(portal.url());
+                flow.run(*device.app, portal.url());
+                bool met = false;
+                for (const auto& [name, rc] : device.Calls()) {
+                    met = met || (name == call && rc == failure);
+                }
+                EXPECT_TRUE(met) << "the scripted failure was not reached";
+                EXPECT_TRUE(device.RecordReadsBack());
+                ++swept;
+            }
+        }
+    }
+    std::printf("fault sweep: %d runs with one failing call\n", swept);
+    EXPECT_GT(swept, 0);
+}
+
+}  // namespace
