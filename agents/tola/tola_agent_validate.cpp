@@ -114,6 +114,19 @@ bool acceptableKey(TOLAAgent& agent, sys_wifi_profile_t& profile) {
     return !agent.HasNonPrintableChars(key) && length >= 8 && length <= 63;
 }
 
+// Both Wi-Fi validators first read the device's Wi-Fi state; a failed read refuses with 151
+// (also for the guest network) and the user text set. true when every read succeeded.
+bool readWiFiState(TOLAAgent& agent) {
+    if (agent.getWiFiCarrierEnabled() != nullptr && agent.getWiFiEnabled() != nullptr &&
+        agent.getWiFiProfile() != nullptr) {
+        return true;
+    }
+    TLOG_SYS(TOLA_LOG_ERROR,
+             "[%s]:[%s] - either get wifi carrier enabled or get wifi enabled or get wifi profile failed");
+    agent.SetErrorMessage("either get wifi carrier enabled or get wifi enabled or get wifi profile failed");
+    return false;
+}
+
 // The MAC filter admits only listed devices, which WPS would get round: both may not be on.
 // 0, or 150 with the user text set.
 int checkWpsAndMacFilter(TOLAAgent& agent) {
@@ -352,12 +365,8 @@ int TOLAAgent::ValidateAdminPasswordSettingsObj() {
 
 int TOLAAgent::ValidateWiFiParametersObj() {
     TOLA_TRACE();
-    if (getWiFiCarrierEnabled() == nullptr || getWiFiEnabled() == nullptr || getWiFiProfile() == nullptr) {
-        TLOG_SYS(
-            TOLA_LOG_ERROR,
-            "[%s]:[%s] - either get wifi carrier enabled or get wifi enabled or get wifi profile failed");
-        return trace.Returning(TOLA_REFUSE(
-            151, "either get wifi carrier enabled or get wifi enabled or get wifi profile failed"));
+    if (!readWiFiState(*this)) {
+        return trace.Returning(151);
     }
     sys_wifi_profile_t* primary = GetWiFiPrimaryProfile();
     if (primary == nullptr) {
@@ -405,12 +414,8 @@ int TOLAAgent::ValidateWiFiParametersObj() {
 
 int TOLAAgent::ValidateGuestWifiParametersObj() {
     TOLA_TRACE();
-    if (getWiFiCarrierEnabled() == nullptr || getWiFiEnabled() == nullptr || getWiFiProfile() == nullptr) {
-        TLOG_SYS(
-            TOLA_LOG_ERROR,
-            "[%s]:[%s] - either get wifi carrier enabled or get wifi enabled or get wifi profile failed");
-        return trace.Returning(TOLA_REFUSE(
-            151, "either get wifi carrier enabled or get wifi enabled or get wifi profile failed"));
+    if (!readWiFiState(*this)) {
+        return trace.Returning(151);
     }
     sys_wifi_profile_t* guest = GetWiFiGuestProfile();
     if (guest == nullptr) {
