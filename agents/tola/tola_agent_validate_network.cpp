@@ -36,6 +36,17 @@ int listCount(const int* count) {
     return count != nullptr ? std::clamp(*count, 0, SYS_ROUTER_APP_MAX) : 0;
 }
 
+// Whether application `index` has a (non-empty) name that another application of the list has too.
+bool nameTakenByAnother(int index, sys_router_app_t* apps, int count) {
+    const char* name = tola_field_text(apps[index].name);
+    for (int j = 0; j < count; ++j) {
+        if (j != index && name[0] != '\0' && strcmp(name, tola_field_text(apps[j].name)) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 int TOLAAgent::ValidateLANSettingsObj() {
@@ -380,11 +391,9 @@ int TOLAAgent::CheckAppConflicts(int index, sys_router_app_t* apps, int count) {
         return trace.Returning(0);
     }
     const char* name = tola_field_text(apps[index].name);
-    for (int j = 0; j < count; ++j) {
-        if (j != index && name[0] != '\0' && strcmp(name, tola_field_text(apps[j].name)) == 0) {
-            SetErrorMessage("Invalid Port Forwarding object. Custom application name %s is duplicated", name);
-            return trace.Returning(1);
-        }
+    if (nameTakenByAnother(index, apps, count)) {
+        SetErrorMessage("Invalid Port Forwarding object. Custom application name %s is duplicated", name);
+        return trace.Returning(1);
     }
     PortSpan mine = externalPorts(apps[index]);
     for (int j = 0; j < count; ++j) {
@@ -406,11 +415,9 @@ int TOLAAgent::CheckPortFilterAppConflicts(int index, sys_router_app_t* apps, in
         return trace.Returning(0);
     }
     const char* name = tola_field_text(apps[index].name);
-    for (int j = 0; j < count; ++j) {
-        if (j != index && name[0] != '\0' && strcmp(name, tola_field_text(apps[j].name)) == 0) {
-            SetErrorMessage("Invalid Port Filtering object. Custom application name %s is duplicated", name);
-            return trace.Returning(1);
-        }
+    if (nameTakenByAnother(index, apps, count)) {
+        SetErrorMessage("Invalid Port Filtering object. Custom application name %s is duplicated", name);
+        return trace.Returning(1);
     }
     return trace.Returning(0);
 }
