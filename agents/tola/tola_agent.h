@@ -3,6 +3,7 @@
 // configuration document fills.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "tola_settings.h"
@@ -98,6 +99,11 @@ class TOLAAgent : public TOLASettingsObject {
     // ---- Shared-memory access-control list (tola_agent_shm.cpp) ----
     bool InitializeSharedMemory();
     void SetACEProperties(const char* name, bool displayEnabled, bool writeEnabled);
+    // Entries are set while a document is parsed, so other processes see them at once; a refused
+    // document puts the list back as it was (every entry and the count). Saving gives null when
+    // there is no list.
+    std::unique_ptr<tola_acl_shm_t> SaveAclEntries() const;
+    void RestoreAclEntries(const tola_acl_shm_t& saved);
     tola_acl_shm_t* AclBlock() const { return mAcl; }
 
   private:

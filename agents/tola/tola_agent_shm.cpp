@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "sys_core.h"
 #include "tola_agent.h"
@@ -84,4 +85,27 @@ void TOLAAgent::SetACEProperties(const char* name, bool displayEnabled, bool wri
         }
     }
     TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - %s - END ", trace.Signature());
+}
+
+std::unique_ptr<tola_acl_shm_t> TOLAAgent::SaveAclEntries() const {
+    if (mAcl == nullptr) {
+        return nullptr;
+    }
+    std::unique_ptr<tola_acl_shm_t> saved(new (std::nothrow) tola_acl_shm_t);
+    if (saved) {
+        std::memcpy(saved.get(), mAcl, sizeof *mAcl);
+    }
+    return saved;
+}
+
+void TOLAAgent::RestoreAclEntries(const tola_acl_shm_t& saved) {
+    if (mAcl == nullptr) {
+        return;
+    }
+    // The list only grew during the parse: lowering the count first hides the added entries
+    // before their slots are put back, then the count is stored once more after the entries.
+    __atomic_store_n(&mAcl->count, saved.count, __ATOMIC_RELEASE);
+    std::memcpy(mAcl->entries, saved.entries, sizeof mAcl->entries);
+    __atomic_store_n(&mAcl->count, saved.count, __ATOMIC_RELEASE);
+    TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Access Control List restored, count = %d", saved.count);
 }

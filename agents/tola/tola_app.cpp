@@ -80,7 +80,9 @@ int TOLAApp::Initialize() {
         runtimeConfig.aclConfigStatus = 0;
         agent.SetRuntimeConfig(runtimeConfig);
     } else if (runtimeConfig.aclConfigStatus == 1) {
-        // A downloaded configuration is waiting to be applied.
+        // A downloaded configuration is waiting to be applied. Its receipt carries the device's
+        // identity, which no check-in has read yet in this run.
+        RecordModemInformation();
         std::string content;
         GetFileContent(TOLA_DOWNLOADED_CONFIG_FILE_NAME, content);
         GetFileContent(std::string(TOLA_DATA_DIR) + "/" + TOLA_DOWNLOADED_CONFIG_FILE_NAME, content);

@@ -125,6 +125,8 @@ class TOLAApp : public MsgbusCallbackInterface, public MaintenanceThreadCallback
     // ---- Response handling and receipt (tola_app_response.cpp) ----
     bool SaveConfiguration(std::string& response);
     bool ProcessReceipt(std::string& receipt, std::string& checkIn);
+    // Set once a receipt's reboot has been asked for; the check-in then makes no further attempt.
+    bool mRebootRequested = false;
 
     // ---- Parser results (written by TOLAJSONParser::ProcessCheckinResponse) ----
     std::string mVersion;           // the answer's Version

@@ -33,6 +33,7 @@ void TOLAApp::PerformCheckIn() {
     std::string url(runtimeConfig.checkInURL,
                     strnlen(runtimeConfig.checkInURL, sizeof runtimeConfig.checkInURL));
     resetMaintenanceThread();
+    mRebootRequested = false;
     // The boot-time wait is spent once a check-in has started; the next store of the record
     // carries this to the agent's copy (see OnThreadNotify).
     runtimeConfig.bootupWaitDone = true;
@@ -97,6 +98,11 @@ void TOLAApp::PerformCheckIn() {
                 runtimeConfig.aclConfigStatus = 1;
                 agent.SetRuntimeConfig(runtimeConfig);
                 if (SaveConfiguration(response)) {
+                    return;
+                }
+                // A receipt went out and the device is going down: one receipt, one reboot.
+                if (mRebootRequested) {
+                    TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Reboot requested, no further check-in attempt");
                     return;
                 }
                 // Not accepted: the next attempt follows at once, on the same data call.

@@ -173,6 +173,7 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
     runtimeConfig.aclConfigStatus = mResultCode == 0 ? kAclStatusApplied : kAclStatusNone;
     agent.SetRuntimeConfig(runtimeConfig);
     TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Configuration is applied successfully. Rebooting system.\n");
+    mRebootRequested = true;
     sys_rebootSystem();
     return trace.Returning(result);
 }

@@ -125,9 +125,12 @@ sys_samba_folder_t* TOLASettingsObject::GetSambaFolderNames() {
     return plainArray(mSambaFolderNames, SYS_SAMBA_FOLDER_SLOTS);
 }
 int* TOLASettingsObject::GetSambaFolderNamesCount() {
-    // Created zeroed like the other plain members: the device's capacity arrives with the first
-    // ResetObjectData.
-    return plainMember(mSambaFolderNamesCount);
+    // Created holding the device's capacity: a freshly started agent (every document follows a
+    // reboot) must accept folders before any ResetObjectData has run.
+    if (!mSambaFolderNamesCount) {
+        mSambaFolderNamesCount.reset(new (std::nothrow) int(TOLA_SAMBA_FOLDER_CAPACITY));
+    }
+    return mSambaFolderNamesCount.get();
 }
 char* TOLASettingsObject::GetNetworkText(int which) {
     if (which < 0 || which >= TOLA_NET_TEXT_COUNT) {
@@ -205,6 +208,21 @@ void TOLASettingsObject::SetErrorMessage(const char* format, ...) {
     }
     memcpy(mErrorMessage, buffer, sizeof(mErrorMessage));
     mErrorMessage[sizeof(mErrorMessage) - 1] = '\0';
+}
+
+void TOLASettingsObject::DropDocumentValues() {
+#define TOLA_DROP_MEMBER(name, type, getterName, seed) m##name.reset();
+    TOLA_DEVICE_SETTINGS(TOLA_DROP_MEMBER)
+#undef TOLA_DROP_MEMBER
+    if (mNetworkTexts) {
+        memset(mNetworkTexts.get(), 0, TOLA_NET_TEXT_COUNT * TOLA_SETTINGS_TEXT_SIZE);
+    }
+    if (mSambaHostName) {
+        memset(mSambaHostName.get(), 0, TOLA_SETTINGS_TEXT_SIZE);
+    }
+    if (mSambaFolderNames) {
+        memset(mSambaFolderNames.get(), 0, TOLA_SAMBA_FOLDER_BYTES);
+    }
 }
 
 int TOLASettingsObject::ResetObjectData() {

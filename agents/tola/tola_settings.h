@@ -323,6 +323,10 @@ class TOLASettingsObject {
     // Clears the lists and counts of the plain members (the device-backed members stay) and
     // empties the device-state cache. 0, or 200 when a list could not be reached.
     int ResetObjectData();
+    // Forgets what a refused document put into the settings object: the device-backed members
+    // are seeded again from the device on their next use, and the network texts, the sharing
+    // host name and the folder names are emptied. The lists and counts are ResetObjectData's.
+    void DropDocumentValues();
 
     // ---- Present flags ----
     bool IsPresent(TolaField field) const {

@@ -5,6 +5,7 @@
 #include <regex>
 
 #include "e2e_fixture.h"
+#include "payload_cipher.h"
 
 using ardo::json;
 using tola_test::waitForText;
@@ -115,9 +116,11 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
     }
 }
 
-// A refused and an accepted document, each through the real agent and portal: the receipt
-// carries the outcome, and the device reboots after each (the agent process ends, as on a
-// device). The refused case needs the validators (the LAN group refuses a public router address).
+// A refused and an accepted document, each through the real agent and portal (a freshly started
+// agent, as every document meets on a device): the receipt carries the outcome, and the device
+// reboots after each (the agent process ends, as on a device). The refused case needs the
+// validators (the LAN group refuses a public router address); its access-control entries,
+// set while it was read, are gone again from the shared list and the file.
 TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) {
     struct Case {
         const char* name;
@@ -126,15 +129,17 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
         const char* message;
         int ledAfter;  // the device's LED switch afterwards (factory: 1)
         const char* aclStatus;
+        const char* writeEnabled;  // WiFiSSID's, unlocked before the document
     } cases[] = {
         {"refused",
-         json::parse(
-             R"([{"LANSettings": {"RouterIPv4Address": "8.8.8.8"}, "DevicePreferences": {"LEDEnabled": false}}])"),
+         json::parse(R"([{"LANSettings": {"RouterIPv4Address": "8.8.8.8"}, "DevicePreferences": {"LEDEnabled": false}},
+                         {"AccessControlSettings": {"WiFiSSID": {"Lock": true}, "GPSEnabled": {"Hide": true}}}])"),
          "158", "Invalid Private IP address or network address or broadcast address . ", 1,
-         "<AclConfigStatus>0</AclConfigStatus>"},
-        {"accepted", json::parse(R"([{"DevicePreferences": {"LEDEnabled": false}},
+         "<AclConfigStatus>0</AclConfigStatus>", "True"},
+        {"accepted", json::parse(R"([{"DevicePreferences": {"LEDEnabled": false},
+                         "VornSharingSettings": {"VornSharingTopLevelFolder": [{"FolderName": "Music"}]}},
                          {"AccessControlSettings": {"WiFiSSID": {"Lock": true}}}])"),
-         "0", "", 0, "<AclConfigStatus>2</AclConfigStatus>"},
+         "0", "", 0, "<AclConfigStatus>2</AclConfigStatus>", "False"},
     };
     StartPortal(true);
     setenv("ARDO_CA_FILE", caFile.c_str(), 1);
@@ -145,6 +150,9 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
         root.remove("/opt/ardo/data/tola/acl_config.xml");
         root.remove("/opt/ardo/data/tola/acl_config.xml.bkp");
         ardo::deviceStateSet("/power/end_process_on_reboot", true);
+        root.writeFile(tola_test::kAclFile, "<ACLConfig><TOLA/><ACL><ACE><Name>WiFiSSID</Name>"
+                                            "<DisplayEnabled>True</DisplayEnabled><WriteEnabled>True"
+                                            "</WriteEnabled></ACE></ACL></ACLConfig>");
         Activate("https://portal.tola.test:" + httpsPort);
         Script({{"ResultCode", 0}, {"Version", "7"}, {"Configuration", c.document}});
         StartAgent();
@@ -163,15 +171,41 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
                   std::string::npos);
         EXPECT_EQ(ardo::deviceStateValue<int>("/settings/ledEnabled", -1), c.ledAfter);
         EXPECT_NE(Acl().find(c.aclStatus), std::string::npos) << Acl();
-        EXPECT_EQ(Acl().find("<Name>WiFiSSID</Name>") != std::string::npos, c.ledAfter == 0) << Acl();
+        std::string ace = std::string("<Name>WiFiSSID</Name>\n<DisplayEnabled>True</DisplayEnabled>\n") +
+                          "<WriteEnabled>" + c.writeEnabled + "</WriteEnabled>\n</ACE>\n</ACL>";
+        EXPECT_NE(Acl().find(ace), std::string::npos) << Acl();
+        EXPECT_EQ(tola_test::Devicectl("acl"), std::string("header: 1\ncount: 1\n0 name=WiFiSSID display=1 write=") +
+                                                   (c.ledAfter == 0 ? "0\n" : "1\n"));
         std::string journal = root.readFile("/var/lib/ardo/calls.jsonl");
         EXPECT_EQ(journal.find("ardo.tola.acl") != std::string::npos, c.ledAfter == 0);
+        EXPECT_EQ(journal.find("sys_setSambaFolderSettings") != std::string::npos, c.ledAfter == 0);
         if (c.ledAfter == 0) {
             EXPECT_LT(journal.find("ardo.tola.acl"), journal.find("sys_setLEDEnabled"));
         }
         EXPECT_NE(journal.find("sys_rebootSystem"), std::string::npos);
         EXPECT_NE(Log().find("Configuration is applied successfully. Rebooting system."), std::string::npos);
     }
+}
+
+// A configuration downloaded before a restart is applied at the next start; its receipt names
+// the device, though no check-in has run yet.
+TEST_F(CheckInE2E, ADownloadedConfigurationIsConfirmedAtStartUpWithTheDeviceIdentity) {
+    StartPortal(false);
+    tola_test::StoreRecord(portalUrl, false, "", 1);
+    char* cipher = nullptr;
+    ASSERT_EQ(AesEncrypt("VeltraFactoryKey-2017", R"([{"DevicePreferences": {"LEDEnabled": false}}])", &cipher), 0);
+    root.writeFile("/opt/ardo/data/tola/tola_downloaded_config",
+                   json({{"ResultCode", 0}, {"Version", "8"}, {"EncryptedConfiguration", cipher}}).dump());
+    std::free(cipher);
+    ardo::deviceStateSet("/power/end_process_on_reboot", true);
+    StartAgent();
+    int exitStatus = -1;
+    ASSERT_TRUE(agent->waitForExit(exitStatus, 30000)) << tola_test::readWholeFile(agentOut);
+    agent.reset();
+    ASSERT_EQ(Received().size(), 1u);
+    EXPECT_EQ(Received()[0]["kind"], "receipt");
+    EXPECT_EQ(Received()[0]["imei"], "356938035643809");
+    EXPECT_EQ(Received()[0]["request"]["ErrorCode"], "0");
 }
 
 // The self-signed certificate is trusted by nobody while ARDO_CA_FILE is unset: every attempt

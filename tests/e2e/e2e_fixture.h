@@ -44,7 +44,8 @@ inline std::string Devicectl(const std::string& args, const std::string& input =
 
 // Stores the runtime record with the portal URL, key and check-in flag, as an earlier run of the
 // agent (or the factory) left it.
-inline void StoreRecord(const std::string& url, bool checkIn, const std::string& key = "") {
+inline void StoreRecord(const std::string& url, bool checkIn, const std::string& key = "",
+                        int aclConfigStatus = 0) {
     TOLAAgent state;
     ASSERT_EQ(state.Initialize(), 0);
     tolaagent_runtime_config_t rc{};
@@ -52,6 +53,7 @@ inline void StoreRecord(const std::string& url, bool checkIn, const std::string&
     tola_copy_text(rc.checkInURL, url.c_str());
     tola_copy_text(rc.payloadEncryptionKey, key.c_str());
     rc.checkInFlag = checkIn;
+    rc.aclConfigStatus = aclConfigStatus;
     state.SetRuntimeConfig(rc);
     state.Uninitialize();
 }

@@ -396,7 +396,8 @@ TEST_F(ApplyTest, ARefusedDocumentChangesNothing) {
     } cases[] = {
         {R"([{"LANSettings": {"DHCPLeaseTime": "long"}}, {"AccessControlSettings": {"WiFiSSID": {"Lock": true}}}])",
          109, "Invalid LAN Settings object DHCP lease time parameter data type"},
-        {R"([{"LANSettings": {"RouterIPv4Address": "8.8.8.8"}, "GPSSettings": {"GPSEnabled": false}},
+        {R"([{"LANSettings": {"RouterIPv4Address": "8.8.8.8"}, "GPSSettings": {"GPSEnabled": false},
+              "WiFiNetworkSettings": {"WiFiSSID": "Refused-SSID"}},
             {"AccessControlSettings": {"WiFiSSID": {"Lock": true}}}])",
          158, "Invalid Private IP address or network address or broadcast address . "},
     };
@@ -409,6 +410,10 @@ TEST_F(ApplyTest, ARefusedDocumentChangesNothing) {
         EXPECT_EQ(Calls(), std::vector<std::string>());
         EXPECT_EQ(root.readFile("/opt/ardo/data/tola/acl_config.xml"), acl);
     }
+    // The next document starts from the device, not from what the refused one left behind.
+    EXPECT_EQ(Apply(R"([{"LANSettings": {"DHCPLeaseTime": 600}, "WiFiNetworkSettings": {"WiFiKey": "another-key"}}])"), 0);
+    EXPECT_EQ(Setting("/settings/lan/ipAddress"), "192.168.1.1");
+    EXPECT_EQ(Setting("/settings/wifiPrimaryProfile/ssid"), "Ardo-Hotspot-1234");
 }
 
 }  // namespace

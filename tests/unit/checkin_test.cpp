@@ -99,6 +99,16 @@ TEST_F(CheckInTest, UnparsableAnswerIsRetriedAtOnceOnTheSameCall) {
     EXPECT_STREQ(Stored().lastCommand, "1");
 }
 
+// Code 0 without its configuration is answered with a receipt and a reboot, and the failed
+// answer would have the loop try again: once the reboot is asked for, nothing more is sent.
+TEST_F(CheckInTest, AReceiptEndsTheCheckInWhateverTheAnswer) {
+    CannedHttpServer portal({R"({"ResultCode":0,"Version":"7"})"});
+    Activate(portal.url());
+    app->PerformCheckIn();
+    EXPECT_EQ(portal.bodies().size(), 2u);  // the check-in and its receipt
+    EXPECT_EQ(Journal("sys_rebootSystem").size(), 1u);
+}
+
 TEST_F(CheckInTest, TheAnswerReplacesTheDownloadedFileWhole) {
     const std::string path = root.path("/opt/ardo/data/tola/tola_downloaded_config");
     root.writeFile("/opt/ardo/data/tola/tola_downloaded_config", "previous answer");

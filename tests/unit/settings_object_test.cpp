@@ -53,7 +53,7 @@ TEST_F(SettingsObjectTest, ResetClearsEveryListAndRestoresTheFolderCapacity) {
     TOLAAgent agent;
     struct Case {
         int* (TOLAAgent::*count)();
-        int afterReset;
+        int afterReset;  // also the value it is created with
     } cases[] = {{&TOLAAgent::GetMacCount, 0},
                  {&TOLAAgent::GetWhiteListMacCount, 0},
                  {&TOLAAgent::GetPortFilteringAppsCount, 0},
@@ -61,7 +61,7 @@ TEST_F(SettingsObjectTest, ResetClearsEveryListAndRestoresTheFolderCapacity) {
                  {&TOLAAgent::GetReservedAddrListCount, 0},
                  {&TOLAAgent::GetSambaFolderNamesCount, 10}};
     for (const Case& c : cases) {
-        EXPECT_EQ(*(agent.*c.count)(), 0);  // every plain member is created zeroed, the capacity too
+        EXPECT_EQ(*(agent.*c.count)(), c.afterReset);
         *(agent.*c.count)() = 3;
     }
     agent.GetMacAddrList()[0].macAddress[0] = 'x';
