@@ -104,18 +104,16 @@ bool isOneOf(const char* text, const char* const (&choices)[N]) {
                        [text](const char* choice) { return strcmp(text, choice) == 0; });
 }
 
-// A Wi-Fi key the device can use: any key on an open network, else 8 to 63 printable characters.
+// A Wi-Fi key the device can use: 8 to 63 printable characters, whatever the security mode (an
+// open network keeps its key for when security is turned on again).
 bool acceptableKey(TOLAAgent& agent, sys_wifi_profile_t& profile) {
-    if (profile.securityMode == SYS_WIFI_SECURITY_NONE) {
-        return true;
-    }
     const char* key = tola_field_text(profile.key);
     size_t length = strlen(key);
     return !agent.HasNonPrintableChars(key) && length >= 8 && length <= 63;
 }
 
 // Both Wi-Fi validators first read the device's Wi-Fi state; a failed read refuses with 151
-// (also for the guest network) and the user text set. true when every read succeeded.
+// (also for the guest network), with no user text of its own. true when every read succeeded.
 bool readWiFiState(TOLAAgent& agent) {
     if (agent.getWiFiCarrierEnabled() != nullptr && agent.getWiFiEnabled() != nullptr &&
         agent.getWiFiProfile() != nullptr) {
@@ -123,7 +121,6 @@ bool readWiFiState(TOLAAgent& agent) {
     }
     TLOG_SYS(TOLA_LOG_ERROR,
              "[%s]:[%s] - either get wifi carrier enabled or get wifi enabled or get wifi profile failed");
-    agent.SetErrorMessage("either get wifi carrier enabled or get wifi enabled or get wifi profile failed");
     return false;
 }
 
@@ -183,9 +180,11 @@ int forgetBlockedDevices(TOLAAgent& agent, const char* function, const sys_mac_e
 }
 
 // The new local address's DHCP pool: the device's pool moved into the address's subnet
-// (192.168.x), kept above the address and below TOLA_VALIDATION_LIMITS.localPoolLastOctet, with
-// the pool's size kept where it fits. false when no pool of the minimum size fits above it.
-bool deriveLocalDhcpRange(TOLAAgent& agent, sys_lan_settings_t& local) {
+// (192.168.x), keeping its size (at least the minimum), kept clear of the address: above it where
+// a pool of the minimum size fits below TOLA_VALIDATION_LIMITS.localPoolLastOctet, else just
+// below it. An address from 1 to 254 always leaves room on one side, so the derivation never
+// refuses an address.
+void deriveLocalDhcpRange(sys_lan_settings_t& local) {
     const tola_validation_limits_t& limits = TOLA_VALIDATION_LIMITS;
     int a[4] = {0, 0, 0, 0};
     int s[4] = {0, 0, 0, 0};
@@ -196,17 +195,17 @@ bool deriveLocalDhcpRange(TOLAAgent& agent, sys_lan_settings_t& local) {
     int span = std::max(e[3] - s[3], limits.minDhcpClients - 1);
     int first = std::max(s[3], a[3] + 1);
     int last = std::min(limits.localPoolLastOctet, first + span);
+    if (last - first + 1 < limits.minDhcpClients) {
+        last = a[3] - 1;
+        first = std::max(1, last - span);
+    }
     char start[32];
     char end[32];
     snprintf(start, sizeof(start), "%d.%d.%d.%d", 192, 168, a[2], first);
     snprintf(end, sizeof(end), "%d.%d.%d.%d", 192, 168, a[2], last);
-    if (first > last || agent.IsValidDhcpRange(start, limits.minDhcpClients) != 0) {
-        return false;
-    }
     snprintf(local.dhcpStart, sizeof(local.dhcpStart), "%.16s", start);
     snprintf(local.dhcpEnd, sizeof(local.dhcpEnd), "%.16s", end);
     local.dhcpAddressCount = static_cast<uint32_t>(last - first + 1);
-    return true;
 }
 
 // An IPv4 or IPv6 address in binary form; family 0 when the text is neither.
@@ -316,16 +315,14 @@ int TOLAAgent::ValidateWhiteListAndBlockedDevicesObj() {
 
 int TOLAAgent::ValidateAdminPasswordSettingsObj() {
     TOLA_TRACE();
-    auto refuse = [&](const char* userText) {
+    // The group's refusals have no user text of their own.
+    auto refuse = [&]() {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - AdminPassword Object validation failed");
-        if (userText != nullptr) {
-            SetErrorMessage("%s", userText);
-        }
         return trace.Returning(154);
     };
     webui_login_settings_t* login = GetLoginSettings();
     if (login == nullptr) {
-        return refuse(nullptr);
+        return refuse();
     }
     const char* password = tola_field_text(login->password);
     long long length = static_cast<long long>(strlen(password));
@@ -333,32 +330,32 @@ int TOLAAgent::ValidateAdminPasswordSettingsObj() {
         tola_app_configuration("set_passcode", "MinimumPasscodeLength", TOLA_DEFAULT_MIN_PASSCODE_LENGTH);
     if (length == 0) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s:%d AdminPassword is empty", __FUNCTION__, __LINE__);
-        return refuse("Invalid Admin Password Settings Object password parameter value");
+        return refuse();
     }
     if (length < minimum) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s:%d AdminPassword lenght is less than 6 Chars: %s",
                  __FUNCTION__, __LINE__, password);
-        return refuse("Invalid Admin Password Settings Object password parameter value");
+        return refuse();
     }
     if (length > 32) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s:%d AdminPassword lenght is greater than 32 chars: %s",
                  __FUNCTION__, __LINE__, password);
-        return refuse("Invalid Admin Password Settings Object password parameter value");
+        return refuse();
     }
     const char* answer = tola_field_text(login->answer);
     if (answer[0] == '\0') {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s:%d securityAnswer is empty", __FUNCTION__, __LINE__);
-        return refuse("Invalid Admin Password Settings Object security answer parameter value");
+        return refuse();
     }
     if (HasNonPrintableChars(answer)) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s:%d securityAnswer containsNonPrintable chars: %s",
                  __FUNCTION__, __LINE__, answer);
-        return refuse("Invalid Admin Password Settings Object security answer parameter value");
+        return refuse();
     }
     if (login->questionType == WEBUI_QUESTION_DATE_OF_BIRTH && !isValidDateFormat(answer)) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s:%d securityAnswer invalidDateFormat : %s", __FUNCTION__,
                  __LINE__, answer);
-        return refuse("Invalid Admin Password Settings Object security answer parameter value");
+        return refuse();
     }
     return trace.Returning(0);
 }
@@ -384,8 +381,7 @@ int TOLAAgent::ValidateWiFiParametersObj() {
     if (getGuestWiFiCarrierEnabled() == nullptr || getWiFiGuestProfile() == nullptr) {
         TLOG_SYS(TOLA_LOG_ERROR,
                  "[%s]:[%s] - either get wifi guest carrier enabled or get wifi guest profile failed");
-        return trace.Returning(
-            TOLA_REFUSE(151, "either get wifi guest carrier enabled or get wifi guest profile failed"));
+        return trace.Returning(151);
     }
     // The guest name it will have: the document's when it names one, else the device's.
     sys_wifi_profile_t* guest = IsPresent(TolaField::WiFiGuestNetworkSettings_WiFiGuestSSID)
@@ -453,8 +449,7 @@ int TOLAAgent::ValidateAdvancedWifiParametersObj() {
         TLOG_SYS(TOLA_LOG_ERROR,
                  "[%s]:[%s] -  get 5GHz 802.11 Mode or 2.4GHz Band enabled 0r 5 GHz band enabled wifi "
                  "profile failed");
-        return trace.Returning(TOLA_REFUSE(
-            153, "get 5GHz 802.11 Mode or 2.4GHz Band enabled 0r 5 GHz band enabled wifi profile failed"));
+        return trace.Returning(153);
     }
     // A band given to the guest network is off for the primary network; the primary network
     // needs one band. Each band as the document sets it, else as the device has it.
@@ -533,28 +528,25 @@ int TOLAAgent::ValidateMobileNetworkSettingsObj() {
     if (IsPresent(TolaField::NetworkSettings_ConnectionPreference) &&
         !isOneOf(preference, kConnectionPreferences)) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Invalid network settings connection prefence (%s)", preference);
-        return trace.Returning(
-            TOLA_REFUSE(161, "Invalid Network Settings Object connection preference parameter value"));
+        return trace.Returning(161);
     }
     if (technology[0] != '\0' && !isOneOf(technology, kPreferredTechnologies)) {
         TLOG_SYS(TOLA_LOG_ERROR,
                  "[%s]:[%s] - Invalid mobile network settings prefered mobile networktechnology(%s)",
                  technology);
-        return trace.Returning(
-            TOLA_REFUSE(161, "Invalid Network Settings Object preferred technology parameter value"));
+        return trace.Returning(161);
     }
     if (strlen(lteApn) > 62) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Invalid mobile networksettings lteapn");
-        return trace.Returning(TOLA_REFUSE(161, "Invalid Network Settings Object LTE APN parameter value"));
+        return trace.Returning(161);
     }
     if (strlen(nonVeltraApn) > 62) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Invalid MobileNetworkSettings->NonVeltraAPN");
-        return trace.Returning(
-            TOLA_REFUSE(161, "Invalid Network Settings Object Non-Veltra APN parameter value"));
+        return trace.Returning(161);
     }
     if (strlen(hspaApn) > 62) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Invalid MobileNetworkSettings->HSPAAPN");
-        return trace.Returning(TOLA_REFUSE(161, "Invalid Network Settings Object HSPA APN parameter value"));
+        return trace.Returning(161);
     }
     return trace.Returning(0);
 }
@@ -572,9 +564,10 @@ int TOLAAgent::ValidateDevicePrefencesSettingsObj() {
     int first = 0;
     int second = 0;
     bool accepted = IsValidIP(address) == 0 && IsNetworkOrBroadcastIp(address) == 0 &&
-                    sscanf(address, "%d.%d", &first, &second) == 2 && first == 192 && second == 168 &&
-                    deriveLocalDhcpRange(*this, *local);
-    if (!accepted) {
+                    sscanf(address, "%d.%d", &first, &second) == 2 && first == 192 && second == 168;
+    if (accepted) {
+        deriveLocalDhcpRange(*local);
+    } else {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s: Invalid Device Preference-> Local IP Address(%s)",
                  __FUNCTION__, address);
         return trace.Returning(TOLA_REFUSE(155, "Invalid Device preference local IP address."));

@@ -20,18 +20,6 @@ bool isLanMask(const char* mask) {
                        [mask](const char* allowed) { return strcmp(mask, allowed) == 0; });
 }
 
-// The external ports an application takes: its range, or for a translated one its external
-// (start) port alone, the end port being the internal one.
-struct PortSpan {
-    int first;
-    int last;
-};
-PortSpan externalPorts(const sys_router_app_t& app) {
-    int start = static_cast<int>(app.startPort);
-    int end = app.portType == SYS_APP_PORT_TRANSLATE ? start : static_cast<int>(app.endPort);
-    return {start, end};
-}
-
 int listCount(const int* count) {
     return count != nullptr ? std::clamp(*count, 0, SYS_ROUTER_APP_MAX) : 0;
 }
@@ -66,21 +54,19 @@ int TOLAAgent::ValidateLANSettingsObj() {
     char* mask = tola_field_text(lan->subnetMask);
     if (!isLanMask(mask) || IsValidIP(mask) != 0) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] -  Invalid LANSettings->RouterSubnetMask(%s)", mask);
-        return trace.Returning(TOLA_REFUSE(158, "Invalid LAN Settings object Sub net mask parameter value"));
+        return trace.Returning(158);
     }
     if (lan->dhcpEnabled != 0) {
         char* start = tola_field_text(lan->dhcpStart);
         if (start[0] == '\0') {
             TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] -  lan settings dhcp address range start is empty");
-            return trace.Returning(
-                TOLA_REFUSE(158, "Invalid LAN Settings object DHCP address start range parameter value"));
+            return trace.Returning(158);
         }
         if (IsValidIP(start) != 0 || IsValidIpWithDhcp(router, start) != 1 ||
             CheckSubnetMatch(router, mask, start) != 1 || IsNetworkOrBroadcastIp(start) != 0 ||
             IsValidDhcpRange(start, TOLA_VALIDATION_LIMITS.minDhcpClients) != 0) {
             TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] -  Invalid lan settings dhcp address range start(%s)", start);
-            return trace.Returning(
-                TOLA_REFUSE(158, "Invalid LAN Settings object DHCP address start range parameter value"));
+            return trace.Returning(158);
         }
         // The pool keeps its size where the subnet has room above the start, else it ends below
         // the subnet's broadcast address.
@@ -93,8 +79,7 @@ int TOLAAgent::ValidateLANSettingsObj() {
             TLOG_SYS(TOLA_LOG_ERROR,
                      "[%s]:[%s] - Failed to get dhcp end range for lan settings dhcp address range start(%s)",
                      start);
-            return trace.Returning(
-                TOLA_REFUSE(158, "Invalid LAN Settings object DHCP address start range parameter value"));
+            return trace.Returning(158);
         }
         end[sizeof(end) - 1] = '\0';
         memcpy(lan->dhcpEnd, end, sizeof(end));
@@ -163,7 +148,7 @@ int TOLAAgent::ValidatePortForwardSettingsObj() {
         sys_lan_settings_t* lan = getLANSettings();
         if (lan == nullptr) {
             TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] -  getLANSettings failed");
-            return TOLA_REFUSE(163, "getLANSettings failed");
+            return 163;
         }
         sys_router_app_t* apps = GetPortForwardingApplications();
         int count = listCount(GetPortForwardingAppsCount());
@@ -205,30 +190,17 @@ int TOLAAgent::ValidatePortForwardSettingsObj() {
                     163, "Invalid Port Forwarding object. Application IP address %s is not in a DHCP range",
                     ip);
             }
+            // The port rules have no user text of their own; only a translation onto the same
+            // port has one.
             int start = static_cast<int>(app.startPort);
             int end = static_cast<int>(app.endPort);
-            if (!ports.contains(start)) {
-                return TOLA_REFUSE(
-                    163, "Invalid Port Forwarding object. Custom application start port %d is out of range",
-                    start);
+            if (!ports.contains(start) || !ports.contains(end) || start > end) {
+                return 163;
             }
-            if (!ports.contains(end)) {
-                return TOLA_REFUSE(
-                    163, "Invalid Port Forwarding object. Custom application end port %d is out of range",
-                    end);
-            }
-            // A translated application maps its external (start) port to an internal (end) port, so
-            // the two need no order, only to differ.
             if (app.portType == SYS_APP_PORT_TRANSLATE && start == end) {
                 return TOLA_REFUSE(163,
                                    "Invalid Port Forwarding object. Custom application Externel port %d is "
                                    "same as Internal port %d",
-                                   start, end);
-            }
-            if (app.portType != SYS_APP_PORT_TRANSLATE && start > end) {
-                return TOLA_REFUSE(163,
-                                   "Invalid Port Forwarding object. Custom application start port %d is "
-                                   "greater than end port %d",
                                    start, end);
             }
         }
@@ -345,12 +317,15 @@ int TOLAAgent::ValidateVornSharingSettingsObj() {
     int* primaryAccess = GetSambaPrimaryNetworkEnabled();
     int* guestAccess = GetSambaGuestNetworkEnabled();
     sys_samba_folder_t* folders = GetSambaFolderNames();
-    if (getSambaEnabled() == nullptr || getSambaSettings() == nullptr || enabled == nullptr ||
+    int* deviceEnabled = getSambaEnabled();
+    if (deviceEnabled == nullptr || getSambaSettings() == nullptr || enabled == nullptr ||
         settings == nullptr || primaryAccess == nullptr || guestAccess == nullptr || folders == nullptr) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Failed to get File sharing status.");
-        return trace.Returning(TOLA_REFUSE(164, "Failed to get File sharing status."));
+        return trace.Returning(164);
     }
-    if (*enabled == 0) {
+    // Whether sharing is on is read from the device as it is now; the access switches, the
+    // content and the folders are judged as the document leaves them.
+    if (*deviceEnabled == 0) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - File sharing is disabled, So no configuration to apply.");
         return trace.Returning(0);
     }
@@ -395,10 +370,12 @@ int TOLAAgent::CheckAppConflicts(int index, sys_router_app_t* apps, int count) {
         SetErrorMessage("Invalid Port Forwarding object. Custom application name %s is duplicated", name);
         return trace.Returning(1);
     }
-    PortSpan mine = externalPorts(apps[index]);
+    // Every application takes its whole port range, a translated one included.
+    const sys_router_app_t& mine = apps[index];
     for (int j = 0; j < count; ++j) {
-        PortSpan other = externalPorts(apps[j]);
-        if (j != index && !CheckPortRanges(mine.first, mine.last, other.first, other.last)) {
+        if (j != index && !CheckPortRanges(static_cast<int>(mine.startPort), static_cast<int>(mine.endPort),
+                                           static_cast<int>(apps[j].startPort),
+                                           static_cast<int>(apps[j].endPort))) {
             SetErrorMessage(
                 "Invalid Port Forwarding object. Custom application index %d port conflict is detected",
                 index);
