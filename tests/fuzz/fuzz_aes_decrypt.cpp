@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "fuzz_env.h"
 #include "payload_cipher.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -17,5 +18,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     char* plain = nullptr;
     AesDecrypt(key.c_str(), text.c_str(), &plain);
     std::free(plain);
+    tola_fuzz::TrimLog();
     return 0;
 }
