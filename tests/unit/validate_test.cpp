@@ -268,6 +268,7 @@ TEST_F(ValidateTest, DocumentsGiveTheirCodeAndText) {
         {forward("[" + customForward("cam", "192.168.1.120", 90, 81) + "]"), "", 163, "", ""},
         {forward("[" + customForward("cam", "192.168.1.120", 8080, 80, "Translate") + "]"), "", 163, "", ""},
         {forward("[" + customForward("cam", "192.168.1.120", 1, 65534, "Translate") + "]"), "", 0, "", ""},
+        {forward("[" + customForward("cam", "192.168.1.120", 65534, 65534) + "]"), "", 0, "", ""},
         {forward("[" + customForward("cam", "192.168.1.120", 80, 80, "Translate") + "]"), "", 163,
          "Invalid Port Forwarding object. Custom application Externel port 80 is same as Internal port 80",
          ""},
