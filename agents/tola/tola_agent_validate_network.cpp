@@ -373,9 +373,9 @@ int TOLAAgent::CheckAppConflicts(int index, sys_router_app_t* apps, int count) {
     // Every application takes its whole port range, a translated one included.
     const sys_router_app_t& mine = apps[index];
     for (int j = 0; j < count; ++j) {
-        if (j != index && !CheckPortRanges(static_cast<int>(mine.startPort), static_cast<int>(mine.endPort),
-                                           static_cast<int>(apps[j].startPort),
-                                           static_cast<int>(apps[j].endPort))) {
+        if (j != index &&
+            !CheckPortRanges(static_cast<int>(mine.startPort), static_cast<int>(mine.endPort),
+                             static_cast<int>(apps[j].startPort), static_cast<int>(apps[j].endPort))) {
             SetErrorMessage(
                 "Invalid Port Forwarding object. Custom application index %d port conflict is detected",
                 index);

@@ -132,7 +132,8 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
         const char* writeEnabled;  // WiFiSSID's, unlocked before the document
     } cases[] = {
         {"refused",
-         json::parse(R"([{"LANSettings": {"RouterIPv4Address": "8.8.8.8"}, "DevicePreferences": {"LEDEnabled": false}},
+         json::parse(
+             R"([{"LANSettings": {"RouterIPv4Address": "8.8.8.8"}, "DevicePreferences": {"LEDEnabled": false}},
                          {"AccessControlSettings": {"WiFiSSID": {"Lock": true}, "GPSEnabled": {"Hide": true}}}])"),
          "158", "Invalid Private IP address or network address or broadcast address . ", 1,
          "<AclConfigStatus>0</AclConfigStatus>", "True"},
@@ -150,9 +151,10 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
         root.remove("/opt/ardo/data/tola/acl_config.xml");
         root.remove("/opt/ardo/data/tola/acl_config.xml.bkp");
         ardo::deviceStateSet("/power/end_process_on_reboot", true);
-        root.writeFile(tola_test::kAclFile, "<ACLConfig><TOLA/><ACL><ACE><Name>WiFiSSID</Name>"
-                                            "<DisplayEnabled>True</DisplayEnabled><WriteEnabled>True"
-                                            "</WriteEnabled></ACE></ACL></ACLConfig>");
+        root.writeFile(tola_test::kAclFile,
+                       "<ACLConfig><TOLA/><ACL><ACE><Name>WiFiSSID</Name>"
+                       "<DisplayEnabled>True</DisplayEnabled><WriteEnabled>True"
+                       "</WriteEnabled></ACE></ACL></ACLConfig>");
         Activate("https://portal.tola.test:" + httpsPort);
         Script({{"ResultCode", 0}, {"Version", "7"}, {"Configuration", c.document}});
         StartAgent();
@@ -174,8 +176,9 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
         std::string ace = std::string("<Name>WiFiSSID</Name>\n<DisplayEnabled>True</DisplayEnabled>\n") +
                           "<WriteEnabled>" + c.writeEnabled + "</WriteEnabled>\n</ACE>\n</ACL>";
         EXPECT_NE(Acl().find(ace), std::string::npos) << Acl();
-        EXPECT_EQ(tola_test::Devicectl("acl"), std::string("header: 1\ncount: 1\n0 name=WiFiSSID display=1 write=") +
-                                                   (c.ledAfter == 0 ? "0\n" : "1\n"));
+        EXPECT_EQ(tola_test::Devicectl("acl"),
+                  std::string("header: 1\ncount: 1\n0 name=WiFiSSID display=1 write=") +
+                      (c.ledAfter == 0 ? "0\n" : "1\n"));
         std::string journal = root.readFile("/var/lib/ardo/calls.jsonl");
         EXPECT_EQ(journal.find("ardo.tola.acl") != std::string::npos, c.ledAfter == 0);
         EXPECT_EQ(journal.find("sys_setSambaFolderSettings") != std::string::npos, c.ledAfter == 0);
@@ -193,7 +196,8 @@ TEST_F(CheckInE2E, ADownloadedConfigurationIsConfirmedAtStartUpWithTheDeviceIden
     StartPortal(false);
     tola_test::StoreRecord(portalUrl, false, "", 1);
     char* cipher = nullptr;
-    ASSERT_EQ(AesEncrypt("VeltraFactoryKey-2017", R"([{"DevicePreferences": {"LEDEnabled": false}}])", &cipher), 0);
+    ASSERT_EQ(
+        AesEncrypt("VeltraFactoryKey-2017", R"([{"DevicePreferences": {"LEDEnabled": false}}])", &cipher), 0);
     root.writeFile("/opt/ardo/data/tola/tola_downloaded_config",
                    json({{"ResultCode", 0}, {"Version", "8"}, {"EncryptedConfiguration", cipher}}).dump());
     std::free(cipher);

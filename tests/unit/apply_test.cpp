@@ -411,7 +411,10 @@ TEST_F(ApplyTest, ARefusedDocumentChangesNothing) {
         EXPECT_EQ(root.readFile("/opt/ardo/data/tola/acl_config.xml"), acl);
     }
     // The next document starts from the device, not from what the refused one left behind.
-    EXPECT_EQ(Apply(R"([{"LANSettings": {"DHCPLeaseTime": 600}, "WiFiNetworkSettings": {"WiFiKey": "another-key"}}])"), 0);
+    EXPECT_EQ(
+        Apply(
+            R"([{"LANSettings": {"DHCPLeaseTime": 600}, "WiFiNetworkSettings": {"WiFiKey": "another-key"}}])"),
+        0);
     EXPECT_EQ(Setting("/settings/lan/ipAddress"), "192.168.1.1");
     EXPECT_EQ(Setting("/settings/wifiPrimaryProfile/ssid"), "Ardo-Hotspot-1234");
 }

@@ -138,11 +138,9 @@ TEST_F(ValidateTest, DocumentsGiveTheirCodeAndText) {
          "AdminPassword lenght is less than 6 Chars: abcde"},
         {group("AdminPasswordSettings", R"({"AdminPassword": "abcdef"})"), kNoConfig, 0, "", ""},
         {group("AdminPasswordSettings", R"({"AdminPassword": "abcdefg"})"),
-         R"({"/settings/webAppConfigurations/set_passcode/MinimumPasscodeLength": "8"})", 154, "",
-         ""},
+         R"({"/settings/webAppConfigurations/set_passcode/MinimumPasscodeLength": "8"})", 154, "", ""},
         {group("AdminPasswordSettings", R"({"AdminPasswordSecurityAnswer": ""})"), "", 154, "", ""},
-        {group("AdminPasswordSettings", R"({"AdminPasswordSecurityAnswer": "a\u0001b"})"), "", 154,
-         "", ""},
+        {group("AdminPasswordSettings", R"({"AdminPasswordSecurityAnswer": "a\u0001b"})"), "", 154, "", ""},
         {group("AdminPasswordSettings",
                R"J({"AdminPasswordSecurityQuestion": "What is your date of birth? (mm/dd/yyyy)",
                                             "AdminPasswordSecurityAnswer": "13/01/2000"})J"),
@@ -177,7 +175,8 @@ TEST_F(ValidateTest, DocumentsGiveTheirCodeAndText) {
         {group("WiFiNetworkSettings", R"({"WiFiKey": ")" + text(64) + "\"}"), "", 151,
          "Invalid WIFI Primary Object key parameter value", ""},
         {group("WiFiNetworkSettings", R"({"WiFiKey": "abc\u0001defgh"})"), "", 151, kKeyText, ""},
-        {group("WiFiNetworkSettings", R"({"WiFiSecurityMode": "None", "WiFiKey": ""})"), "", 151, kKeyText, ""},
+        {group("WiFiNetworkSettings", R"({"WiFiSecurityMode": "None", "WiFiKey": ""})"), "", 151, kKeyText,
+         ""},
         {group("WiFiNetworkSettings", R"({"WiFiSSID": "Ardo-Guest-1234"})"), "", 151, kSameSsidText,
          "Invalid Wifi SSID(Ardo-Guest-1234) and Guest SSID(Ardo-Guest-1234) should not be same"},
         {R"([{"WiFiNetworkSettings": {"WiFiSSID": "Ardo-Guest-1234"},
@@ -317,8 +316,8 @@ TEST_F(ValidateTest, DocumentsGiveTheirCodeAndText) {
          "Invalid File Sharing settings Object content to share parameter value : Folder list can not be "
          "blank",
          ""},
-        {sharing(R"(, "VornSharingTopLevelFolder": [{"FolderName": ")" + text(65, 'f') + "\"}]"), kSharingOn, 164,
-         "Invalid file sharing settings folder name " + text(65, 'f') + " length is more",
+        {sharing(R"(, "VornSharingTopLevelFolder": [{"FolderName": ")" + text(65, 'f') + "\"}]"), kSharingOn,
+         164, "Invalid file sharing settings folder name " + text(65, 'f') + " length is more",
          "Folder name length:[65] max folder length:64"},
         {sharing(R"(, "VornSharingContentToShare": "Specified top-level folders",
                     "VornSharingTopLevelFolder": [{"FolderName": ")" +
@@ -429,7 +428,9 @@ TEST_F(ValidateTest, AcceptedAddressesCarryTheirDhcpPool) {
     for (const auto& m : moves) {
         SCOPED_TRACE(m.address);
         TOLAAgent moved;
-        ASSERT_EQ(run(moved, group("DevicePreferences", std::string(R"({"LocalIPAddress": ")") + m.address + "\"}")), 0);
+        ASSERT_EQ(run(moved,
+                      group("DevicePreferences", std::string(R"({"LocalIPAddress": ")") + m.address + "\"}")),
+                  0);
         EXPECT_STREQ(moved.GetLocalAddress()->dhcpStart, m.start);
         EXPECT_STREQ(moved.GetLocalAddress()->dhcpEnd, m.end);
     }
