@@ -52,12 +52,6 @@ std::string pretty(const json& value) {
     return value.dump(2, ' ', false, json::error_handler_t::replace);
 }
 
-// A text that may hold JSON: pretty when it does, as it stands otherwise.
-std::string prettyText(const std::string& text) {
-    json parsed = json::parse(text, nullptr, false);
-    return parsed.is_discarded() ? text : pretty(parsed);
-}
-
 std::string textOf(const json& value) {
     return value.is_string() ? value.get<std::string>()
                              : value.dump(-1, ' ', false, json::error_handler_t::replace);
@@ -272,8 +266,7 @@ std::string decryptedAnswer(const json& record) {
 void renderRecord(std::string& out, const json& r) {
     std::string time = r.value("time", "");
     std::string kind = r.value("kind", "");
-    std::string envelope =
-        r.contains("envelope") ? prettyText(textOf(r["envelope"])) : textOf(r.value("body", json("")));
+    std::string envelope = r.contains("envelope") ? textOf(r["envelope"]) : textOf(r.value("body", json("")));
     std::string keyNote = r.contains("key") ? " (" + textOf(r["key"]) + " key)" : "";
     if (kind == "checkin") {
         std::string version =

@@ -96,6 +96,10 @@ struct Portal {
                                                httplib::Response& res) {
             replyJson(res, 200, state.Received(req.get_param_value("imei")));
         };
+        postRoutes["/admin/devices"] = [this](const httplib::Request&, const std::string&,
+                                              httplib::Response& res) {
+            replyJson(res, 200, state.Devices());
+        };
         postRoutes["/admin/answers"] = [this](const httplib::Request& req, const std::string& body,
                                               httplib::Response& res) { queueAnswers(req, body, res); };
         postRoutes["/admin/provision"] = [this](const httplib::Request& req, const std::string& body,
