@@ -219,7 +219,7 @@ bool HeadlessBrowser::Screenshot(const std::string& pngPath) {
     double height = 900;
     if (metrics.contains("cssContentSize")) {
         width = metrics["cssContentSize"].value("width", width);
-        height = std::min(metrics["cssContentSize"].value("height", height), 2400.0);
+        height = std::min(metrics["cssContentSize"].value("height", height), 1400.0);
     }
     ardo::json clip = {{"x", 0}, {"y", 0}, {"width", width}, {"height", height}, {"scale", 1}};
     ardo::json shot =

@@ -1,6 +1,7 @@
 #include "console.h"
 
 #include <cctype>
+#include <cstdint>
 #include <cstdio>
 
 namespace portal {
