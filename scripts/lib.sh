@@ -15,6 +15,9 @@ TOLA_PACKAGES=(
 # Only bench/report and bench/checkin.sh need these (instruction counts, the portal's records).
 TOLA_BENCH_PACKAGES=(valgrind jq binutils)
 
+# The console's browser test (ConsoleE2E) needs these; it is skipped where they cannot be installed.
+TOLA_BROWSER_PACKAGES=(chromium)
+
 # tola_install_packages [PACKAGE...]: installs the missing packages (by default TOLA_PACKAGES)
 # with apt-get when running as root; otherwise only reports them.
 tola_install_packages() {

@@ -1,5 +1,6 @@
 #include "portal_state.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
@@ -7,16 +8,18 @@
 
 namespace portal {
 
-namespace {
-
-std::string nowText() {
-    time_t now = time(nullptr);
+std::string NowText() {
+    struct timespec now {};
+    clock_gettime(CLOCK_REALTIME, &now);
     struct tm utc {};
-    gmtime_r(&now, &utc);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    gmtime_r(&now.tv_sec, &utc);
+    char text[40];
+    size_t n = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc);
+    std::snprintf(text + n, sizeof text - n, ".%03ldZ", now.tv_nsec / 1000000);
     return text;
 }
+
+namespace {
 
 std::string stringOr(const json& j, const char* key, const std::string& fallback) {
     auto it = j.find(key);
@@ -65,16 +68,14 @@ bool PortalState::LoadScenario(const json& scenario, std::string& why) {
     return true;
 }
 
-void PortalState::AddAnswers(const std::string& imei, const json& answers) {
+json PortalState::AddAnswers(const std::string& imei, const json& answers) {
     std::lock_guard<std::mutex> guard(mMutex);
     Device& device = mDevices[imei];
-    if (answers.is_array()) {
-        for (const json& answer : answers) {
-            device.answers.push_back(answer);
-        }
-    } else {
-        device.answers.push_back(answers);
+    json queued = answers.is_array() ? answers : json::array({answers});
+    for (const json& answer : queued) {
+        device.answers.push_back(answer);
     }
+    return queued;
 }
 
 void PortalState::SetProvision(const std::string& imei, const json& provision) {
@@ -105,6 +106,18 @@ json PortalState::Devices() {
             {"key", KeyOf(device)}, {"queued", device.answers.size()}, {"received", device.received.size()}};
     }
     return out;
+}
+
+json PortalState::Snapshot() {
+    std::lock_guard<std::mutex> guard(mMutex);
+    json devices = json::object();
+    for (auto& [imei, device] : mDevices) {
+        devices[imei] = {{"key", KeyOf(device)},
+                         {"answers", json(device.answers)},
+                         {"provision", device.provision},
+                         {"received", device.received}};
+    }
+    return {{"factory_key", mFactoryKey}, {"devices", devices}};
 }
 
 void PortalState::Reset() {
@@ -155,7 +168,7 @@ Reply PortalState::Handle(const std::string& path, const std::string& body) {
     }
     std::lock_guard<std::mutex> guard(mMutex);
     DeviceFor("?").received.push_back(
-        {{"time", nowText()}, {"path", path}, {"kind", "malformed"}, {"body", body.substr(0, 4096)}});
+        {{"time", NowText()}, {"path", path}, {"kind", "malformed"}, {"body", body.substr(0, 4096)}});
     Reply reply;
     reply.status = 400;
     reply.body = "{\"error\":\"not an envelope\"}";
@@ -179,7 +192,7 @@ Reply PortalState::HandleEnvelope(const std::string& path, const json& envelope,
         keyName = "factory";
     }
     Reply reply;
-    json record = {{"time", nowText()}, {"path", path}, {"imei", imei}, {"key", keyName}, {"envelope", body}};
+    json record = {{"time", NowText()}, {"path", path}, {"imei", imei}, {"key", keyName}, {"envelope", body}};
     if (inner.is_discarded()) {
         record["kind"] = "undecryptable";
         device.received.push_back(record);
@@ -191,8 +204,9 @@ Reply PortalState::HandleEnvelope(const std::string& path, const json& envelope,
     record["request"] = inner;
     if (inner.is_object() && inner.contains("ErrorCode")) {
         record["kind"] = "receipt";
-        device.received.push_back(record);
         reply.body = "{}";
+        record["reply"] = reply.body;
+        device.received.push_back(record);
         // The message is quoted as JSON, so that its blanks and an empty message show.
         reply.summary = "receipt from " + imei + " (" + keyName + " key): ErrorCode " +
                         (inner["ErrorCode"].is_string() ? inner["ErrorCode"].get<std::string>()
@@ -203,12 +217,13 @@ Reply PortalState::HandleEnvelope(const std::string& path, const json& envelope,
     record["kind"] = "checkin";
     json answer = NextAnswer(device);
     record["answer"] = answer;
-    device.received.push_back(record);
 
     reply.status = answer.value("Status", 200);
     if (answer.contains("Raw") && answer["Raw"].is_string()) {
         reply.body = answer["Raw"].get<std::string>();
         reply.contentType = "text/plain";
+        record["reply"] = reply.body;
+        device.received.push_back(record);
         reply.summary = "check-in from " + imei + " (" + keyName + " key) -> " +
                         std::to_string(reply.status) + " raw answer of " + std::to_string(reply.body.size()) +
                         " bytes";
@@ -235,10 +250,13 @@ Reply PortalState::HandleEnvelope(const std::string& path, const json& envelope,
         out["EncryptedConfiguration"] = answer["EncryptedConfiguration"];
     } else if (answer.contains("Configuration")) {
         const json& doc = answer["Configuration"];
-        out["EncryptedConfiguration"] =
-            Encrypt(KeyOf(device), doc.is_string() ? doc.get<std::string>() : doc.dump());
+        std::string text = doc.is_string() ? doc.get<std::string>() : doc.dump();
+        out["EncryptedConfiguration"] = Encrypt(KeyOf(device), text);
+        record["configuration"] = text;  // what the device decrypts, for the console
     }
     reply.body = out.dump();
+    record["reply"] = reply.body;
+    device.received.push_back(record);
     reply.summary = "check-in from " + imei + " (" + keyName + " key, version " +
                     stringOr(inner, "Version", "?") + ") -> " + std::to_string(reply.status) +
                     " ResultCode " + std::to_string(code) +
@@ -257,7 +275,7 @@ Reply PortalState::HandleProvisioning(const std::string& path, const json& reque
         printable = printable && c >= 0x20 && c < 0x7f;
     }
     if (!printable) {
-        DeviceFor("?").received.push_back({{"time", nowText()}, {"path", path}, {"kind", "undecryptable"}});
+        DeviceFor("?").received.push_back({{"time", NowText()}, {"path", path}, {"kind", "undecryptable"}});
         reply.status = 400;
         reply.body = "\"\"";
         reply.summary = "key-and-URL request that cannot be decrypted -> 400";
@@ -276,11 +294,13 @@ Reply PortalState::HandleProvisioning(const std::string& path, const json& reque
         reply.status = provision.value("Status", 200);
         reply.body = provision["Raw"].get<std::string>();
         reply.contentType = "text/plain";
-        device.received.push_back({{"time", nowText()},
+        device.received.push_back({{"time", NowText()},
                                    {"path", path},
                                    {"imei", imei},
                                    {"kind", "provision"},
-                                   {"answer", provision}});
+                                   {"envelope", request.dump()},
+                                   {"answer", provision},
+                                   {"reply", reply.body}});
         reply.summary = "key-and-URL request from " + imei + " -> " + std::to_string(reply.status) +
                         " raw answer of " + std::to_string(reply.body.size()) + " bytes";
         return reply;
@@ -290,10 +310,15 @@ Reply PortalState::HandleProvisioning(const std::string& path, const json& reque
         key = "portal-key-" + std::to_string(++mGeneratedKeys) + "-" + imei;
     }
     json answer = {{"DeviceEncryptionKey", key}, {"CheckInUrl", stringOr(provision, "CheckInUrl", "")}};
-    device.received.push_back(
-        {{"time", nowText()}, {"path", path}, {"imei", imei}, {"kind", "provision"}, {"answer", answer}});
     device.key = key;
     reply.body = "\"" + Encrypt(mFactoryKey, answer.dump()) + "\"";
+    device.received.push_back({{"time", NowText()},
+                               {"path", path},
+                               {"imei", imei},
+                               {"kind", "provision"},
+                               {"envelope", request.dump()},
+                               {"answer", answer},
+                               {"reply", reply.body}});
     reply.summary = "key-and-URL request from " + imei + " -> 200 key " + key + " url " +
                     answer["CheckInUrl"].get<std::string>();
     return reply;

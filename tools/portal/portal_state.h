@@ -13,6 +13,9 @@ namespace portal {
 
 using json = nlohmann::json;
 
+// Now, as the portal's records and log lines carry it: ISO 8601, UTC, milliseconds.
+std::string NowText();
+
 // Where devices send the key-and-URL request of SMS command 104.
 constexpr const char* kProvisionPath = "/provision";
 
@@ -38,11 +41,16 @@ class PortalState {
     // Loads a scenario: {"factory_key": K, "devices": {IMEI or "*": {"answers": [...],
     // "provision": {...}, "key": K}}}. false (with why) when it is not one.
     bool LoadScenario(const json& scenario, std::string& why);
-    void AddAnswers(const std::string& imei, const json& answers);
+    // Appends one answer or an array of them to the queue of imei ("*": every device without a
+    // queue of its own); returns the answers as queued (an array).
+    json AddAnswers(const std::string& imei, const json& answers);
     void SetProvision(const std::string& imei, const json& provision);
     json Received(const std::string& imei);
     json Devices();
     void Reset();
+    // Everything the console shows, copied under the lock: {"factory_key", "devices": {IMEI:
+    // {"key", "answers", "provision", "received"}}}.
+    json Snapshot();
 
     // One request from a device: a check-in or receipt envelope, or a key-and-URL request.
     Reply Handle(const std::string& path, const std::string& body);
