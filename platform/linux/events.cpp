@@ -8,7 +8,10 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
+#include <future>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -96,7 +99,7 @@ int onTimeChanged(sd_bus_message* m, void* user, sd_bus_error*) {
     return 0;
 }
 
-void run(int stopFd) {
+void run(int stopFd, const std::shared_ptr<std::promise<void>>& ready) {
     Bridge bridge;
     bridge.published = bridge.publisher.Initialize() == 0;
     if (!bridge.published) {
@@ -112,6 +115,8 @@ void run(int stopFd) {
     if (!watching) {
         logFault("cannot watch ModemManager's signals");
     }
+    // From here on no SMS is missed: the starter may go on.
+    ready->set_value();
     for (;;) {
         int r = 0;
         if (watching) {
@@ -154,7 +159,14 @@ void startModemEvents() {
         return;
     }
     int fd = gStopFd;
-    gThread = std::thread([fd] { run(fd); });
+    auto ready = std::make_shared<std::promise<void>>();
+    std::future<void> started = ready->get_future();
+    gThread = std::thread([fd, ready] { run(fd, ready); });
+    // The bridge is watching once its matches are in place; a bus that does not answer within
+    // the time-out of one call leaves it to come up on its own.
+    if (started.wait_for(std::chrono::microseconds(kCallTimeoutUsec)) != std::future_status::ready) {
+        logFault("the ModemManager bridge is slow to start");
+    }
 }
 
 void stopModemEvents() {
