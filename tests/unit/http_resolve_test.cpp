@@ -1,15 +1,12 @@
-// Host HTTP client and name resolution.
+// Host name resolution (the HTTP client is checked by the platform conformance suite).
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "canned_http.h"
 #include "device_state.h"
-#include "http_helper.h"
 #include "sys_datacall.h"
 #include "test_env.h"
 
-using tola_test::CannedHttpServer;
 using tola_test::TempRoot;
 
 namespace {
@@ -65,58 +62,6 @@ TEST(Resolve, FailuresAreReportedNotHidden) {
     ardo::deviceStateSet("/faults/sys_resolveHostName", 3);
     EXPECT_EQ(Resolve("portal.tola.test").rc, 3);
     EXPECT_EQ(Resolve("").rc, 3);
-}
-
-TEST(Http, ExchangeSendsTheBodyAndReturnsTheAnswer) {
-    TempRoot root;
-    CannedHttpServer server({R"({"ResultCode":1})"});
-    std::string port = std::to_string(server.port());
-    // Directly, and by a name only the forced resolution knows, over the given interface.
-    for (const std::string& url : {server.url(), "http://nowhere.tola.test:" + port + "/"}) {
-        HttpHelper client;
-        client.SetTimeout(5);
-        client.SetInterface("lo");
-        client.SetResolveEntry("nowhere.tola.test:" + port + ":127.0.0.1");
-        std::string answer;
-        int status = -1;
-        ASSERT_EQ(client.ExecuteGetRequest(url, "{\"envelope\":1}", answer, status), 0) << url;
-        EXPECT_EQ(status, 200);
-        EXPECT_EQ(answer, R"({"ResultCode":1})");
-    }
-    EXPECT_EQ(server.bodies(), std::vector<std::string>(2, "{\"envelope\":1}"));
-}
-
-TEST(Http, FailedExchanges) {
-    TempRoot root;
-    CannedHttpServer huge({std::string(HttpHelper::kMaxResponseBytes + 1, 'x')});
-    CannedHttpServer plain({"plain"});
-    struct Case {
-        std::string url, interfaceName;
-    } cases[] = {
-        {huge.url(), ""},                                                 // answer too large
-        {"http://127.0.0.1:9/", ""},                                      // refused
-        {"https://127.0.0.1:" + std::to_string(plain.port()) + "/", ""},  // not TLS
-        {plain.url(), "no-such-if0"},                                     // interface missing
-        {"ftp://127.0.0.1/", ""},                                         // other protocols
-        {"", ""},
-    };
-    for (const Case& c : cases) {
-        HttpHelper client;
-        client.SetTimeout(5);
-        client.SetInterface(c.interfaceName);
-        std::string answer = "stale";
-        int status = -1;
-        EXPECT_NE(client.ExecuteGetRequest(c.url, "x", answer, status), 0) << c.url;
-        EXPECT_EQ(status, 0);
-        EXPECT_EQ(answer, "");
-    }
-    size_t received = plain.bodies().size();
-    ardo::deviceStateSet("/faults/HttpHelper::ExecuteGetRequest", 1);
-    HttpHelper client;
-    std::string answer;
-    int status = 0;
-    EXPECT_EQ(client.ExecuteGetRequest(plain.url(), "x", answer, status), 1);
-    EXPECT_EQ(plain.bodies().size(), received);
 }
 
 }  // namespace

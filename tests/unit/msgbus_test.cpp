@@ -1,16 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
-#include <functional>
-#include <future>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "device_state.h"
@@ -54,8 +49,6 @@ class Recorder : public MsgbusCallbackInterface {
         return mReceived;
     }
 
-    std::function<void(const std::string& channel)> onReceive;
-
   private:
     void add(const std::string& channel, const std::string& value) {
         {
@@ -63,9 +56,6 @@ class Recorder : public MsgbusCallbackInterface {
             mReceived.push_back(channel + "=" + value);
         }
         mCond.notify_all();
-        if (onReceive) {
-            onReceive(channel);
-        }
     }
 
     std::mutex mMutex;
@@ -90,50 +80,6 @@ class MsgbusTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(MsgbusTest, ValuesOfEveryKindTravelBetweenHandlersUntilUnsubscribed) {
-    MsgbusHandler subscriber(&rec);
-    MsgbusHandler publisher;
-    subscribe(subscriber, {"t.int", "t.str", "t.bin", "t.empty", "marker"});
-    ASSERT_EQ(publisher.Initialize(), 0);
-    const unsigned char bytes[] = {0x00, 0x01, 0xfe, 0xff, 0x00};
-    EXPECT_EQ(publisher.PublishData("t.int", -42), 0);
-    EXPECT_EQ(publisher.PublishData("t.str", std::string("<TOLA><abc> é")), 0);
-    EXPECT_EQ(publisher.PublishData("t.bin", bytes, sizeof bytes), 0);
-    EXPECT_EQ(publisher.PublishData("t.empty", std::string()), 0);
-    EXPECT_EQ(publisher.PublishData("t.unsubscribed", 1), 0);
-    ASSERT_TRUE(rec.waitFor("t.empty"));
-    // Unsubscribed: no more delivery. Signals arrive in order, so once the marker is in, a
-    // second "t.int" would have been too.
-    ASSERT_EQ(subscriber.RegisterForChannelSubscription("t.int", false), 0);
-    EXPECT_EQ(subscriber.RegisterForChannelSubscription("never", false), 0);
-    EXPECT_EQ(publisher.PublishData("t.int", 2), 0);
-    EXPECT_EQ(publisher.PublishData("marker", 3), 0);
-    ASSERT_TRUE(rec.waitFor("marker"));
-    std::vector<std::string> expected = {"t.int=int:-42", "t.str=str:<TOLA><abc> é", "t.bin=bin:0001feff00",
-                                         "t.empty=str:", "marker=int:3"};
-    EXPECT_EQ(rec.received(), expected);
-}
-
-TEST_F(MsgbusTest, ChannelOfACallbacklessHandlerReachesTheCallbackHandler) {
-    MsgbusHandler subscriber(&rec);
-    MsgbusHandler publisher;
-    // Both handlers on one channel, and a repeated subscription: still one delivery.
-    subscribe(subscriber, {"sms.msg.tola", "both", "both"});
-    ASSERT_EQ(publisher.Initialize(), 0);
-    // The agent's arrangement: data-usage answers are registered on the handler without a
-    // callback and must reach the binary overload of the one with.
-    ASSERT_EQ(publisher.RegisterForChannelSubscription("ardo.dua.usage.info", true), 0);
-    ASSERT_EQ(publisher.RegisterForChannelSubscription("both", true), 0);
-    int32_t status = 0;
-    EXPECT_EQ(publisher.PublishData("ardo.dua.usage.info", &status, sizeof status), 0);
-    EXPECT_EQ(publisher.PublishData("both", 5), 0);
-    EXPECT_EQ(publisher.PublishData("sms.msg.tola", std::string("last")), 0);
-    ASSERT_TRUE(rec.waitFor("sms.msg.tola"));
-    std::vector<std::string> expected = {"ardo.dua.usage.info=bin:00000000", "both=int:5",
-                                         "sms.msg.tola=str:last"};
-    EXPECT_EQ(rec.received(), expected);
-}
-
 TEST_F(MsgbusTest, StandardToolsInjectAndOddSignalsAreIgnored) {
     MsgbusHandler subscriber(&rec);
     subscribe(subscriber, {"sms.msg.tola", "modem2.time_change"});
@@ -154,60 +100,7 @@ TEST_F(MsgbusTest, StandardToolsInjectAndOddSignalsAreIgnored) {
     EXPECT_EQ(got, (std::vector<std::string>{"modem2.time_change=bin:0102", "sms.msg.tola=str:<TOLA><x>"}));
 }
 
-TEST_F(MsgbusTest, CallbacksMayPublishAndUninitialiseWhileOthersDeliver) {
-    Recorder other;
-    MsgbusHandler echoHandler(&rec);
-    auto otherHandler = std::make_unique<MsgbusHandler>(&other);
-    subscribe(echoHandler, {"ping", "pong"});
-    ASSERT_EQ(otherHandler->Initialize(), 0);
-    ASSERT_EQ(otherHandler->RegisterForChannelSubscription("ping", true), 0);
-
-    // The callback publishes from the delivery thread and holds it until released, while
-    // the test thread tears down the other handler.
-    std::promise<void> inCallback;
-    std::promise<void> release;
-    std::shared_future<void> released(release.get_future());
-    std::atomic<bool> first{true};
-    rec.onReceive = [&](const std::string& channel) {
-        if (channel == "ping" && first.exchange(false)) {
-            echoHandler.PublishData("pong", 1);
-            inCallback.set_value();
-            released.wait();
-        }
-    };
-    ASSERT_EQ(echoHandler.PublishData("ping", 0), 0);
-    ASSERT_EQ(inCallback.get_future().wait_for(10s), std::future_status::ready);
-    auto destroyed = std::async(std::launch::async, [&] { otherHandler.reset(); });
-    EXPECT_EQ(destroyed.wait_for(10s), std::future_status::ready);
-    release.set_value();
-    ASSERT_TRUE(rec.waitFor("pong"));
-}
-
-TEST_F(MsgbusTest, UninitialiseWaitsForItsOwnCallbackAndTheConnectionReopensAfterwards) {
-    std::promise<void> started;
-    std::atomic<bool> finished{false};
-    rec.onReceive = [&](const std::string&) {
-        started.set_value();
-        std::this_thread::sleep_for(50ms);
-        finished = true;
-    };
-    MsgbusHandler handler(&rec);
-    subscribe(handler, {"slow"});
-    ASSERT_EQ(handler.PublishData("slow", 1), 0);
-    ASSERT_EQ(started.get_future().wait_for(10s), std::future_status::ready);
-    EXPECT_EQ(handler.Uninitialize(), 0);
-    EXPECT_TRUE(finished);
-
-    // That was the last handler: the next one opens the connection again.
-    Recorder fresh;
-    MsgbusHandler again(&fresh);
-    ASSERT_EQ(again.Initialize(), 0);
-    ASSERT_EQ(again.RegisterForChannelSubscription("again", true), 0);
-    ASSERT_EQ(again.PublishData("again", 2), 0);
-    ASSERT_TRUE(fresh.waitFor("again"));
-}
-
-TEST_F(MsgbusTest, RefusesWhatItCannotDo) {
+TEST_F(MsgbusTest, RefusesUnreachableBusesAndWhatDBusCannotCarry) {
     {
         tola_test::PrivateBus restoresTheAddress;
         for (const char* address :
@@ -222,13 +115,9 @@ TEST_F(MsgbusTest, RefusesWhatItCannotDo) {
     }
     MsgbusHandler handler;
     ASSERT_EQ(handler.Initialize(), 0);
+    // What D-Bus cannot carry: a quote in a match rule, a text that is not UTF-8.
     EXPECT_NE(handler.RegisterForChannelSubscription("it's", true), 0);
-    EXPECT_NE(handler.RegisterForChannelSubscription("", true), 0);
-    EXPECT_NE(handler.PublishData("x", nullptr, 4), 0);
-    EXPECT_NE(handler.PublishData("x", "abc", -1), 0);
-    EXPECT_NE(handler.PublishData("x", std::string("a\0b", 3)), 0);
-    EXPECT_NE(handler.PublishData("x", std::string("\xff\xfe")), 0);  // not UTF-8
-    EXPECT_EQ(handler.PublishData("x", nullptr, 0), 0);
+    EXPECT_NE(handler.PublishData("x", std::string("\xff\xfe")), 0);
 
     // Scripted faults come first.
     ardo::deviceStateSet("/faults/MsgbusHandler::PublishData", ardo::json::array({4}));

@@ -8,10 +8,12 @@
 #include <vector>
 
 #include "device_state.h"
+#include "http_helper.h"
 #include "sys_core.h"
 #include "sys_settings.h"
 #include "test_env.h"
 #include "watchdog.h"
+#include "xmldata.h"
 
 using ardo::json;
 
@@ -136,6 +138,30 @@ TEST(SystemFaults, ScriptedResultsComeFirstAndChangeNothing) {
     ASSERT_FALSE(calls.empty());
     EXPECT_EQ(calls.back()["call"], "sys_restoreFactoryDefaults");
     EXPECT_EQ(calls.back()["result"], 3);
+}
+
+// Scripted faults of the reader and the HTTP client fail calls that would work.
+TEST(SystemFaults, ReaderAndHttpFaultsComeFirst) {
+    tola_test::TempRoot root(true);
+    root.writeFile("/good.xml", "<A/>");
+    ardo::deviceStateSet("/faults/xmldata_initialize", json::array({2}));
+    EXPECT_EQ(xmldata_initialize(root.path("/good.xml").c_str(), nullptr), 2);
+    EXPECT_EQ(xmldata_initialize(root.path("/good.xml").c_str(), nullptr), 0);
+    xmldata_close();
+    ardo::deviceStateSet("/faults/HttpHelper::ExecuteGetRequest", 5);
+    HttpHelper client;
+    std::string answer;
+    int status = -1;
+    EXPECT_EQ(client.ExecuteGetRequest("http://127.0.0.1:9/", "x", answer, status), 5);
+}
+
+// The waits journal tells a test how a sleep ended without timing it.
+TEST(Journal, SleepsCutShortByAProcessStopAreJournalledSo) {
+    tola_test::TempRoot root(true);
+    sys_requestProcessStop();
+    sys_sleepSeconds(86400);
+    EXPECT_EQ(root.readFile("/var/lib/ardo/waits.jsonl"),
+              "{\"args\":{\"full\":false,\"seconds\":86400},\"call\":\"sys_sleepSeconds\",\"result\":0}\n");
 }
 
 // A text cut inside a UTF-8 sequence (at a record field's bound) still gives a whole journal line.
