@@ -138,7 +138,8 @@ int sys_cellularDataConnect(int profileIndex) {
     }
     std::lock_guard<std::mutex> guard(gMutex);
     gInternetBearer = bearer;
-    vorn_dbg_log(6, "[LINUX]:[INFO] - Internet data call up on %s (profile %d)", bearer.c_str(), profileIndex);
+    vorn_dbg_log(6, "[LINUX]:[INFO] - Internet data call up on %s (profile %d)", bearer.c_str(),
+                 profileIndex);
     return 0;
 }
 
@@ -160,7 +161,8 @@ int sys_cellularDataDisconnect(int /*profileIndex*/) {
     return 0;
 }
 
-int sys_cellularDataUsageAPNCallConnect(char* interfaceName, uint32_t* size, const char* callId, int ipFamily) {
+int sys_cellularDataUsageAPNCallConnect(char* interfaceName, uint32_t* size, const char* callId,
+                                        int ipFamily) {
     if (size == nullptr || callId == nullptr || *callId == '\0') {
         return 1;
     }
@@ -198,8 +200,8 @@ int sys_cellularDataUsageAPNCallConnect(char* interfaceName, uint32_t* size, con
         writeResolverFile(bearer);
         std::lock_guard<std::mutex> guard(gMutex);
         gAppsCalls[id] = call;
-        vorn_dbg_log(6, "[LINUX]:[INFO] - apps APN call %s up on %s (%s)", id.c_str(), call.interfaceName.c_str(),
-                     call.path.c_str());
+        vorn_dbg_log(6, "[LINUX]:[INFO] - apps APN call %s up on %s (%s)", id.c_str(),
+                     call.interfaceName.c_str(), call.path.c_str());
     }
     uint32_t needed = static_cast<uint32_t>(call.interfaceName.size() + 1);
     if (interfaceName == nullptr || *size < needed) {

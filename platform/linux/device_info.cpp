@@ -9,9 +9,9 @@
 #include <string>
 
 #include "device_state.h"
+#include "linux_events.h"
 #include "sys_core.h"
 #include "sys_device.h"
-#include "linux_events.h"
 #include "system_bus.h"
 
 using ardo_linux::json;
@@ -69,18 +69,25 @@ bool roaming(const Modem& m) {
     if (reg == k3gppRoaming || reg == k3gppRoamingSmsOnly || reg == k3gppRoamingCsfb) {
         return true;
     }
-    return modemProperty<uint32_t>(m.ifaces, ardo_linux::kMMCdma, "Cdma1xRegistrationState", 0) == kCdmaRoaming ||
+    return modemProperty<uint32_t>(m.ifaces, ardo_linux::kMMCdma, "Cdma1xRegistrationState", 0) ==
+               kCdmaRoaming ||
            modemProperty<uint32_t>(m.ifaces, ardo_linux::kMMCdma, "EvdoRegistrationState", 0) == kCdmaRoaming;
 }
 
 // The newest technology among those the modem reports in use.
 uint32_t radioTechnology(uint32_t access) {
-    if (access & kAccess5g) return SYS_RADIO_TECH_NR5G;
-    if (access & kAccessLte) return SYS_RADIO_TECH_LTE;
-    if (access & kAccessUmtsFamily) return SYS_RADIO_TECH_UMTS;
-    if (access & kAccessEvdo) return SYS_RADIO_TECH_EVDO;
-    if (access & kAccessCdma1x) return SYS_RADIO_TECH_CDMA;
-    if (access & kAccessGsmFamily) return SYS_RADIO_TECH_GSM;
+    if (access & kAccess5g)
+        return SYS_RADIO_TECH_NR5G;
+    if (access & kAccessLte)
+        return SYS_RADIO_TECH_LTE;
+    if (access & kAccessUmtsFamily)
+        return SYS_RADIO_TECH_UMTS;
+    if (access & kAccessEvdo)
+        return SYS_RADIO_TECH_EVDO;
+    if (access & kAccessCdma1x)
+        return SYS_RADIO_TECH_CDMA;
+    if (access & kAccessGsmFamily)
+        return SYS_RADIO_TECH_GSM;
     return SYS_RADIO_TECH_NONE;
 }
 
@@ -153,7 +160,8 @@ int sys_getSubscriberInfo(sys_subscriber_info_t* info) {
     // The first of the modem's own numbers is the line's directory number; the MIN is its last
     // ten digits, as CDMA carriers derive it.
     json numbers = modemProperty<json>(m.ifaces, ardo_linux::kMMModem, "OwnNumbers", json::array());
-    std::string mdn = numbers.is_array() && !numbers.empty() && numbers[0].is_string() ? numbers[0].get<std::string>() : "";
+    std::string mdn =
+        numbers.is_array() && !numbers.empty() && numbers[0].is_string() ? numbers[0].get<std::string>() : "";
     std::string digits;
     for (char c : mdn) {
         if (c >= '0' && c <= '9') {
@@ -192,14 +200,17 @@ int sys_getCellularServiceStats(sys_cellular_service_stats_t* stats) {
     }
     // SignalQuality is (percent, recent); 0..100 % spans the usual -113..-51 dBm scale.
     json quality = modemProperty<json>(m.ifaces, ardo_linux::kMMModem, "SignalQuality", json::array());
-    uint32_t percent = quality.is_array() && !quality.empty() && quality[0].is_number_unsigned() ? quality[0].get<uint32_t>() : 0;
+    uint32_t percent = quality.is_array() && !quality.empty() && quality[0].is_number_unsigned()
+                           ? quality[0].get<uint32_t>()
+                           : 0;
     if (percent > 100) {
         percent = 100;
     }
     std::memset(stats, 0, sizeof *stats);
     stats->rssi = -113 + static_cast<int32_t>(percent * 62 / 100);
     stats->roaming = roaming(m) ? 1 : 0;
-    stats->radioTechnology = radioTechnology(modemProperty<uint32_t>(m.ifaces, ardo_linux::kMMModem, "AccessTechnologies", 0));
+    stats->radioTechnology =
+        radioTechnology(modemProperty<uint32_t>(m.ifaces, ardo_linux::kMMModem, "AccessTechnologies", 0));
     return 0;
 }
 
@@ -287,8 +298,8 @@ int sys_getNetworkTime(time_t* seconds) {
     }
     json reply;
     std::string error;
-    if (!ardo_linux::callMethod(ardo_linux::kMMService, m.path, ardo_linux::kMMTime, "GetNetworkTime", nullptr,
-                                &reply, &error) ||
+    if (!ardo_linux::callMethod(ardo_linux::kMMService, m.path, ardo_linux::kMMTime, "GetNetworkTime",
+                                nullptr, &reply, &error) ||
         reply.empty() || !reply[0].is_string()) {
         ardo_linux::logFault("GetNetworkTime failed (%s)", error.c_str());
         return 1;

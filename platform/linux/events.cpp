@@ -107,7 +107,8 @@ void run(int stopFd, const std::shared_ptr<std::promise<void>>& ready) {
     }
     sd_bus* bus = openSystemBus();
     bool watching = bus != nullptr &&
-                    sd_bus_match_signal(bus, nullptr, kMMService, nullptr, kMMMessaging, "Added", onAdded, &bridge) >= 0 &&
+                    sd_bus_match_signal(bus, nullptr, kMMService, nullptr, kMMMessaging, "Added", onAdded,
+                                        &bridge) >= 0 &&
                     sd_bus_match_signal(bus, nullptr, kMMService, nullptr, "org.freedesktop.DBus.Properties",
                                         "PropertiesChanged", onSmsChanged, &bridge) >= 0 &&
                     sd_bus_match_signal(bus, nullptr, kMMService, nullptr, kMMTime, "NetworkTimeChanged",

@@ -143,5 +143,6 @@ void vorn_dbg_syslog(int priority, const char* format, ...) {
     va_end(args);
     int facility = (priority & LOG_FACMASK) != 0 ? (priority & LOG_FACMASK) : LOG_LOCAL1;
     sd_journal_send("MESSAGE=%s", text, "PRIORITY=%d", priority & LOG_PRIMASK, "SYSLOG_FACILITY=%d",
-                    facility >> 3, "SYSLOG_IDENTIFIER=tola", "SYSLOG_PID=%d", static_cast<int>(getpid()), nullptr);
+                    facility >> 3, "SYSLOG_IDENTIFIER=tola", "SYSLOG_PID=%d", static_cast<int>(getpid()),
+                    nullptr);
 }

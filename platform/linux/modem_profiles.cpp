@@ -51,7 +51,9 @@ void profileFromModem(const json& in, sys_modem_profile_t& out) {
     copyField(out.password, in.value("password", std::string()));
     copyField(out.name, in.value("profile-name", std::string()));
     uint32_t auth = in.value("allowed-auth", 0u);
-    out.authType = (auth & kAuthChap) ? SYS_MODEM_AUTH_CHAP : (auth & kAuthPap) ? SYS_MODEM_AUTH_PAP : SYS_MODEM_AUTH_NONE;
+    out.authType = (auth & kAuthChap)  ? SYS_MODEM_AUTH_CHAP
+                   : (auth & kAuthPap) ? SYS_MODEM_AUTH_PAP
+                                       : SYS_MODEM_AUTH_NONE;
     uint32_t ip = in.value("ip-type", 0u);
     out.pdpType = ip == kIpV4 ? SYS_MODEM_PDP_IPV4 : ip == kIpV6 ? SYS_MODEM_PDP_IPV6 : SYS_MODEM_PDP_IPV4V6;
 }
@@ -74,8 +76,8 @@ int sys_getModemProfile(int type, int index, sys_modem_profile_t* profile) {
     if (profileManager(type, modem)) {
         json reply;
         std::string error;
-        if (!ardo_linux::callMethod(ardo_linux::kMMService, modem, ardo_linux::kMMProfiles, "List", nullptr, &reply,
-                                    &error) ||
+        if (!ardo_linux::callMethod(ardo_linux::kMMService, modem, ardo_linux::kMMProfiles, "List", nullptr,
+                                    &reply, &error) ||
             reply.empty() || !reply[0].is_array()) {
             ardo_linux::logFault("listing the modem's profiles failed (%s)", error.c_str());
             return kFailure;
@@ -114,10 +116,10 @@ int sys_setModemProfile(int type, int index, const sys_modem_profile_t* profile)
         std::string user = fieldText(profile->userName, sizeof profile->userName);
         std::string password = fieldText(profile->password, sizeof profile->password);
         std::string name = fieldText(profile->name, sizeof profile->name);
-        uint32_t auth = profile->authType == SYS_MODEM_AUTH_CHAP ? kAuthChap
+        uint32_t auth = profile->authType == SYS_MODEM_AUTH_CHAP  ? kAuthChap
                         : profile->authType == SYS_MODEM_AUTH_PAP ? kAuthPap
                                                                   : kAuthNone;
-        uint32_t ip = profile->pdpType == SYS_MODEM_PDP_IPV4 ? kIpV4
+        uint32_t ip = profile->pdpType == SYS_MODEM_PDP_IPV4   ? kIpV4
                       : profile->pdpType == SYS_MODEM_PDP_IPV6 ? kIpV6
                                                                : kIpV4V6;
         std::string error;
@@ -137,7 +139,9 @@ int sys_setModemProfile(int type, int index, const sys_modem_profile_t* profile)
         return 0;
     }
     json record = ardo::recordToJson(*profile);
-    bool ok = ardo::deviceStateUpdate([&](json& state) { state["modem"]["profiles"][storeKey(type, index)] = record; });
-    ardo::deviceJournal("sys_setModemProfile", {{"type", type}, {"index", index}, {"profile", record}}, ok ? 0 : kFailure);
+    bool ok = ardo::deviceStateUpdate(
+        [&](json& state) { state["modem"]["profiles"][storeKey(type, index)] = record; });
+    ardo::deviceJournal("sys_setModemProfile", {{"type", type}, {"index", index}, {"profile", record}},
+                        ok ? 0 : kFailure);
     return ok ? 0 : kFailure;
 }

@@ -36,7 +36,8 @@ int logindReboot(const char* call) {
         [](sd_bus_message* m) { return sd_bus_message_append(m, "b", 0); }, nullptr, &error);
     int rc = ok ? 0 : 1;
     if (!ok) {
-        ardo_linux::logFault("%s: logind refused the reboot (%s)", call, error.empty() ? "no bus" : error.c_str());
+        ardo_linux::logFault("%s: logind refused the reboot (%s)", call,
+                             error.empty() ? "no bus" : error.c_str());
     }
     ardo::deviceJournal(call, {{"logind", ok ? "Reboot" : error}}, rc);
     return rc;

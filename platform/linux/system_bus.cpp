@@ -34,17 +34,39 @@ int readBasic(sd_bus_message* m, char type, json& out) {
         return r;
     }
     switch (type) {
-        case 'y': out = v.y; break;
-        case 'b': out = v.b != 0; break;
-        case 'n': out = v.n; break;
-        case 'q': out = v.q; break;
-        case 'i': out = v.i; break;
-        case 'u': out = v.u; break;
-        case 'x': out = v.x; break;
-        case 't': out = v.t; break;
-        case 'd': out = v.d; break;
-        case 'h': out = v.i; break;
-        default: out = v.s != nullptr ? v.s : ""; break;
+        case 'y':
+            out = v.y;
+            break;
+        case 'b':
+            out = v.b != 0;
+            break;
+        case 'n':
+            out = v.n;
+            break;
+        case 'q':
+            out = v.q;
+            break;
+        case 'i':
+            out = v.i;
+            break;
+        case 'u':
+            out = v.u;
+            break;
+        case 'x':
+            out = v.x;
+            break;
+        case 't':
+            out = v.t;
+            break;
+        case 'd':
+            out = v.d;
+            break;
+        case 'h':
+            out = v.i;
+            break;
+        default:
+            out = v.s != nullptr ? v.s : "";
+            break;
     }
     return 1;
 }
@@ -144,9 +166,8 @@ sd_bus* openSystemBus() {
     return bus;
 }
 
-bool callMethod(const char* service, const std::string& path, const char* interface,
-                const char* member, const Append& append, json* reply, std::string* error,
-                uint64_t timeoutUsec) {
+bool callMethod(const char* service, const std::string& path, const char* interface, const char* member,
+                const Append& append, json* reply, std::string* error, uint64_t timeoutUsec) {
     std::lock_guard<std::mutex> guard(gCallMutex);
     if (error != nullptr) {
         error->clear();
@@ -182,8 +203,7 @@ bool callMethod(const char* service, const std::string& path, const char* interf
     return ok;
 }
 
-bool getAllProperties(const char* service, const std::string& path, const char* interface,
-                      json& properties) {
+bool getAllProperties(const char* service, const std::string& path, const char* interface, json& properties) {
     json reply;
     bool ok = callMethod(
         service, path, "org.freedesktop.DBus.Properties", "GetAll",

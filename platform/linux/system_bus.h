@@ -46,14 +46,13 @@ using Append = std::function<int(sd_bus_message*)>;
 // paths and texts as strings, dictionaries as objects, structures and arrays as arrays, byte
 // arrays as arrays of numbers). On failure *error holds the D-Bus error name (or "" when the bus
 // itself failed). true on success.
-bool callMethod(const char* service, const std::string& path, const char* interface,
-                const char* member, const Append& append, json* reply, std::string* error,
+bool callMethod(const char* service, const std::string& path, const char* interface, const char* member,
+                const Append& append, json* reply, std::string* error,
                 uint64_t timeoutUsec = kCallTimeoutUsec);
 
 // Every property of one interface of an object, as a JSON object. false when the object or the
 // service is missing (or the call failed).
-bool getAllProperties(const char* service, const std::string& path, const char* interface,
-                      json& properties);
+bool getAllProperties(const char* service, const std::string& path, const char* interface, json& properties);
 
 // Reads the next complete value of a message (any D-Bus type) into out. > 0 when a value was
 // read, 0 at the end of the current container, < 0 on error.

@@ -109,7 +109,10 @@ TEST_F(LinuxBackendTest, RegistrationAndOperatorGiveRoamingAndCarrier) {
         {{}, 0, SYS_NETWORK_HOME, SYS_SIM_CARRIER_VELTRA, SYS_SERVICE_STATUS_IN_SERVICE},
         {{"registration=5"}, 1, SYS_NETWORK_ROAMING, SYS_SIM_CARRIER_VELTRA, SYS_SERVICE_STATUS_IN_SERVICE},
         {{"registration=7"}, 1, SYS_NETWORK_ROAMING, SYS_SIM_CARRIER_VELTRA, SYS_SERVICE_STATUS_IN_SERVICE},
-        {{"registration=6", "operator=Partner"}, 0, SYS_NETWORK_HOME, SYS_SIM_CARRIER_UNKNOWN,
+        {{"registration=6", "operator=Partner"},
+         0,
+         SYS_NETWORK_HOME,
+         SYS_SIM_CARRIER_UNKNOWN,
          SYS_SERVICE_STATUS_IN_SERVICE},
     };
     for (const Case& c : cases) {
@@ -194,7 +197,8 @@ TEST_F(LinuxBackendTest, ProfilesGoToTheModemOrTheStore) {
         EXPECT_STREQ(back.userName, "user");
         EXPECT_EQ(back.authType, SYS_MODEM_AUTH_PAP);
         EXPECT_EQ(back.pdpType, SYS_MODEM_PDP_IPV6);
-        EXPECT_EQ(ardo::deviceStateRead()["modem"]["profiles"]["0:1"].value("apn", "") == "apn.by.sms", !manager);
+        EXPECT_EQ(ardo::deviceStateRead()["modem"]["profiles"]["0:1"].value("apn", "") == "apn.by.sms",
+                  !manager);
         EXPECT_EQ(sys_getModemProfile(SYS_MODEM_PROFILE_3GPP, 77, &back), 3);
     }
 }
@@ -269,7 +273,8 @@ TEST_F(LinuxBackendTest, ServiceFaultsFailTheCallWithALogLine) {
         {"logind refuses", [] { services().refuseReboot(-1); }, [] { return sys_rebootSystem(); },
          "logind refused the reboot (org.freedesktop.login1.NotAllowed)"},
         {"logind refuses the reset", [] { services().refuseReboot(-1); },
-         [] { return sys_restoreFactoryDefaults(); }, "sys_restoreFactoryDefaults: logind refused the reboot"},
+         [] { return sys_restoreFactoryDefaults(); },
+         "sys_restoreFactoryDefaults: logind refused the reboot"},
         {"network time fails", [] { services().failModem("GetNetworkTime"); },
          [] {
              time_t t;

@@ -79,9 +79,9 @@ TEST_F(LinuxAgentE2E, SmsFromTheModemReachTheAgentAndAResetReachesLogind) {
     tola_test::StoreRecord("", false);
     StartLinuxAgent();
     ASSERT_TRUE(Sms("<101>key-by-sms"));
-    EXPECT_TRUE(Eventually([&] { return Acl().find("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>") !=
-                                        std::string::npos; }))
-        << Log();
+    EXPECT_TRUE(Eventually([&] {
+        return Acl().find("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>") != std::string::npos;
+    })) << Log();
     ASSERT_TRUE(Sms("<200>0", "key-by-sms"));
     EXPECT_TRUE(Eventually([&] { return services.logindReboots() == 1; })) << Log();
     EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
@@ -95,7 +95,8 @@ TEST_F(LinuxAgentE2E, MissingModemManagerFailsTheCheckInNotTheAgent) {
     services.stopModemManager();
     tola_test::StoreRecord(portalUrl, true);
     StartLinuxAgent();
-    ASSERT_TRUE(Eventually([&] { return Log().find("AdminAPNCallConnect failed") != std::string::npos; }, 20000))
+    ASSERT_TRUE(
+        Eventually([&] { return Log().find("AdminAPNCallConnect failed") != std::string::npos; }, 20000))
         << Log();
     EXPECT_NE(Log().find("ModemManager is not reachable"), std::string::npos);
     StopAgent();

@@ -27,7 +27,8 @@ sd_bus* connect(const std::string& address) {
     if (sd_bus_new(&bus) < 0) {
         return nullptr;
     }
-    if (sd_bus_set_address(bus, address.c_str()) < 0 || sd_bus_set_bus_client(bus, 1) < 0 || sd_bus_start(bus) < 0) {
+    if (sd_bus_set_address(bus, address.c_str()) < 0 || sd_bus_set_bus_client(bus, 1) < 0 ||
+        sd_bus_start(bus) < 0) {
         sd_bus_unref(bus);
         return nullptr;
     }
@@ -71,7 +72,8 @@ MockServices::MockServices() : mBus(std::make_unique<PrivateBus>()) {
     setenv("ARDO_SYSTEM_BUS_ADDRESS", address().c_str(), 1);
     setenv("DBUS_SYSTEM_BUS_ADDRESS", address().c_str(), 1);
     mLogind = std::make_unique<ChildProcess>(
-        kPython, std::vector<std::string>{"-m", "dbusmock", "--system", "--template", "logind"}, mDir + "/logind.out");
+        kPython, std::vector<std::string>{"-m", "dbusmock", "--system", "--template", "logind"},
+        mDir + "/logind.out");
     mOk = startModemManager() && waitForOwner(address(), kLogind, true) && refuseReboot(0);
 }
 
@@ -190,12 +192,13 @@ bool MockServices::refuseReboot(int times) {
         "    self.refuse -= 1\n"
         "    raise dbus.exceptions.DBusException('not now', name='org.freedesktop.login1.NotAllowed')\n"
         "self.reboots = getattr(self, 'reboots', 0) + 1\n";
-    return call(kLogind, kLogindPath, kMock, "AddMethod", "sssss", "org.freedesktop.login1.Manager", "Reboot", "b",
-                "", reboot) &&
+    return call(kLogind, kLogindPath, kMock, "AddMethod", "sssss", "org.freedesktop.login1.Manager", "Reboot",
+                "b", "", reboot) &&
            call(kLogind, kLogindPath, kMock, "AddMethod", "sssss", "com.ardo.Test", "Reboots", "", "i",
                 "ret = getattr(self, 'reboots', 0)") &&
            call(kLogind, kLogindPath, kMock, "AddMethod", "sssss", "com.ardo.Test", "Set", "ii", "",
-                "self.refuse = args[0]\nself.reboots = args[1] if args[1] >= 0 else getattr(self, 'reboots', 0)") &&
+                "self.refuse = args[0]\nself.reboots = args[1] if args[1] >= 0 else getattr(self, 'reboots', "
+                "0)") &&
            call(kLogind, kLogindPath, "com.ardo.Test", "Set", "ii", times, -1);
 }
 
@@ -221,8 +224,8 @@ int MockServices::logindReboots() {
     sd_bus* bus = connect(address());
     sd_bus_message* reply = nullptr;
     int count = -1;
-    if (bus == nullptr || sd_bus_call_method(bus, kLogind, kLogindPath, "com.ardo.Test", "Reboots", nullptr, &reply,
-                                             "") < 0 ||
+    if (bus == nullptr ||
+        sd_bus_call_method(bus, kLogind, kLogindPath, "com.ardo.Test", "Reboots", nullptr, &reply, "") < 0 ||
         sd_bus_message_read(reply, "i", &count) < 0) {
         count = -1;
     }

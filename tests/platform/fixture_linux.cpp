@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <csignal>
-
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -100,12 +99,18 @@ void tearDown() {
     gRoot.reset();
 }
 
-double timeScale() { return kTimeScale; }
+double timeScale() {
+    return kTimeScale;
+}
 
 // The SMS and network-time bridge runs while an SDK session is open, as in the agent.
-bool receiveSms(const std::string& text) { return openSession() && gServices->receiveSms(text); }
+bool receiveSms(const std::string& text) {
+    return openSession() && gServices->receiveSms(text);
+}
 
-bool changeNetworkTime() { return openSession() && gServices->changeNetworkTime("2026-06-01T08:00:00+02:00"); }
+bool changeNetworkTime() {
+    return openSession() && gServices->changeNetworkTime("2026-06-01T08:00:00+02:00");
+}
 
 bool failNextCall(const std::string& call) {
     if (call == "sys_cellularDataUsageAPNCallConnect" || call == "sys_cellularDataConnect") {
@@ -127,15 +132,20 @@ bool failNextCall(const std::string& call) {
     }
     // The router's settings and the data-usage service live in the settings store, which takes
     // scripted faults as on the simulator.
-    bool store = (call.rfind("sys_get", 0) == 0 || call.rfind("sys_set", 0) == 0 || call.rfind("deviceui_", 0) == 0 ||
-                  call.rfind("webui_", 0) == 0 || call.rfind("dua_", 0) == 0 || call == "sys_resolveHostName") &&
-                 call.find("ModemProfile") == std::string::npos && call.find("GPS") == std::string::npos &&
-                 call.find("Watchdog") == std::string::npos;
+    bool store =
+        (call.rfind("sys_get", 0) == 0 || call.rfind("sys_set", 0) == 0 || call.rfind("deviceui_", 0) == 0 ||
+         call.rfind("webui_", 0) == 0 || call.rfind("dua_", 0) == 0 || call == "sys_resolveHostName") &&
+        call.find("ModemProfile") == std::string::npos && call.find("GPS") == std::string::npos &&
+        call.find("Watchdog") == std::string::npos;
     return store && ardo::deviceStateSet("/faults/" + call, ardo::json::array({1}));
 }
 
-int reboots() { return journalled("sys_rebootSystem"); }
-int factoryResets() { return journalled("sys_restoreFactoryDefaults"); }
+int reboots() {
+    return journalled("sys_rebootSystem");
+}
+int factoryResets() {
+    return journalled("sys_restoreFactoryDefaults");
+}
 
 // systemd keeps one watchdog per service: every keep-alive counts for it, whatever the name.
 int keepAlives(const std::string& /*application*/) {
@@ -149,9 +159,15 @@ int keepAlives(const std::string& /*application*/) {
     return gKeepAlives;
 }
 
-std::string dataCallInterface() { return "lo"; }
-std::string imei() { return "867698041234567"; }
+std::string dataCallInterface() {
+    return "lo";
+}
+std::string imei() {
+    return "867698041234567";
+}
 
-void trustCertificates(const std::string& pemFile) { setenv("ARDO_CA_FILE", pemFile.c_str(), 1); }
+void trustCertificates(const std::string& pemFile) {
+    setenv("ARDO_CA_FILE", pemFile.c_str(), 1);
+}
 
 }  // namespace backend
