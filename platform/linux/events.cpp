@@ -8,6 +8,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <future>
@@ -99,46 +100,58 @@ int onTimeChanged(sd_bus_message* m, void* user, sd_bus_error*) {
     return 0;
 }
 
+// A connection to the system bus with the bridge's matches; nullptr when the bus is missing.
+sd_bus* watch(Bridge& bridge) {
+    sd_bus* bus = openSystemBus();
+    if (bus != nullptr &&
+        (sd_bus_match_signal(bus, nullptr, kMMService, nullptr, kMMMessaging, "Added", onAdded, &bridge) <
+             0 ||
+         sd_bus_match_signal(bus, nullptr, kMMService, nullptr, "org.freedesktop.DBus.Properties",
+                             "PropertiesChanged", onSmsChanged, &bridge) < 0 ||
+         sd_bus_match_signal(bus, nullptr, kMMService, nullptr, kMMTime, "NetworkTimeChanged", onTimeChanged,
+                             &bridge) < 0)) {
+        bus = sd_bus_flush_close_unref(bus);
+    }
+    return bus;
+}
+
+// Without the system bus (not up yet, or restarted) the bridge tries again this often.
+constexpr int kRetryMs = 5000;
+
 void run(int stopFd, const std::shared_ptr<std::promise<void>>& ready) {
     Bridge bridge;
     bridge.published = bridge.publisher.Initialize() == 0;
     if (!bridge.published) {
         logFault("no message bus: SMS and network time changes will not be handed on");
     }
-    sd_bus* bus = openSystemBus();
-    bool watching = bus != nullptr &&
-                    sd_bus_match_signal(bus, nullptr, kMMService, nullptr, kMMMessaging, "Added", onAdded,
-                                        &bridge) >= 0 &&
-                    sd_bus_match_signal(bus, nullptr, kMMService, nullptr, "org.freedesktop.DBus.Properties",
-                                        "PropertiesChanged", onSmsChanged, &bridge) >= 0 &&
-                    sd_bus_match_signal(bus, nullptr, kMMService, nullptr, kMMTime, "NetworkTimeChanged",
-                                        onTimeChanged, &bridge) >= 0;
-    if (!watching) {
-        logFault("cannot watch ModemManager's signals");
+    sd_bus* bus = watch(bridge);
+    if (bus == nullptr) {
+        logFault("cannot watch ModemManager's signals (no system bus); trying again");
     }
     // From here on no SMS is missed: the starter may go on.
     ready->set_value();
     for (;;) {
-        int r = 0;
-        if (watching) {
+        if (bus != nullptr) {
             // Drain everything queued before sleeping.
+            int r;
             while ((r = sd_bus_process(bus, nullptr)) > 0) {
             }
             if (r < 0) {
-                logFault("lost the system bus: SMS will not arrive");
-                watching = false;
+                logFault("lost the system bus: SMS will not arrive until it is back");
+                bus = sd_bus_flush_close_unref(bus);
             }
         }
         struct pollfd fds[2] = {{stopFd, POLLIN, 0}, {-1, 0, 0}};
-        if (watching) {
+        if (bus != nullptr) {
             fds[1].fd = sd_bus_get_fd(bus);
             fds[1].events = static_cast<short>(sd_bus_get_events(bus));
         }
-        if (poll(fds, 2, -1) < 0 && errno != EINTR) {
+        int n = poll(fds, 2, bus != nullptr ? -1 : kRetryMs);
+        if ((n < 0 && errno != EINTR) || fds[0].revents != 0) {
             break;
         }
-        if (fds[0].revents != 0) {
-            break;
+        if (bus == nullptr && n == 0 && (bus = watch(bridge)) != nullptr) {
+            vorn_dbg_log(6, "[LINUX]:[INFO] - watching ModemManager's signals");
         }
     }
     sd_bus_flush_close_unref(bus);

@@ -45,17 +45,11 @@ int logindReboot(const char* call) {
 
 }  // namespace
 
-// The session needs the system bus; a missing ModemManager or modem is only logged here, and
-// every modem call fails on its own until one appears.
+// The session always opens: a missing system bus, ModemManager or modem is logged here, every
+// modem call fails on its own until they appear, and the SMS bridge keeps trying to connect.
 int sys_sdkInitialize(void) {
     std::lock_guard<std::mutex> guard(gSessionMutex);
     if (gSessions == 0) {
-        sd_bus* bus = ardo_linux::openSystemBus();
-        if (bus == nullptr) {
-            ardo_linux::logFault("cannot connect to the system bus");
-            return 1;
-        }
-        sd_bus_flush_close_unref(bus);
         std::string modem;
         json ifaces;
         if (ardo_linux::findModem(modem, ifaces)) {
