@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -77,6 +78,8 @@ class TlsServer {
         if (std::system(cmd.c_str()) != 0) {
             throw std::runtime_error("openssl req failed");
         }
+        // A client that drops the connection mid-handshake must not end the test process.
+        signal(SIGPIPE, SIG_IGN);
         mCtx = SSL_CTX_new(TLS_server_method());
         SSL_CTX_use_certificate_file(mCtx, pem.c_str(), SSL_FILETYPE_PEM);
         SSL_CTX_use_PrivateKey_file(mCtx, mKey.c_str(), SSL_FILETYPE_PEM);
