@@ -10,6 +10,7 @@ TOLA_PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-14 libclang-rt-14-dev clang-tidy-14
     dpkg-dev file
+    python3-dbusmock
 )
 
 # Only bench/report and bench/checkin.sh need these (instruction counts, the portal's records).
