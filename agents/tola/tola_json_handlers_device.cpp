@@ -432,7 +432,7 @@ void tola_json::describeDeviceKeys(const std::string& group, KeyTableSink& sink)
                       "replaces the folder list; at most as many folders as the device supports (10)", 120,
                       "Invalid File sharing settings Object top level folder parameter data type", 164,
                       "Invalid File sharing settings Object. Top level folder count is exceeded."});
-    sink.note(KeyNote{"FolderName", "string",
-                      "in an element of VornSharingTopLevelFolder; up to 255 characters", 120,
+    sink.group("VornSharingSettings.VornSharingTopLevelFolder[]");
+    sink.note(KeyNote{"FolderName", "string", "up to 255 characters", 120,
                       "Invalid File sharing settings Object folder name parameter data type", 0, nullptr});
 }

@@ -22,13 +22,8 @@ namespace {
 
 const char* const kKeysUsage = "keys [GROUP]   (reference of the configuration document's groups and keys)";
 
-struct Row {
-    std::string key, json, limits, kind, value;
-};
-struct Group {
-    std::string path;
-    std::vector<Row> rows;
-};
+using Row = devicectl::KeyRow;
+using Group = devicectl::KeyGroup;
 
 // Text in a table cell: "|" would end the cell.
 std::string cell(const std::string& text) {
@@ -64,6 +59,9 @@ std::string choices(const KeyRule& rule) {
 
 Row describeRule(const KeyRule& rule, GroupCodes codes) {
     Row row;
+    row.name = rule.key;
+    row.typeCode = codes.typeCode;
+    row.typeUser = rule.typeUser != nullptr ? rule.typeUser : "";
     row.key = std::string("`") + rule.key + "`";
     row.kind = refusal(codes.typeCode, rule.typeUser);
     row.value = "not refused";
@@ -85,7 +83,7 @@ Row describeRule(const KeyRule& rule, GroupCodes codes) {
             row.limits =
                 check != nullptr ? check : (rule.accept != nullptr ? "checked" : "any text (bounded copy)");
             if (rule.accept != nullptr) {
-                row.value = refusal(codes.valueCode, rule.valueUser);
+                row.valueCode = codes.valueCode;
             }
             break;
         }
@@ -93,7 +91,7 @@ Row describeRule(const KeyRule& rule, GroupCodes codes) {
             row.json = "number";
             if (rule.max > rule.min) {
                 row.limits = std::to_string(rule.min) + " to " + std::to_string(rule.max);
-                row.value = refusal(codes.valueCode, rule.valueUser);
+                row.valueCode = codes.valueCode;
             } else {
                 row.limits = "any (its integer, clamped to the int range)";
             }
@@ -102,8 +100,12 @@ Row describeRule(const KeyRule& rule, GroupCodes codes) {
         case Kind::EnumText:
             row.json = "string";
             row.limits = choices(rule);
-            row.value = refusal(codes.valueCode, rule.valueUser);
+            row.valueCode = codes.valueCode;
             break;
+    }
+    if (row.valueCode != 0) {
+        row.valueUser = rule.valueUser != nullptr ? rule.valueUser : "";
+        row.value = refusal(row.valueCode, rule.valueUser);
     }
     return row;
 }
@@ -117,13 +119,25 @@ class Collector : public KeyTableSink {
         }
     }
     void note(const KeyNote& n) override {
-        groups.back().rows.push_back(Row{std::string("`") + n.key + "`", n.json, n.limits,
-                                         refusal(n.typeCode, n.typeUser), refusal(n.valueCode, n.valueUser)});
+        Row row;
+        row.name = n.key;
+        row.key = std::string("`") + n.key + "`";
+        row.json = n.json;
+        row.limits = n.limits;
+        row.kind = refusal(n.typeCode, n.typeUser);
+        row.value = refusal(n.valueCode, n.valueUser);
+        row.typeCode = n.typeCode;
+        row.typeUser = n.typeUser != nullptr ? n.typeUser : "";
+        row.valueCode = n.valueCode;
+        row.valueUser = n.valueUser != nullptr ? n.valueUser : "";
+        groups.back().rows.push_back(row);
     }
     std::vector<Group> groups;
 };
 
-std::vector<Group> collect() {
+}  // namespace
+
+std::vector<devicectl::KeyGroup> devicectl::keyCatalogue() {
     char scratchName[] = "/tmp/tola-keys-XXXXXX";
     if (mkdtemp(scratchName) == nullptr) {
         return {};
@@ -146,6 +160,8 @@ std::vector<Group> collect() {
     }
     return collector.groups;
 }
+
+namespace {
 
 const char* const kPreamble =
     "# Configuration document reference\n"
@@ -182,7 +198,7 @@ int runKeys(const devicectl::Args& args) {
         }
         return devicectl::usageError(kKeysUsage);
     }
-    std::vector<Group> groups = collect();
+    std::vector<Group> groups = devicectl::keyCatalogue();
     if (groups.empty()) {
         std::fprintf(stderr, "tola-devicectl keys: no scratch root for the describing run\n");
         return 1;

@@ -152,6 +152,8 @@ int runValidate(const devicectl::Args& args) {
 
     std::printf("code %d\n", code);
     std::printf("message %s\n", message.c_str());
+    std::fflush(stdout);
+    devicectl::explainDocument(text, code, message);
     if (code != 0) {
         return 1;
     }
