@@ -28,6 +28,11 @@ struct VerbRegistration {
 
 // Prints "usage: tola-devicectl <usage>" to stderr and returns 2.
 int usageError(const char* usage);
+// Refuses an argument by name ("unknown option '--x'" or "unexpected argument 'x'"), then as
+// usageError.
+int refuseArgument(const char* verb, const std::string& argument, const char* usage);
+// The root the tool acts on, for a person: "PATH (ARDO_ROOT)" or the real paths.
+std::string rootDescription();
 // Value of "--name VALUE" in args, or fallback.
 std::string option(const Args& args, const std::string& name, const std::string& fallback = "");
 bool hasOption(const Args& args, const std::string& name);

@@ -192,11 +192,11 @@ void print(const Group& g) {
 }
 
 int runKeys(const devicectl::Args& args) {
-    if (args.size() > 1 || (!args.empty() && args[0].rfind("-", 0) == 0)) {
-        if (!args.empty() && args[0].rfind("-", 0) == 0) {
-            std::fprintf(stderr, "tola-devicectl keys: unknown option '%s'\n", args[0].c_str());
-        }
-        return devicectl::usageError(kKeysUsage);
+    if (!args.empty() && args[0].rfind("-", 0) == 0) {
+        return devicectl::refuseArgument("keys", args[0], kKeysUsage);
+    }
+    if (args.size() > 1) {
+        return devicectl::refuseArgument("keys", args[1], kKeysUsage);
     }
     std::vector<Group> groups = devicectl::keyCatalogue();
     if (groups.empty()) {

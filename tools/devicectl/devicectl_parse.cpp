@@ -27,7 +27,10 @@ namespace {
 const char* const kParseUsage = "parse FILE   (run a configuration document through the agent's parser)";
 
 int runParse(const devicectl::Args& args) {
-    if (args.size() != 1) {
+    if (args.size() > 1) {
+        return devicectl::refuseArgument("parse", args[1], kParseUsage);
+    }
+    if (args.empty()) {
         return devicectl::usageError(kParseUsage);
     }
     std::string text;

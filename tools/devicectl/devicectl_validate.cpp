@@ -87,7 +87,10 @@ void copyDevice(const fs::path& from, const fs::path& to) {
 }
 
 int runValidate(const devicectl::Args& args) {
-    if (args.size() != 1) {
+    if (args.size() > 1) {
+        return devicectl::refuseArgument("validate", args[1], kValidateUsage);
+    }
+    if (args.empty()) {
         return devicectl::usageError(kValidateUsage);
     }
     std::string text;
