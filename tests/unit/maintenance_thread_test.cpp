@@ -138,7 +138,8 @@ TEST(MaintenanceThread, ShutdownLeavesASleepInTheCallbackAndOnlyAProcessStopEnds
         nlohmann::json entry = nlohmann::json::parse(line);
         EXPECT_TRUE(entry["time"].is_string());  // the journal's entries carry their time
         entry.erase("time");
-        EXPECT_EQ(entry.dump(), R"({"args":{"full":false,"seconds":86400},"call":"sys_sleepSeconds","result":0})");
+        EXPECT_EQ(entry.dump(),
+                  R"({"args":{"full":false,"seconds":86400},"call":"sys_sleepSeconds","result":0})");
     }
     EXPECT_EQ(cuts, 2);
 }
