@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "tola_agent.h"
 #include "tola_json_parser.h"
@@ -117,6 +118,46 @@ inline TOLAAgent* agentOf(context_t* ctx) {
 // name) and returns null: the group then stays as it was.
 yajl_val openGroup(yajl_val element, const char* name, context_t* ctx, const char* absentFormat,
                    const char* handler, TOLAAgent*& agent);
+
+// ---- Describing the tables (tola-devicectl keys, docs/configuration-reference.md) ------------
+// A key that no KeyRule describes (lists, switches of predefined services, access-control flags):
+// what the handler reads and the texts it refuses with.
+struct KeyNote {
+    const char* key;
+    const char* json;    // the JSON kind it takes
+    std::string limits;  // allowed values, limits, what it stores
+    int typeCode;        // 0 when a wrong kind is not refused
+    const char* typeUser;
+    int valueCode;  // 0 when no value is refused
+    const char* valueUser;
+};
+
+// Receives the tables in a describing run: each group (a dotted path for sub-objects, "[]" for
+// the elements of an array), then the tables and notes that belong to it.
+class KeyTableSink {
+  public:
+    virtual ~KeyTableSink() = default;
+    virtual void group(const std::string& path) = 0;
+    virtual void table(const KeyRule* rules, size_t count, GroupCodes codes) = 0;
+    virtual void note(const KeyNote& note) = 0;
+};
+
+// Runs every group handler in document order in describing mode: openGroup hands out an empty
+// group and the rule engine reports each table instead of storing anything. The agent is only
+// a context (some handlers read a member of it after their table); use one on a scratch root.
+void describeKeyTables(TOLAAgent& agent, KeyTableSink& sink);
+// For handlers that walk members themselves: reports the table in a describing run, else nothing.
+void describeTable(const KeyRule* rules, size_t count, GroupCodes codes);
+// The keys of `group` that the handlers read without a table.
+void describeNetworkKeys(const std::string& group, KeyTableSink& sink);
+void describeDeviceKeys(const std::string& group, KeyTableSink& sink);
+// What a text check accepts, as a person reads it (registered next to the check), or null.
+const char* describeTextCheck(bool (*accept)(const char*));
+struct TextCheckDescription {
+    TextCheckDescription(bool (*accept)(const char*), const char* text);
+};
+#define TOLA_DESCRIBE_TEXT_CHECK(fn, text) \
+    const ::tola_json::TextCheckDescription kTextCheckDescription_##fn(fn, text)
 
 // Writes a refusal: the log line (syslog and debug log, level 3) and the user text.
 int refuse(TOLAAgent& agent, int code, const char* log, const char* user);

@@ -7,6 +7,45 @@
 
 namespace tola_json {
 
+namespace {
+
+// Set only during describeKeyTables (one thread, the tool's): null while the agent runs.
+thread_local KeyTableSink* tDescribing = nullptr;
+thread_local std::string tDescribedGroup;
+// The element handed to the handlers and the empty group openGroup hands out while describing.
+yajl_val_s gDescribedElementNode{};
+yajl_val_s gDescribedGroupNode{};
+
+struct TextCheck {
+    bool (*accept)(const char*);
+    const char* text;
+};
+TextCheck gTextChecks[16];
+size_t gTextCheckCount = 0;
+
+}  // namespace
+
+TextCheckDescription::TextCheckDescription(bool (*accept)(const char*), const char* text) {
+    if (gTextCheckCount < sizeof(gTextChecks) / sizeof(gTextChecks[0])) {
+        gTextChecks[gTextCheckCount++] = TextCheck{accept, text};
+    }
+}
+
+const char* describeTextCheck(bool (*accept)(const char*)) {
+    for (size_t i = 0; i < gTextCheckCount; ++i) {
+        if (gTextChecks[i].accept == accept) {
+            return gTextChecks[i].text;
+        }
+    }
+    return nullptr;
+}
+
+void describeTable(const KeyRule* rules, size_t count, GroupCodes codes) {
+    if (tDescribing != nullptr) {
+        tDescribing->table(rules, count, codes);
+    }
+}
+
 KeyRule boolKey(const char* key, TolaField field, SlotFn slot, const char* typeLog, const char* typeUser) {
     return KeyRule{key, Kind::Bool, field,   slot,    typeLog, typeUser, nullptr,
                    0,   nullptr,    nullptr, nullptr, 0,       0,        0};
@@ -182,6 +221,10 @@ bool applyRule(TOLAAgent& agent, const char* key, yajl_val value, const KeyRule*
 }
 
 int applyRules(TOLAAgent& agent, yajl_val group, const KeyRule* rules, size_t ruleCount, GroupCodes codes) {
+    if (tDescribing != nullptr) {
+        tDescribing->table(rules, ruleCount, codes);
+        return 0;
+    }
     size_t count = tola_object_len(group);
     for (size_t i = 0; i < count; ++i) {
         int rc = 0;
@@ -201,6 +244,14 @@ yajl_val groupOf(yajl_val element, const char* name, yajl_type kind) {
 yajl_val openGroup(yajl_val element, const char* name, context_t* ctx, const char* absentFormat,
                    const char* handler, TOLAAgent*& agent) {
     agent = agentOf(ctx);
+    if (tDescribing != nullptr && agent != nullptr) {
+        // A sub-object is opened inside the described group; a top-level group was announced.
+        if (element == &gDescribedGroupNode) {
+            tDescribing->group(tDescribedGroup + "." + name);
+        }
+        gDescribedGroupNode.type = yajl_t_object;
+        return &gDescribedGroupNode;
+    }
     yajl_val group = groupOf(element, name, yajl_t_object);
     if (group == nullptr || agent == nullptr) {
         TLOG(TOLA_LOG_INFO, absentFormat, handler);
@@ -216,49 +267,63 @@ yajl_val openGroup(yajl_val element, const char* name, context_t* ctx, const cha
 namespace {
 
 struct GroupStep {
+    const char* group;  // the member of a document element the handler reads
     int (*handler)(yajl_val, context_t*);
     const char* successLog;
     const char* errorLog;
 };
 
 const GroupStep kSequence[] = {
-    {handleBlockedDevicesInfo, "[%s]:[%s] - handling BlockedDevices Settings Info successful",
+    {"BlockedDevices", handleBlockedDevicesInfo,
+     "[%s]:[%s] - handling BlockedDevices Settings Info successful",
      "[%s]:[%s] - Error while handling blocked devices info : BLOCKED_DEVICES_DATA_TYPE_ERROR"},
-    {handleWhiteListedDevicesInfo, "[%s]:[%s] - handling White Listed Devices Settings Info successful",
+    {"WhiteListedDevices", handleWhiteListedDevicesInfo,
+     "[%s]:[%s] - handling White Listed Devices Settings Info successful",
      "[%s]:[%s] - Error while handling white list devices info :WHITE_LISTED_DEVICES_DATA_TYPE_ERROR"},
-    {handleWiFiNetworkSettingsInfo, "[%s]:[%s] - handling WiFi Network Settings Info successful",
+    {"WiFiNetworkSettings", handleWiFiNetworkSettingsInfo,
+     "[%s]:[%s] - handling WiFi Network Settings Info successful",
      "[%s]:[%s] - Error while handling WIFI network settings info : WIFI_NETWORK_SETTINGS_DATA_TYPE_ERROR"},
-    {handleWiFiGuestNetworkSettingsInfo, "[%s]:[%s] - handling WiFi Guest Network Settings Info successful",
+    {"WiFiGuestNetworkSettings", handleWiFiGuestNetworkSettingsInfo,
+     "[%s]:[%s] - handling WiFi Guest Network Settings Info successful",
      "[%s]:[%s] - Error while handling WIFI Guest Network Settings info : "
      "WIFI_GUEST_NETWORK_SETTINGS_DATA_TYPE_ERROR"},
-    {handleWiFiAdvancedSettingsInfo, "[%s]:[%s] - handling WiFi Advanced Settings Info successful",
+    {"WiFiAdvancedSettings", handleWiFiAdvancedSettingsInfo,
+     "[%s]:[%s] - handling WiFi Advanced Settings Info successful",
      "[%s]:[%s] - Error while handling WIFI Advanced settings info : WIFI_ADVANCED_SETTINGS_DATA_TYPE_ERROR"},
-    {handleAdminPasswordSettingsInfo, "[%s]:[%s] - handling AdminPassword Settings Info successful",
+    {"AdminPasswordSettings", handleAdminPasswordSettingsInfo,
+     "[%s]:[%s] - handling AdminPassword Settings Info successful",
      "[%s]:[%s] - Error while handling Admin Password Settings info : "
      "ADMIN_PASSWORD_SETTINGS_DATA_TYPE_ERROR"},
-    {handleDevicePreferencesInfo, "[%s]:[%s] - handling DevicePreferences Settings Info successful",
+    {"DevicePreferences", handleDevicePreferencesInfo,
+     "[%s]:[%s] - handling DevicePreferences Settings Info successful",
      "[%s]:[%s] - Error while handling device preferences info : DEVICE_PREFERENCES_DATA_TYPE_ERROR"},
-    {handleManualDNSSettingsInfo, "[%s]:[%s] - handling ManualDNSSettings Settings Info successful",
+    {"ManualDNSSettings", handleManualDNSSettingsInfo,
+     "[%s]:[%s] - handling ManualDNSSettings Settings Info successful",
      "[%s]:[%s] - Error while handling manual DNS settings info : MANUAL_DNS_SETTINGS_DATA_TYPE_ERROR"},
-    {handleFirewallSettingsInfo, "[%s]:[%s] - handling Firewall Settings Info successful",
+    {"FirewallSettings", handleFirewallSettingsInfo, "[%s]:[%s] - handling Firewall Settings Info successful",
      "[%s]:[%s] - Error while handling Firewall Settings info : FIREWALL_SETTINGS_DATA_TYPE_ERROR"},
-    {handleMacfilterSettingsInfo, "[%s]:[%s] - handling MAC Filter Settings Info successful",
+    {"MACFilterSettings", handleMacfilterSettingsInfo,
+     "[%s]:[%s] - handling MAC Filter Settings Info successful",
      "[%s]:[%s] - Error while handling MAC Filter Settings info : MAC_FILTER_SETTINGS_DATA_TYPE_ERROR"},
-    {handleLANSettingsInfo, "[%s]:[%s] - handling LAN Settings Info successful",
+    {"LANSettings", handleLANSettingsInfo, "[%s]:[%s] - handling LAN Settings Info successful",
      "[%s]:[%s] - Error while handling LAN settings info : LAN_SETTINGS_DATA_TYPE_ERROR"},
-    {handleGPSSettingsInfo, "[%s]:[%s] - handling GPS Settings Info successful",
+    {"GPSSettings", handleGPSSettingsInfo, "[%s]:[%s] - handling GPS Settings Info successful",
      "[%s]:[%s] - Error while handling GPS settings info : GPS_SETTINGS_DATA_TYPE_ERROR"},
-    {handleLogsInfo, "[%s]:[%s] - handling Log Settings Info successful",
+    {"LogsSettings", handleLogsInfo, "[%s]:[%s] - handling Log Settings Info successful",
      "[%s]:[%s] - Error while handling Logs info : LOGS_DATA_TYPE_ERROR"},
-    {handleMobileNetworkSettingsInfo, "[%s]:[%s] - handling MobileNetwork Settings Info successful",
+    {"NetworkSettings", handleMobileNetworkSettingsInfo,
+     "[%s]:[%s] - handling MobileNetwork Settings Info successful",
      "[%s]:[%s] - Error while handling mobile network settings info : "
      "MOBILE_NETWORK_SETTINGS_DATA_TYPE_ERROR"},
-    {handlePortFilteringSettingsInfo, "[%s]:[%s] - handling PortFiltering Settings Info successful",
+    {"PortFilteringSettings", handlePortFilteringSettingsInfo,
+     "[%s]:[%s] - handling PortFiltering Settings Info successful",
      "[%s]:[%s] - Error while handling port filter settings info : PORT_FILTERING_SETTINGS_DATA_TYPE_ERROR"},
-    {handlePortForwardingSettingsInfo, "[%s]:[%s] - handling PortForwarding Settings Info successful",
+    {"PortForwardingSettings", handlePortForwardingSettingsInfo,
+     "[%s]:[%s] - handling PortForwarding Settings Info successful",
      "[%s]:[%s] - Error while handling port forward settings info : "
      "PORT_FORWARDING_SETTINGS_DATA_TYPE_ERROR"},
-    {handleVornSharingSettingsInfo, "[%s]:[%s] - handling File Sharing Settings Info successful",
+    {"VornSharingSettings", handleVornSharingSettingsInfo,
+     "[%s]:[%s] - handling File Sharing Settings Info successful",
      "[%s]:[%s] - Error while handling Vorn Sharing settings info : FILE_SHARING_SETTINGS_DATA_TYPE_ERROR"},
 };
 static_assert(sizeof(kSequence) / sizeof(kSequence[0]) == 17, "seventeen groups");
@@ -275,6 +340,31 @@ int handleCompleteJSONData(yajl_val element, context_t* ctx) {
         TLOG_SYS(TOLA_LOG_INFO, step.successLog);
     }
     return 0;
+}
+
+void tola_json::describeKeyTables(TOLAAgent& agent, KeyTableSink& sink) {
+    context_t ctx{};
+    ctx.agent = &agent;
+    tDescribing = &sink;
+    for (const GroupStep& step : kSequence) {
+        tDescribedGroup = step.group;
+        sink.group(step.group);
+        gDescribedElementNode.type = yajl_t_object;
+        step.handler(&gDescribedElementNode, &ctx);
+        describeNetworkKeys(step.group, sink);
+        describeDeviceKeys(step.group, sink);
+    }
+    tDescribing = nullptr;
+    // Read by the document walk, not by a handler of the sequence.
+    sink.group("AccessControlSettings");
+    sink.note(KeyNote{"(entry name)", "object {Lock, Hide}",
+                      "one entry per name; an element that carries this group is read for it alone", 0,
+                      nullptr, 0, nullptr});
+    sink.note(KeyNote{"Lock", "any", "only JSON true clears the entry's write flag; other values leave it on",
+                      0, nullptr, 0, nullptr});
+    sink.note(KeyNote{"Hide", "any",
+                      "only JSON true clears the entry's display flag; other values leave it on", 0, nullptr,
+                      0, nullptr});
 }
 
 int handleAccessControlEntryInfo(const char* name, yajl_val entry, context_t* ctx) {

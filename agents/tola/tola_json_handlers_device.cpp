@@ -361,6 +361,7 @@ int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx) {
                 "[%s]:[%s] - Invalid object file sharing settings of access type %s",
                 "Invalid File sharing settings Object access type parameter value"),
     };
+    describeTable(kRules, sizeof(kRules) / sizeof(kRules[0]), GroupCodes{120, 164});
     for (size_t i = 0; i < group->u.object.len; ++i) {
         const char* key = group->u.object.keys[i];
         yajl_val value = group->u.object.values[i];
@@ -421,4 +422,17 @@ int handleVornSharingSettingsInfo(yajl_val element, context_t* ctx) {
         }
     }
     return 0;
+}
+
+void tola_json::describeDeviceKeys(const std::string& group, KeyTableSink& sink) {
+    if (group != "VornSharingSettings") {
+        return;
+    }
+    sink.note(KeyNote{"VornSharingTopLevelFolder", "array of objects {FolderName}",
+                      "replaces the folder list; at most as many folders as the device supports (10)", 120,
+                      "Invalid File sharing settings Object top level folder parameter data type", 164,
+                      "Invalid File sharing settings Object. Top level folder count is exceeded."});
+    sink.group("VornSharingSettings.VornSharingTopLevelFolder[]");
+    sink.note(KeyNote{"FolderName", "string", "up to 255 characters", 120,
+                      "Invalid File sharing settings Object folder name parameter data type", 0, nullptr});
 }

@@ -161,36 +161,42 @@ int handleCustomApps(const char* function, yajl_val apps, TOLAAgent& agent, sys_
 
 // ---- Devices ------------------------------------------------------------------------------
 
+namespace {
+const DeviceListTexts kWhiteListedDevicesTexts = {
+    "WhiteListedDevices",
+    "[%s]:[%s] - %s - NO WhiteListedDevices Object in the JSON data",
+    "[%s]:[%s] - Invalid WHITE_LIST_DEVICE MACADDRESS parameter data type",
+    "Invalid White list devices object mac adress parameter data type",
+    "[%s]:[%s] - WhiteListDevices count exceeded %d",
+    "Invalid White list devices object mac adress count is exceeded",
+    101,
+    TOLA_WHITE_LIST_MAC_FIRST,
+    TolaField::WhiteListedDevices,
+};
+
+const DeviceListTexts kBlockedDevicesTexts = {
+    "BlockedDevices",
+    "[%s]:[%s] - %s - NO BlockedDevices Object in the JSON data",
+    "[%s]:[%s] - Invalid Blocked Devices MACADDRESS parameter data type",
+    "Invalid Blocked list devices object mac adress parameter data type",
+    "[%s]:[%s] - Block List Devices count exceeded %d",
+    "Invalid Blocked list devices object mac adress count is exceeded",
+    100,
+    TOLA_BLOCKED_MAC_FIRST,
+    TolaField::BlockedDevices,
+};
+}  // namespace
+
 int handleBlockedDevicesInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    static const DeviceListTexts kTexts = {
-        "BlockedDevices",
-        "[%s]:[%s] - %s - NO BlockedDevices Object in the JSON data",
-        "[%s]:[%s] - Invalid Blocked Devices MACADDRESS parameter data type",
-        "Invalid Blocked list devices object mac adress parameter data type",
-        "[%s]:[%s] - Block List Devices count exceeded %d",
-        "Invalid Blocked list devices object mac adress count is exceeded",
-        100,
-        TOLA_BLOCKED_MAC_FIRST,
-        TolaField::BlockedDevices,
-    };
-    return handleDeviceList(__FUNCTION__, element, ctx, kTexts, &TOLASettingsObject::GetMacCount);
+    return handleDeviceList(__FUNCTION__, element, ctx, kBlockedDevicesTexts,
+                            &TOLASettingsObject::GetMacCount);
 }
 
 int handleWhiteListedDevicesInfo(yajl_val element, context_t* ctx) {
     FnTrace trace(__FUNCTION__);
-    static const DeviceListTexts kTexts = {
-        "WhiteListedDevices",
-        "[%s]:[%s] - %s - NO WhiteListedDevices Object in the JSON data",
-        "[%s]:[%s] - Invalid WHITE_LIST_DEVICE MACADDRESS parameter data type",
-        "Invalid White list devices object mac adress parameter data type",
-        "[%s]:[%s] - WhiteListDevices count exceeded %d",
-        "Invalid White list devices object mac adress count is exceeded",
-        101,
-        TOLA_WHITE_LIST_MAC_FIRST,
-        TolaField::WhiteListedDevices,
-    };
-    return handleDeviceList(__FUNCTION__, element, ctx, kTexts, &TOLASettingsObject::GetWhiteListMacCount);
+    return handleDeviceList(__FUNCTION__, element, ctx, kWhiteListedDevicesTexts,
+                            &TOLASettingsObject::GetWhiteListMacCount);
 }
 
 // ---- Reserved addresses (built, not in the sequence) ---------------------------------------
@@ -459,6 +465,16 @@ const KeyRule kFilterCustomRules[] = {
             "Invalid Port filter Object custom application type parameter value"),
 };
 
+const CustomAppTexts kFilterCustomTexts = {
+    kFilterCustomRules,
+    sizeof(kFilterCustomRules) / sizeof(kFilterCustomRules[0]),
+    118,
+    162,
+    25,
+    "[%s]:[%s] - Invalid PORT_FILTER Custom Apps count=%d",
+    "Invalid Port filter Object custom applications count is exceeded",
+};
+
 }  // namespace
 
 int handlePortFilterCustomApps(yajl_val apps, context_t* ctx) {
@@ -472,16 +488,7 @@ int handlePortFilterCustomApps(yajl_val apps, context_t* ctx) {
     if (count == nullptr || list == nullptr) {
         return 0;
     }
-    static const CustomAppTexts kTexts = {
-        kFilterCustomRules,
-        sizeof(kFilterCustomRules) / sizeof(kFilterCustomRules[0]),
-        118,
-        162,
-        25,
-        "[%s]:[%s] - Invalid PORT_FILTER Custom Apps count=%d",
-        "Invalid Port filter Object custom applications count is exceeded",
-    };
-    return handleCustomApps(__FUNCTION__, apps, *agent, list, count, kTexts);
+    return handleCustomApps(__FUNCTION__, apps, *agent, list, count, kFilterCustomTexts);
 }
 
 int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
@@ -499,6 +506,7 @@ int handlePortFilteringSettingsInfo(yajl_val element, context_t* ctx) {
                 "[%s]:[%s] - Invalid PORT_FILTERING ENABLED parameter data type",
                 "Invalid Port filtering Object enabled parameter data type"),
     };
+    describeTable(kRules, 1, GroupCodes{118, 118});
     for (size_t i = 0; i < group->u.object.len; ++i) {
         const char* key = group->u.object.keys[i];
         yajl_val value = group->u.object.values[i];
@@ -647,6 +655,16 @@ const KeyRule kForwardCustomRules[] = {
             "Invalid Port forward Object custom application IP address parameter data type"),
 };
 
+const CustomAppTexts kForwardCustomTexts = {
+    kForwardCustomRules,
+    sizeof(kForwardCustomRules) / sizeof(kForwardCustomRules[0]),
+    119,
+    163,
+    23,
+    "[%s]:[%s] - Invalid PORT_FORWARDING Custom Apps count=%d",
+    "Invalid Port forward Object. Custom application count is exceeded.",
+};
+
 }  // namespace
 
 bool tola_is_predefined_forward_app(const sys_router_app_t& app) {
@@ -671,16 +689,7 @@ int handlePortForwardCustomApps(yajl_val apps, context_t* ctx) {
     if (count == nullptr || list == nullptr) {
         return 0;
     }
-    static const CustomAppTexts kTexts = {
-        kForwardCustomRules,
-        sizeof(kForwardCustomRules) / sizeof(kForwardCustomRules[0]),
-        119,
-        163,
-        23,
-        "[%s]:[%s] - Invalid PORT_FORWARDING Custom Apps count=%d",
-        "Invalid Port forward Object. Custom application count is exceeded.",
-    };
-    return handleCustomApps(__FUNCTION__, apps, *agent, list, count, kTexts);
+    return handleCustomApps(__FUNCTION__, apps, *agent, list, count, kForwardCustomTexts);
 }
 
 int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
@@ -704,6 +713,7 @@ int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
     for (size_t s = 0; s < kForwardServiceCount; ++s) {
         appIndex[s] = -1;
     }
+    describeTable(kRules, 1, GroupCodes{119, 119});
     for (size_t i = 0; i < group->u.object.len; ++i) {
         const char* key = group->u.object.keys[i];
         yajl_val value = group->u.object.values[i];
@@ -768,4 +778,75 @@ int handlePortForwardingSettingsInfo(yajl_val element, context_t* ctx) {
         }
     }
     return 0;
+}
+
+// ---- Description of the keys read without a table -------------------------------------------
+
+namespace {
+
+std::string protocolName(uint32_t protocol) {
+    for (const Choice& choice : kAppTypes) {
+        if (static_cast<uint32_t>(choice.code) == protocol) {
+            return choice.text;
+        }
+    }
+    return std::to_string(protocol);
+}
+
+std::string portsText(uint32_t start, uint32_t end, uint32_t protocol) {
+    std::string ports =
+        start == end ? std::to_string(start) : std::to_string(start) + "-" + std::to_string(end);
+    return protocolName(protocol) + " " + ports;
+}
+
+void describeDeviceList(const DeviceListTexts& t, KeyTableSink& sink) {
+    sink.note(KeyNote{"(the group)", "array of objects {DeviceMacAddress}",
+                      "replaces the list; at most " + std::to_string(TOLA_MAX_LISTED_DEVICES) +
+                          " elements; elements without the key are skipped",
+                      0, nullptr, 150, t.countUser});
+    sink.note(KeyNote{"DeviceMacAddress", "string", "in each element; up to 49 characters", t.typeCode,
+                      t.typeUser, 0, nullptr});
+}
+
+void describeCustomApps(const char* group, const char* key, const CustomAppTexts& t, const char* typeUser,
+                        KeyTableSink& sink) {
+    sink.note(KeyNote{key, "array of objects",
+                      "each element with a known key adds one application; at most " +
+                          std::to_string(t.limit) +
+                          " applications in the list, predefined ones written before the array included",
+                      t.typeCode, typeUser, t.countCode, t.countUser});
+    sink.group(std::string(group) + "." + key + "[]");
+    sink.table(t.rules, t.ruleCount, GroupCodes{t.typeCode, t.countCode});
+}
+
+}  // namespace
+
+void tola_json::describeNetworkKeys(const std::string& group, KeyTableSink& sink) {
+    if (group == "BlockedDevices") {
+        describeDeviceList(kBlockedDevicesTexts, sink);
+    } else if (group == "WhiteListedDevices") {
+        describeDeviceList(kWhiteListedDevicesTexts, sink);
+    } else if (group == "PortFilteringSettings") {
+        for (const PredefinedApp& app : kFilterApps) {
+            sink.note(KeyNote{app.key, "true/false",
+                              std::string("true appends \"") + app.name + "\", " +
+                                  portsText(app.startPort, app.endPort, app.protocol),
+                              118, app.typeUser, 0, nullptr});
+        }
+        describeCustomApps("PortFilteringSettings", "PortFilteringCustomApplications", kFilterCustomTexts,
+                           "Invalid Port filtering Object custom applications parameter data type", sink);
+    } else if (group == "PortForwardingSettings") {
+        for (const ForwardService& service : kForwardServices) {
+            sink.note(KeyNote{service.key, "true/false",
+                              std::string("true appends \"") + service.name + "\", " +
+                                  portsText(service.startPort, service.endPort, service.protocol) + ", to " +
+                                  service.addressKey,
+                              119, service.typeUser, 0, nullptr});
+            sink.note(KeyNote{service.addressKey, "string",
+                              std::string("the address ") + service.key + " forwards to", 119,
+                              service.addressTypeUser, 0, nullptr});
+        }
+        describeCustomApps("PortForwardingSettings", "PortForwardingCustomApplications", kForwardCustomTexts,
+                           "Invalid Port forwarding Object custom applications parameter data type", sink);
+    }
 }

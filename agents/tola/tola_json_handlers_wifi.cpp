@@ -16,16 +16,19 @@ bool acceptSSID(const char* ssid) {
     }
     return !(ssid[0] == ' ' && ssid[len - 1] == ' ');
 }
+TOLA_DESCRIBE_TEXT_CHECK(acceptSSID, "1 to 32 characters, not beginning and ending with a space");
 
 // Empty, or at most 63 characters.
 bool acceptWiFiKey(const char* key) {
     return strlen(key) <= 63;
 }
+TOLA_DESCRIBE_TEXT_CHECK(acceptWiFiKey, "at most 63 characters");
 
 // Fits the 255 characters the login record keeps.
 bool acceptSecurityAnswer(const char* answer) {
     return strlen(answer) <= 255;
 }
+TOLA_DESCRIBE_TEXT_CHECK(acceptSecurityAnswer, "at most 255 characters");
 
 const Choice kSecurityModes[] = {
     {"None", static_cast<int>(SYS_WIFI_SECURITY_NONE), nullptr},

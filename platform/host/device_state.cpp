@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <mutex>
 #include <sstream>
@@ -240,10 +241,175 @@ bool deviceTakeFault(const char* call, int* result) {
     return taken;
 }
 
+const std::vector<const char*>& deviceFaultCalls() {
+    static const std::vector<const char*> calls = {
+        "GetDhcpEndAddress",
+        "HttpHelper::ExecuteGetRequest",
+        "MsgbusHandler::Initialize",
+        "MsgbusHandler::PublishData",
+        "MsgbusHandler::RegisterForChannelSubscription",
+        "deviceui_get_admin_password_enabled",
+        "deviceui_get_display_setting_enabled",
+        "deviceui_get_file_sharing_display_setting_enabled",
+        "deviceui_get_guest_wifi_info_display_settings",
+        "deviceui_get_notification_display_wakeup_setting_enabled",
+        "deviceui_get_primary_wifi_info_display_settings",
+        "deviceui_get_screen_timeout_settings",
+        "deviceui_get_usb_connection_prompt_enabled",
+        "deviceui_get_wifi_display_setting_enabled",
+        "deviceui_set_admin_password_enabled",
+        "deviceui_set_display_setting_enabled",
+        "deviceui_set_file_sharing_display_setting_enabled",
+        "deviceui_set_guest_wifi_info_display_settings",
+        "deviceui_set_notification_display_wakeup_setting_enabled",
+        "deviceui_set_primary_wifi_info_display_settings",
+        "deviceui_set_screen_timeout_settings",
+        "deviceui_set_usb_connection_prompt_enabled",
+        "deviceui_set_wifi_display_setting_enabled",
+        "dua_get_data_usage_info",
+        "dua_start_data_usage_script",
+        "sys_cellularDataConnect",
+        "sys_cellularDataDisconnect",
+        "sys_cellularDataUsageAPNCallConnect",
+        "sys_cellularDataUsageAPNCallDisconnect",
+        "sys_deleteKnownDevice",
+        "sys_enableWifiWhileTethered",
+        "sys_getActiveModemProfileIndex",
+        "sys_getAllDevicesList",
+        "sys_getAudioAlertsEnabled",
+        "sys_getCellularDataConnectionPreference",
+        "sys_getCellularDataConnectionStatus",
+        "sys_getCellularDataEnabled",
+        "sys_getCellularServiceStats",
+        "sys_getCellularServiceStatus",
+        "sys_getDMZEnabled",
+        "sys_getDMZSettings",
+        "sys_getEnabledRadioTechnologies",
+        "sys_getGPSEnabled",
+        "sys_getGPSFixData",
+        "sys_getGPSPrivacyAgreementAccepted",
+        "sys_getGPSStartupState",
+        "sys_getHWFactoryResetEnabled",
+        "sys_getHardwareInfo",
+        "sys_getIPv6Enabled",
+        "sys_getIPv6TransparentModeEnabled",
+        "sys_getLANSettings",
+        "sys_getLEDEnabled",
+        "sys_getMacFilterWhiteListEnabled",
+        "sys_getManualDNSEnabled",
+        "sys_getManualDNSSettings",
+        "sys_getModemProfile",
+        "sys_getNMEAOverWiFiEnabled",
+        "sys_getNMEAOverWiFiSettings",
+        "sys_getNetworkTime",
+        "sys_getPortFilteringEnabled",
+        "sys_getPortForwardingEnabled",
+        "sys_getPowerSaveSettings",
+        "sys_getSIMCarrier",
+        "sys_getSambaEnabled",
+        "sys_getSambaGuestNetworkEnabled",
+        "sys_getSambaPrimaryNetworkEnabled",
+        "sys_getSambaSettings",
+        "sys_getSubscriberInfo",
+        "sys_getSystemVersion",
+        "sys_getUINotificationSettings",
+        "sys_getUIStealthModeEnabled",
+        "sys_getUSBTetheringEnabled",
+        "sys_getUniversalChargingSettings",
+        "sys_getVPNPassthroughEnabled",
+        "sys_getWatchdogInterval",
+        "sys_getWiFiCarrierEnabled",
+        "sys_getWiFiEnabled",
+        "sys_getWiFiGuestCarrierEnabled",
+        "sys_getWiFiGuestProfile",
+        "sys_getWiFiMaxClients",
+        "sys_getWiFiPrimaryProfile",
+        "sys_rebootSystem",
+        "sys_resolveHostName",
+        "sys_restoreFactoryDefaults",
+        "sys_sdkInitialize",
+        "sys_sdkShutdown",
+        "sys_setAudioAlertsEnabled",
+        "sys_setAutoShutdownEnabled",
+        "sys_setCellularDataConnectionPreference",
+        "sys_setCellularDataEnabled",
+        "sys_setDHCPReservedAddrList",
+        "sys_setDMZEnabled",
+        "sys_setDMZSettings",
+        "sys_setDeepSleepEnabled",
+        "sys_setEnabledRadioTechnologies",
+        "sys_setGPSEnabled",
+        "sys_setGPSPrivacyAgreementAccepted",
+        "sys_setGPSStartupState",
+        "sys_setHWFactoryResetEnabled",
+        "sys_setIPv6Enabled",
+        "sys_setIPv6TransparentModeEnabled",
+        "sys_setLANSettings",
+        "sys_setLEDEnabled",
+        "sys_setMacFilterList",
+        "sys_setMacFilterWhiteListEnabled",
+        "sys_setManualDNSEnabled",
+        "sys_setManualDNSSettings",
+        "sys_setModemProfile",
+        "sys_setNMEAOverWiFiEnabled",
+        "sys_setNMEAOverWiFiSettings",
+        "sys_setPortFilteringApplicationList",
+        "sys_setPortFilteringEnabled",
+        "sys_setPortForwardingApplicationList",
+        "sys_setPortForwardingEnabled",
+        "sys_setPowerSaveSettings",
+        "sys_setSambaEnabled",
+        "sys_setSambaFolderSettings",
+        "sys_setSambaGuestNetworkEnabled",
+        "sys_setSambaHostname",
+        "sys_setSambaPrimaryNetworkEnabled",
+        "sys_setSambaSettings",
+        "sys_setUINotificationSettings",
+        "sys_setUIStealthModeEnabled",
+        "sys_setUSBTetheringEnabled",
+        "sys_setUniversalChargingSettings",
+        "sys_setVPNPassthroughEnabled",
+        "sys_setWiFiEnabled",
+        "sys_setWiFiGuestProfile",
+        "sys_setWiFiGuestProfileForRadio",
+        "sys_setWiFiMaxClients",
+        "sys_setWiFiPrimaryProfile",
+        "sys_setWiFiPrimaryProfileForRadio",
+        "sys_validateHomeNetwork",
+        "sys_watchdogApplicationKeepAlive",
+        "sys_watchdogApplicationRegister",
+        "webui_get_advanced_settings",
+        "webui_get_app_configurations",
+        "webui_get_i18n_settings",
+        "webui_get_log_settings",
+        "webui_get_login_settings",
+        "webui_set_advanced_settings",
+        "webui_set_i18n_settings",
+        "webui_set_log_settings",
+        "webui_set_login_settings",
+        "xmldata_getcount",
+        "xmldata_getstring",
+        "xmldata_getuint32",
+        "xmldata_initialize",
+    };
+    return calls;
+}
+
+std::string deviceTimestamp() {
+    struct timespec now {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    struct tm utc {};
+    gmtime_r(&now.tv_sec, &utc);
+    char text[40];
+    size_t n = strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc);
+    snprintf(text + n, sizeof text - n, ".%03ldZ", now.tv_nsec / 1000000L);
+    return text;
+}
+
 void deviceJournal(const char* call, const json& args, int result, const char* journal) {
     std::string path = sys_fsPath((std::string("/var/lib/ardo/") + journal).c_str());
     hostMakeDirs(dirOf(path));
-    json line = {{"call", call}, {"args", args}, {"result", result}};
+    json line = {{"call", call}, {"args", args}, {"result", result}, {"time", deviceTimestamp()}};
     // A text cut inside a UTF-8 sequence (a record field's bound) is journalled with U+FFFD.
     std::string text = line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);

@@ -8,6 +8,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 namespace ardo {
 
@@ -64,7 +65,16 @@ bool deviceStateSet(const std::string& pointer, const json& value);
 // true and *result set when the call is to fail with a scripted result.
 bool deviceTakeFault(const char* call, int* result);
 
-// Appends one line to a journal under var/lib/ardo/: {"call":..., "args":..., "result":...}.
+// Every platform call whose result a scripted fault can replace (the names deviceTakeFault is
+// asked with), sorted. A unit test keeps it equal to the hooks in platform/host.
+const std::vector<const char*>& deviceFaultCalls();
+
+// Now, real time, as ISO 8601 UTC with milliseconds ("2026-11-23T10:39:30.123Z"); the stamp of the
+// debug log's lines and the journals' entries.
+std::string deviceTimestamp();
+
+// Appends one line to a journal under var/lib/ardo/:
+// {"call":..., "args":..., "result":..., "time": deviceTimestamp()}.
 // calls.jsonl (the default) is for the platform calls that change the device; waits.jsonl
 // records the platform sleeps, so that a test can count waits without reading them as changes.
 void deviceJournal(const char* call, const json& args, int result, const char* journal = "calls.jsonl");

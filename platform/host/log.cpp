@@ -1,6 +1,11 @@
 // Host logging: the debug log file var/log/tola.log under the root (optionally mirrored to
 // stderr with ARDO_LOG_STDERR=1) and syslog(3). ARDO_LOG_LEVEL is the highest level written to
 // the debug log; a line above it returns before anything is formatted.
+//
+// Each line of the file starts with the time it was written, ISO 8601 UTC with milliseconds and a
+// space, so that a check-in can be followed across the log, the journals and the portal's log.
+// Under systemd (JOURNAL_STREAM set) errors and notices (level 5 and below) also go to stderr with
+// the "<level>" prefix journald reads, so that a failed start shows in `systemctl status`.
 #include <syslog.h>
 #include <unistd.h>
 
@@ -11,6 +16,7 @@
 #include <mutex>
 #include <string>
 
+#include "device_state.h"
 #include "host_env.h"
 #include "sys_core.h"
 #include "vorn_dbg.h"
@@ -20,6 +26,7 @@ namespace {
 std::mutex gLogMutex;
 FILE* gLogFile = nullptr;
 bool gMirror = false;
+bool gJournal = false;  // stderr is the journal's stream
 bool gSyslogOpen = false;
 
 constexpr int kMaxLevel = 7;
@@ -61,6 +68,8 @@ void openLocked() {
     gLogFile = std::fopen(path.c_str(), "ae");
     const char* mirror = std::getenv("ARDO_LOG_STDERR");
     gMirror = mirror != nullptr && std::strcmp(mirror, "1") == 0;
+    const char* journal = std::getenv("JOURNAL_STREAM");
+    gJournal = !gMirror && journal != nullptr && *journal != '\0';
 }
 
 }  // namespace
@@ -120,14 +129,19 @@ void vorn_dbg_vlog(int level, const char* format, va_list args) {
     if (text.empty() || text.back() != '\n') {
         text.push_back('\n');
     }
+    std::string stamp = ardo::deviceTimestamp();
     std::lock_guard<std::mutex> guard(gLogMutex);
     openLocked();
     if (gLogFile != nullptr) {
+        std::fputs(stamp.c_str(), gLogFile);
+        std::fputc(' ', gLogFile);
         std::fputs(text.c_str(), gLogFile);
         std::fflush(gLogFile);
     }
     if (gMirror) {
-        std::fputs(text.c_str(), stderr);
+        std::fprintf(stderr, "%s %s", stamp.c_str(), text.c_str());
+    } else if (gJournal && level <= 5) {
+        std::fprintf(stderr, "<%d>%s", level < 0 ? 0 : level, text.c_str());
     }
 }
 

@@ -58,7 +58,7 @@ done < <(grep -oE '[A-Za-z0-9_.-]+\.json' "$conf/config.xml" | sort -u)
 
 # The unit: how it stops and restarts, and the sandbox around a daemon that
 # writes only its state folder but shares System V shared memory with the device.
-for line in Restart=on-failure KillSignal=SIGTERM ProtectSystem=strict \
+for line in Restart=always KillSignal=SIGTERM ProtectSystem=strict \
             ReadWritePaths=/opt/ardo/data/tola PrivateTmp=yes NoNewPrivileges=yes ProtectHome=yes \
             WantedBy=multi-user.target; do
     check "unit lacks $line" grep -qx "$line" "$unit"

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <regex>
+#include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -59,4 +63,35 @@ TEST(FileSystemRoot, FixedPathsLiveUnderTheRoot) {
     EXPECT_EQ(sys_fsPath("/opt/ardo/data/tola/acl_config.xml"),
               root.dir() + "/opt/ardo/data/tola/acl_config.xml");
     EXPECT_EQ(sys_fsPath("tola_downloaded_config"), "tola_downloaded_config");
+}
+
+// `tola-devicectl fault set` refuses a call that is not in deviceFaultCalls(): the list must name
+// every hook of the host platform (the literal names asked of deviceTakeFault, and the getters
+// and setters the settings tables generate), and nothing else.
+TEST(DeviceFaultCalls, ListsEveryHookOfTheHostPlatform) {
+    std::set<std::string> hooks;
+    const std::regex literal(R"re(deviceTakeFault\("([^"]+)")re");
+    const std::regex generated(R"(\b((?:sys|deviceui|webui)_\w+)\b)");
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::string(TOLA_SOURCE_DIR) + "/platform/host")) {
+        if (entry.path().extension() != ".cpp") {
+            continue;
+        }
+        std::string file = entry.path().stem();
+        std::string text = tola_test::readWholeFile(entry.path());
+        for (std::sregex_iterator m(text.begin(), text.end(), literal), end; m != end; ++m) {
+            hooks.insert((*m)[1]);
+        }
+        if (file == "settings") {
+            for (std::sregex_iterator m(text.begin(), text.end(), generated), end; m != end; ++m) {
+                std::string name = (*m)[1];
+                if (name.size() < 2 || name.compare(name.size() - 2, 2, "_t") != 0) {
+                    hooks.insert(name);
+                }
+            }
+            hooks.erase("sys_settings");  // the header's name
+        }
+    }
+    std::set<std::string> listed(ardo::deviceFaultCalls().begin(), ardo::deviceFaultCalls().end());
+    EXPECT_EQ(listed, hooks);
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <regex>
 #include <string>
 
 #include "test_env.h"
@@ -60,3 +61,34 @@ TEST(HostLog, LevelThresholdKeepsTheLinesAtOrBelowIt) {
 }
 
 }  // namespace
+
+// Each line of the debug log starts with its time (ISO 8601 UTC, milliseconds) and then the text
+// as the agent wrote it. Under systemd (JOURNAL_STREAM) errors and notices, and only those, also
+// go to stderr with journald's level prefix.
+TEST(HostLog, LinesCarryTheirTimeAndReachTheJournalUpToNotices) {
+    tola_test::TempRoot root(true);
+    unsetenv("ARDO_LOG_LEVEL");
+    unsetenv("ARDO_LOG_STDERR");
+    setenv("JOURNAL_STREAM", "8:12345", 1);
+    root.remove("/var/log/tola.log");
+    testing::internal::CaptureStderr();
+    vorn_dbg_stop();
+    vorn_dbg_start();
+    for (int level : {3, 5, 6}) {
+        vorn_dbg_log(level, "[%s]:[%s] - line at %d", "TOLA", "f", level);
+    }
+    vorn_dbg_stop();
+    std::string mirrored = testing::internal::GetCapturedStderr();
+    unsetenv("JOURNAL_STREAM");
+    vorn_dbg_start();
+    vorn_dbg_stop();
+
+    EXPECT_EQ(mirrored, "<3>[TOLA]:[f] - line at 3\n<5>[TOLA]:[f] - line at 5\n");
+    std::string log = root.readFile("/var/log/tola.log");
+    const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[TOLA\]:\[f\] - line at (\d)\n)");
+    std::string levels;
+    for (std::sregex_iterator m(log.begin(), log.end(), line), end; m != end; ++m) {
+        levels += (*m)[1];
+    }
+    EXPECT_EQ(levels, "356") << log;
+}

@@ -17,7 +17,7 @@ const char* const kAclUsage = "acl   (dump the shared-memory access-control list
 
 int runAcl(const devicectl::Args& args) {
     if (!args.empty()) {
-        return devicectl::usageError(kAclUsage);
+        return devicectl::refuseArgument("acl", args[0], kAclUsage);
     }
     key_t key = sys_getACLSharedMemoryKey();
     int id = shmget(key, 0, 0);

@@ -2,8 +2,8 @@
 //   notify data-usage STATUS | notify time-change
 //   clock set TIME            (epoch seconds or YYYY-MM-DDTHH:MM:SS, UTC)
 //   fault set CALL RESULT...  | fault clear [CALL]
-//   state set PATH VALUE      (dispatched from the "state" verb)
 //   watch [CHANNEL...]        (print bus traffic until interrupted)
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -25,7 +25,8 @@ const char* const kNotifyUsage = "notify data-usage STATUS | notify time-change 
 const char* const kClockUsage =
     "clock set TIME   (device time := TIME, epoch seconds or YYYY-MM-DDTHH:MM:SS UTC)";
 const char* const kFaultUsage =
-    "fault set CALL RESULT... | fault clear [CALL]   (script platform call results)";
+    "fault set CALL RESULT... | fault clear [CALL] | fault list   (script platform call results; list the "
+    "calls)";
 const char* const kWatchUsage = "watch [CHANNEL...]   (print bus traffic until interrupted)";
 
 bool parseInt(const std::string& text, long long& value) {
@@ -66,11 +67,17 @@ int runNotify(const devicectl::Args& args) {
         int64_t now = static_cast<int64_t>(time(nullptr));
         return publish("modem2.time_change", &now, sizeof now);
     }
+    if (!args.empty() && args[0] != "data-usage" && args[0] != "time-change") {
+        return devicectl::refuseArgument("notify", args[0], kNotifyUsage);
+    }
     return devicectl::usageError(kNotifyUsage);
 }
 
 int runClock(const devicectl::Args& args) {
-    if (args.size() != 2 || args[0] != "set") {
+    if (!args.empty() && args[0] != "set") {
+        return devicectl::refuseArgument("clock", args[0], kClockUsage);
+    }
+    if (args.size() != 2) {
         return devicectl::usageError(kClockUsage);
     }
     long long target = 0;
@@ -91,12 +98,29 @@ int runClock(const devicectl::Args& args) {
 }
 
 int runFault(const devicectl::Args& args) {
+    if (args.size() >= 2 && args[0] == "set") {
+        const auto& calls = ardo::deviceFaultCalls();
+        if (std::find(calls.begin(), calls.end(), args[1]) == calls.end()) {
+            std::fprintf(
+                stderr,
+                "tola-devicectl fault set: unknown platform call '%s' (tola-devicectl fault list shows "
+                "them)\n",
+                args[1].c_str());
+            return 2;
+        }
+    }
+    if (args.size() == 1 && args[0] == "list") {
+        for (const char* call : ardo::deviceFaultCalls()) {
+            std::printf("%s\n", call);
+        }
+        return 0;
+    }
     if (args.size() >= 3 && args[0] == "set") {
         json results = json::array();
         for (size_t i = 2; i < args.size(); ++i) {
             long long value = 0;
             if (!parseInt(args[i], value)) {
-                return devicectl::usageError(kFaultUsage);
+                return devicectl::refuseArgument("fault", args[i], kFaultUsage);
             }
             results.push_back(value);
         }
@@ -114,6 +138,9 @@ int runFault(const devicectl::Args& args) {
         })
                    ? 0
                    : 1;
+    }
+    if (!args.empty() && args[0] != "set" && args[0] != "clear" && args[0] != "list") {
+        return devicectl::refuseArgument("fault", args[0], kFaultUsage);
     }
     return devicectl::usageError(kFaultUsage);
 }
@@ -171,27 +198,6 @@ int runWatch(const devicectl::Args& args) {
 }
 
 }  // namespace
-
-namespace devicectl {
-
-// "state set PATH VALUE": VALUE is taken as JSON when it parses, else as a string.
-int stateSet(const Args& args) {
-    if (args.size() != 3 || args[1].empty() || args[1][0] != '/') {
-        return usageError("state set PATH VALUE   (PATH a JSON pointer such as /gps/enabled)");
-    }
-    json value = json::parse(args[2], nullptr, false);
-    if (value.is_discarded()) {
-        value = args[2];
-    }
-    try {
-        return ardo::deviceStateSet(args[1], value) ? 0 : 1;
-    } catch (const json::exception& e) {
-        std::fprintf(stderr, "tola-devicectl: %s\n", e.what());
-        return 1;
-    }
-}
-
-}  // namespace devicectl
 
 DEVICECTL_VERB("notify", kNotifyUsage, runNotify);
 DEVICECTL_VERB("clock", kClockUsage, runClock);

@@ -1,6 +1,7 @@
 // parse FILE: runs a configuration document through the agent's real parser against the simulated
 // device (ARDO_ROOT, as the agent) and prints the result code, the error message, the present
-// groups and fields with what they hold, and the access-control entries the document set.
+// groups and fields with what they hold, and the access-control entries the document set; on
+// stderr what is wrong with it. Exits 1 when the agent would refuse it.
 //
 // The access-control entries go to a shared-memory segment as in the agent, but to a private one:
 // the tool points ARDO_SHM_KEY at a key of its own (derived from its process id) before the agent
@@ -26,7 +27,10 @@ namespace {
 const char* const kParseUsage = "parse FILE   (run a configuration document through the agent's parser)";
 
 int runParse(const devicectl::Args& args) {
-    if (args.size() != 1) {
+    if (args.size() > 1) {
+        return devicectl::refuseArgument("parse", args[1], kParseUsage);
+    }
+    if (args.empty()) {
         return devicectl::usageError(kParseUsage);
     }
     std::string text;
@@ -70,7 +74,9 @@ int runParse(const devicectl::Args& args) {
         shmctl(id, IPC_RMID, nullptr);
     }
     std::printf("%s\n", out.dump(2).c_str());
-    return 0;
+    std::fflush(stdout);
+    devicectl::explainDocument(text, code, out["error"].get<std::string>());
+    return code == 0 ? 0 : 1;
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 //   sms send [--key K] 'COMMAND'   "<TOLA><" + COMMAND encrypted under K + ">"; K defaults to the
 //                                  factory key (BaseEncryptionKey) of the device's config.xml
 //   sms raw TEXT                   TEXT as it stands (malformed messages, captured ones)
+#include <systemd/sd-bus.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -31,7 +33,67 @@ std::string factoryKey() {
     return rc == 0 ? key : "";
 }
 
+// Whether any connection on the bus has a match rule for the channel, i.e. would receive the
+// message: 1 yes, 0 no, -1 cannot tell. Asks the bus daemon for every connection's match rules
+// (org.freedesktop.DBus.Debug.Stats, present in dbus-daemon; a system bus may refuse it).
+int subscribed(const std::string& channel) {
+    sd_bus* bus = nullptr;
+    const char* address = std::getenv("ARDO_BUS_ADDRESS");
+    int r;
+    if (address != nullptr && *address != '\0') {
+        r = sd_bus_new(&bus);
+        if (r >= 0) {
+            r = sd_bus_set_address(bus, address);
+        }
+        if (r >= 0) {
+            r = sd_bus_set_bus_client(bus, 1);
+        }
+        if (r >= 0) {
+            r = sd_bus_start(bus);
+        }
+    } else {
+        r = sd_bus_open_user(&bus);
+    }
+    sd_bus_message* reply = nullptr;
+    if (r >= 0) {
+        r = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                               "org.freedesktop.DBus.Debug.Stats", "GetAllMatchRules", nullptr, &reply, "");
+    }
+    const std::string wanted = "arg0='" + channel + "'";
+    int found = r >= 0 ? 0 : -1;
+    if (r >= 0 && sd_bus_message_enter_container(reply, 'a', "{sas}") > 0) {
+        while (found == 0 && sd_bus_message_enter_container(reply, 'e', "sas") > 0) {
+            const char* connection = nullptr;
+            sd_bus_message_read(reply, "s", &connection);
+            if (sd_bus_message_enter_container(reply, 'a', "s") > 0) {
+                const char* rule = nullptr;
+                while (sd_bus_message_read(reply, "s", &rule) > 0) {
+                    if (rule != nullptr && std::string(rule).find(wanted) != std::string::npos) {
+                        found = 1;
+                    }
+                }
+                sd_bus_message_exit_container(reply);
+            }
+            sd_bus_message_exit_container(reply);
+        }
+    }
+    sd_bus_message_unref(reply);
+    sd_bus_flush_close_unref(bus);
+    return found;
+}
+
 int publishText(const std::string& text) {
+    int listening = subscribed("sms.msg.tola");
+    if (listening == 0) {
+        std::fprintf(
+            stderr,
+            "tola-devicectl sms: no agent is subscribed to sms.msg.tola on this bus: nobody receives the "
+            "message (is the agent running, with the same ARDO_BUS_ADDRESS?)\n");
+    } else if (listening < 0) {
+        std::fprintf(stderr,
+                     "tola-devicectl sms: cannot tell whether an agent is subscribed (the bus does not "
+                     "list match rules)\n");
+    }
     MsgbusHandler bus;
     if (bus.Initialize() != 0) {
         std::fprintf(stderr, "tola-devicectl: cannot connect to the bus (ARDO_BUS_ADDRESS)\n");
@@ -51,8 +113,11 @@ int runSms(const devicectl::Args& args) {
     if (args.size() == 2 && args[0] == "raw") {
         return publishText(args[1]);
     }
-    if (args.empty() || args[0] != "send") {
+    if (args.empty()) {
         return devicectl::usageError(kSmsUsage);
+    }
+    if (args[0] != "send") {
+        return devicectl::refuseArgument("sms", args[0], kSmsUsage);
     }
     std::string key;
     std::string command;
@@ -64,7 +129,7 @@ int runSms(const devicectl::Args& args) {
             command = args[i];
             haveCommand = true;
         } else {
-            return devicectl::usageError(kSmsUsage);
+            return devicectl::refuseArgument("sms", args[i], kSmsUsage);
         }
     }
     if (!haveCommand) {

@@ -87,7 +87,10 @@ void copyDevice(const fs::path& from, const fs::path& to) {
 }
 
 int runValidate(const devicectl::Args& args) {
-    if (args.size() != 1) {
+    if (args.size() > 1) {
+        return devicectl::refuseArgument("validate", args[1], kValidateUsage);
+    }
+    if (args.empty()) {
         return devicectl::usageError(kValidateUsage);
     }
     std::string text;
@@ -152,6 +155,8 @@ int runValidate(const devicectl::Args& args) {
 
     std::printf("code %d\n", code);
     std::printf("message %s\n", message.c_str());
+    std::fflush(stdout);
+    devicectl::explainDocument(text, code, message);
     if (code != 0) {
         return 1;
     }
