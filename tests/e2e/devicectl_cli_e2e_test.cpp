@@ -44,6 +44,12 @@ TEST(DevicectlCliE2E, ConventionsAndDiagnoses) {
     root.writeFile("/typo.json", "[{\"WiFiNetworkSettings\": {\"WifiSSID\": \"x\"}}]");
     root.writeFile("/port.json", "[{\"GPSSettings\": {\"GPSNMEAOverWiFiPortNumber\": 1023}}]");
     root.writeFile("/kind.json", "[{\"LANSettings\": {\"DHCPLeaseTime\": \"long\"}}]");
+    root.writeFile("/empty.json", "[]");
+    root.writeFile("/trailing.json", "[{}]\n x");
+    root.writeFile("/nested.json",
+                   "[{\"BlockedDevices\": [{\"DeviceMacAdress\": \"a\"}], \"PortFilteringSettings\": "
+                   "{\"PortFilteringCustomApplications\": [{\"AppNme\": \"b\"}]}, "
+                   "\"DevicePreferences\": {\"USBModePreferences\": {\"USBmode\": 1}}}]");
     std::string encrypted = Shell("echo hello | " + kCtl + "encrypt --key right", root).out;
     root.writeFile("/cipher.txt", encrypted);
     struct Case {
@@ -80,6 +86,16 @@ TEST(DevicectlCliE2E, ConventionsAndDiagnoses) {
          "GPSSettings.GPSNMEAOverWiFiPortNumber = 1023: value not accepted"},
         {kCtl + "parse '" + root.path("/kind.json") + "'", 1, "\"code\": 109",
          "LANSettings.DHCPLeaseTime = \"long\": wrong JSON kind"},
+        {kCtl + "validate '" + root.path("/empty.json") + "'", 1, "code 1", "top-level array is empty"},
+        {kCtl + "validate '" + root.path("/trailing.json") + "'", 0, "code 0",
+         "line 2, column 2: trailing garbage"},
+        {kCtl + "validate '" + root.path("/nested.json") + "'", 0, "code 0",
+         "DeviceMacAdress: unknown key, did you mean DeviceMacAddress? (in BlockedDevices"},
+        {kCtl + "validate '" + root.path("/nested.json") + "'", 0, "code 0",
+         "AppNme: unknown key, did you mean AppName? (in "
+         "PortFilteringSettings.PortFilteringCustomApplications[]"},
+        {kCtl + "validate '" + root.path("/nested.json") + "'", 0, "code 0",
+         "USBmode: unknown key, did you mean USBMode? (in DevicePreferences.USBModePreferences"},
         {kCtl + "sms send '<103>'", 0, "<TOLA><", "no agent is subscribed to sms.msg.tola"},
         {kCtl + "status", 0, "reboots         3", ""},
         {kAgent + "--help", 0, "usage: tola_agent", ""},
@@ -93,6 +109,14 @@ TEST(DevicectlCliE2E, ConventionsAndDiagnoses) {
         EXPECT_NE(run.out.find(c.out), std::string::npos) << run.out;
         EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
     }
+
+    // status reads the agent's record: the flag, the URL and the key in use, masked.
+    tola_test::StoreRecord("https://127.0.0.1:8443/", true, "fleet-key-0042");
+    Outcome status = Shell(kCtl + "status", root);
+    EXPECT_NE(status.out.find("check-in flag   true\n"), std::string::npos) << status.out;
+    EXPECT_NE(status.out.find("check-in URL    https://127.0.0.1:8443/\n"), std::string::npos) << status.out;
+    EXPECT_NE(status.out.find("key in use      fle...42 (14 characters)"), std::string::npos) << status.out;
+    EXPECT_EQ(status.out.find("fleet-key-0042"), std::string::npos);
 }
 
 }  // namespace
