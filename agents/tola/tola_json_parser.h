@@ -101,9 +101,15 @@ struct context_t {
     char* errbuf;  // when set, builder errors are written here (bounded by errbuf_size)
     size_t errbuf_size;
     TOLAAgent* agent;
+    size_t depth;  // composites open on the stack
 };
 
-// Pushes an open object or array. 0 on success, ENOMEM or EINVAL otherwise.
+// The deepest nesting of objects and arrays the builder accepts. Real documents and answers nest
+// four or five levels; deeper input is refused as malformed, so that a hostile text cannot make
+// the agent hold one node per byte.
+constexpr size_t TOLA_JSON_MAX_DEPTH = 64;
+
+// Pushes an open object or array. 0 on success, ENOMEM, or EINVAL (also past TOLA_JSON_MAX_DEPTH).
 int context_push(context_t* ctx, yajl_val v);
 // Takes the top composite off the stack; null (with an error) on an empty stack.
 yajl_val context_pop(context_t* ctx);

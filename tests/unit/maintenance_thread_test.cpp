@@ -73,7 +73,7 @@ TEST(MaintenanceThread, RunsOnlyWhenSignalledAndKeepsSignalsThatArriveDuringTheC
     tola_test::TempRoot root(true);
     Recorder rec;
     rec.holdFirst = true;
-    MaintenanceThread timer(&rec, 0, 3456);  // interval 0: no period
+    MaintenanceThread timer(&rec, 0, 3456);  // interval 0: a day, far beyond this test
     ASSERT_EQ(timer.Run(), 0);
     settle();
     EXPECT_EQ(rec.calls(), 0);
@@ -87,6 +87,17 @@ TEST(MaintenanceThread, RunsOnlyWhenSignalledAndKeepsSignalsThatArriveDuringTheC
     ASSERT_TRUE(rec.waitForCalls(2));
     settle();
     EXPECT_EQ(rec.calls(), 2);
+}
+
+TEST(MaintenanceThread, AnIntervalOfZeroWaitsTheBuiltInDay) {
+    // 864000 times faster: the day is 100 ms, an hour 4 ms.
+    tola_test::TempRoot root(true, 864000.0);
+    Recorder rec;
+    MaintenanceThread timer(&rec, 0, 3456);
+    ASSERT_EQ(timer.Run(), 0);
+    EXPECT_TRUE(rec.waitForCalls(2));  // periodic, never signalled
+    // Not continuous either: a timer that took 0 literally would have run thousands of times.
+    EXPECT_LE(rec.calls(), 10);
 }
 
 TEST(MaintenanceThread, NewIntervalAppliesFromTheNextWait) {
