@@ -149,7 +149,8 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
         } else {
             std::string configuration = decrypted;
             std::free(decrypted);
-            TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Decrypted configuration is %s", configuration.c_str());
+            TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Decrypted configuration is %s",
+                 tola_mask_secrets(configuration).c_str());
             std::string errorMessage;
             int outcome = agent.ProcessResponse(configuration, errorMessage);
             mResultMessage = errorMessage;
@@ -176,7 +177,10 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
     // The receipt.
     agent.GetRuntimeConfig(runtimeConfig);
     std::string url = tola_record_text(runtimeConfig.checkInURL);
-    if (!url.empty()) {
+    if (!url.empty() && sys_processStopRequested()) {
+        // The agent is stopping: no new exchange that could hold the stop up.
+        TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Stop requested, config apply reply not sent\n");
+    } else if (!url.empty()) {
         std::string receipt;
         std::string checkIn;
         if (GetReceiptParameters(receipt) != 0 || GetCheckInParameters(checkIn) != 0) {

@@ -308,7 +308,8 @@ void TOLAApp::PerformGetSecurityKeyCheckinURL(const std::string& url) {
     }
     std::string answer = decrypted;
     std::free(decrypted);
-    TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - SMS 104 check in server decrypted response is %s", answer.c_str());
+    TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - SMS 104 check in server decrypted response is %s",
+         tola_mask_secrets(answer).c_str());
 
     std::string newKey;
     std::string newUrl;

@@ -125,6 +125,10 @@ yajl_val tola_tree_parse(const std::string& text);
 // yajl_tree_get semantics: follows the null-terminated key path through objects (first member of
 // each name), then returns the node if it has the wanted kind (yajl_t_any for every kind).
 yajl_val tola_tree_get(yajl_val node, const char** path, yajl_type kind);
+// The JSON text with the string value of every member whose name holds "Password", "Key" or
+// "Answer" replaced by "********": what the debug log may show of a document or an answer.
+// Text that is not JSON is masked as far as it reads like it.
+std::string tola_mask_secrets(const std::string& text);
 // Frees a whole tree without recursion (deep documents cannot exhaust the stack). Null is fine.
 void tola_tree_free(yajl_val v);
 

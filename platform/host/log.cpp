@@ -1,6 +1,8 @@
 // Host logging: the debug log file var/log/tola.log under the root (optionally mirrored to
 // stderr with ARDO_LOG_STDERR=1) and syslog(3). ARDO_LOG_LEVEL is the highest level written to
 // the debug log; a line above it returns before anything is formatted.
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -58,7 +60,15 @@ void openLocked() {
     std::string path = sys_fsPath("/var/log/tola.log");
     std::string dir = path.substr(0, path.rfind('/'));
     ardo::hostMakeDirs(dir);
-    gLogFile = std::fopen(path.c_str(), "ae");
+    // The debug log can hold keys and requests: its owner's alone, an older file included.
+    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    if (fd >= 0) {
+        fchmod(fd, 0600);
+        gLogFile = fdopen(fd, "a");
+        if (gLogFile == nullptr) {
+            close(fd);
+        }
+    }
     const char* mirror = std::getenv("ARDO_LOG_STDERR");
     gMirror = mirror != nullptr && std::strcmp(mirror, "1") == 0;
 }
