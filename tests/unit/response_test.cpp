@@ -208,6 +208,25 @@ TEST_F(ResponseTest, EmptyVersionKeepsTheStoredOneInTheRecordTheReceiptAndTheNex
     EXPECT_EQ(request, "{\"Version\":\"4\"}");
 }
 
+TEST(MaskSecrets, PasswordsAndKeysNeverReachTheLog) {
+    struct Case {
+        std::string text, masked;
+    } cases[] = {
+        {R"([{"AdminPasswordSettings":{"AdminPassword":"s3cret","AdminPasswordOnDisplay":true}}])",
+         R"([{"AdminPasswordSettings":{"AdminPassword":"********","AdminPasswordOnDisplay":true}}])"},
+        {R"({"WiFiKey" : "a\"b:c", "SSID":"WiFiKey", "Answer":"x"})",
+         R"({"WiFiKey" : "********", "SSID":"WiFiKey", "Answer":"********"})"},
+        {R"({"DeviceEncryptionKey":"k","CheckInUrl":"https://p/","ResultCode":95})",
+         R"({"DeviceEncryptionKey":"********","CheckInUrl":"https://p/","ResultCode":95})"},
+        {R"({"WiFiGuestKey":7,"Keys":["a","b"]})", R"({"WiFiGuestKey":7,"Keys":["a","b"]})"},
+        {"<html>503</html>", "<html>503</html>"},
+        {R"({"AdminPassword":"cut sh)", R"({"AdminPassword":"********")"},  // a text cut short
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(tola_mask_secrets(c.text), c.masked) << c.text;
+    }
+}
+
 TEST_F(ResponseTest, ReceiptIsFilledTrimmedAndEncrypted) {
     Activate("https://p/", "rk");
     app->RecordModemInformation();
