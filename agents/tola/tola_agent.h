@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "tola_settings.h"
@@ -107,6 +108,8 @@ class TOLAAgent : public TOLASettingsObject {
     tola_acl_shm_t* AclBlock() const { return mAcl; }
 
   private:
+    // Guards the record and its file: stored from the check-in and the bus threads alike.
+    std::recursive_mutex mRecordMutex;
     tolaagent_runtime_config_t mConfig;
     bool mRestoreDefaults = false;
     bool mInitialized = false;

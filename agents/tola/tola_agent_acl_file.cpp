@@ -1,8 +1,13 @@
 // The runtime record and the access-control list in acl_config.xml: writer, reader, backup and
 // repair. The file's bytes are fixed (other tools of the device read it); every write replaces
 // the file crash-safely.
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
 
 #include <cstdio>
 #include <cstring>
@@ -62,21 +67,53 @@ bool readFlag(const char* xpath, const char* expected, char (&text)[kFlagTextMax
     return std::strcmp(text, expected) == 0;
 }
 
+// A power cut between creating a temporary file and renaming it leaves the temporary behind
+// ("acl_config.xml.XXXXXX", "acl_config.xml.bkp.XXXXXX"); nothing else writes them, so at start
+// they are only litter.
+void removeStaleTemporaries() {
+    std::string dir = sys_fsPath(TOLA_DATA_DIR);
+    DIR* folder = opendir(dir.c_str());
+    if (folder == nullptr) {
+        return;
+    }
+    const std::string base = TOLA_ACL_FILE_NAME;
+    while (struct dirent* entry = readdir(folder)) {
+        std::string name = entry->d_name;
+        size_t dot = name.rfind('.');
+        if (name.compare(0, base.size() + 1, base + ".") == 0 && dot != std::string::npos &&
+            name.size() - dot - 1 == 6) {
+            unlink((dir + "/" + name).c_str());
+        }
+    }
+    closedir(folder);
+}
+
 }  // namespace
 
 bool tola_write_file_atomic(const std::string& path, const std::string& content) {
-    std::string temporary = path + ".tmp";
-    FILE* file = std::fopen(temporary.c_str(), "w");
-    if (file == nullptr) {
+    // A fresh temporary name each time, created exclusively (never through a planted symlink,
+    // never shared by two writers) and readable by the owner alone: the record holds keys.
+    std::string temporary = path + ".XXXXXX";
+    int fd = mkstemp(&temporary[0]);
+    if (fd < 0) {
         return false;
     }
-    bool ok = std::fwrite(content.data(), 1, content.size(), file) == content.size();
-    ok = std::fflush(file) == 0 && ok;
+    bool ok = true;
+    for (size_t done = 0; ok && done < content.size();) {
+        ssize_t n = write(fd, content.data() + done, content.size() - done);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        ok = n > 0;
+        done += ok ? static_cast<size_t>(n) : 0;
+    }
+#ifndef TOLA_SKIP_FSYNC
     // Flush to the disk before the rename, so that the new name never points at missing data.
-    ok = fsync(fileno(file)) == 0 && ok;
-    ok = std::fclose(file) == 0 && ok;
+    ok = ok && fsync(fd) == 0;
+#endif
+    ok = close(fd) == 0 && ok;
     if (!ok || std::rename(temporary.c_str(), path.c_str()) != 0) {
-        std::remove(temporary.c_str());
+        unlink(temporary.c_str());
         return false;
     }
     return true;
@@ -98,6 +135,7 @@ bool tola_copy_file_lines(const std::string& source, const std::string& target) 
 
 bool TOLAAgent::GetRuntimeConfig(tolaagent_runtime_config_t& config) {
     TOLA_TRACE();
+    std::lock_guard<std::recursive_mutex> lock(mRecordMutex);
     std::memcpy(&config, &mConfig, sizeof config);
     // The result carries no meaning; callers do not test it.
     return trace.Returning(false);
@@ -105,20 +143,24 @@ bool TOLAAgent::GetRuntimeConfig(tolaagent_runtime_config_t& config) {
 
 bool TOLAAgent::SetRuntimeConfig(const tolaagent_runtime_config_t& config) {
     TOLA_TRACE();
+    // The SMS commands (bus thread) and the check-ins store the record at the same time: the
+    // file and its backup are written by one of them at a time.
+    std::lock_guard<std::recursive_mutex> lock(mRecordMutex);
     if (&config != &mConfig) {
         std::memcpy(&mConfig, &config, sizeof mConfig);
     }
     bool result = SerializeACL();
     // Refresh the backup from a non-empty main file, whatever the write returned.
     std::string path = aclFilePath();
-    if (fileSize(path) > 0) {
-        tola_copy_file_lines(path, aclBackupPath());
+    if (fileSize(path) > 0 && !tola_copy_file_lines(path, aclBackupPath())) {
+        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Failed to write %s\n", aclBackupPath().c_str());
     }
     return trace.Returning(result);
 }
 
 bool TOLAAgent::SerializeACL() {
     TOLA_TRACE();
+    std::lock_guard<std::recursive_mutex> lock(mRecordMutex);
     std::string path = aclFilePath();
     if (mAcl == nullptr) {
         // Without the list the file is left empty; the next start repairs it from the backup.
@@ -158,8 +200,16 @@ bool TOLAAgent::SerializeACL() {
         }
         for (int i = 0; i < count; ++i) {
             const tola_ace_t& entry = mAcl->entries[i];
+            std::string name(entry.name, strnlen(entry.name, TOLA_ACL_NAME_SIZE));
+            // Any process may write the segment; a name the reader would reject is left out
+            // rather than costing the whole file at the next start.
+            if (!tola_storable_text(name.c_str(), TOLA_ACL_NAME_SIZE)) {
+                TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Access control entry %s left out, its name cannot be stored\n",
+                         name.c_str());
+                continue;
+            }
             text += "\n<ACE>";
-            appendElement(text, "Name", std::string(entry.name, strnlen(entry.name, TOLA_ACL_NAME_SIZE)));
+            appendElement(text, "Name", name);
             appendElement(text, "DisplayEnabled", aceFlag((entry.flags & TOLA_ACE_DISPLAY_ENABLED) != 0));
             appendElement(text, "WriteEnabled", aceFlag((entry.flags & TOLA_ACE_WRITE_ENABLED) != 0));
             text += "\n</ACE>";
@@ -172,13 +222,18 @@ bool TOLAAgent::SerializeACL() {
     text += "\n</ACL>\n</ACLConfig>";
 
     bool written = tola_write_file_atomic(path, text);
+    if (!written) {
+        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Failed to write %s\n", path.c_str());
+    }
     return trace.Returning(written);
 }
 
 bool TOLAAgent::InitializeACL() {
     TOLA_TRACE();
+    std::lock_guard<std::recursive_mutex> lock(mRecordMutex);
     std::string path = aclFilePath();
     std::string backup = aclBackupPath();
+    removeStaleTemporaries();
 
     if (fileSize(path) < 0) {
         SerializeACL();

@@ -11,6 +11,7 @@
 #include "sys_core.h"
 #include "sys_datacall.h"
 #include "tola_app.h"
+#include "tola_json_parser.h"
 #include "tola_log.h"
 
 namespace {
@@ -88,7 +89,7 @@ void TOLAApp::PerformCheckIn() {
             if (rc != 0) {
                 failed = true;
             } else {
-                TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Server response is %s", response.c_str());
+                TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Server response is %s", tola_mask_secrets(response).c_str());
                 // A state file, re-read at start-up: written crash-safely like acl_config.xml, so a
                 // power loss leaves the previous answer or this one, never a torn one. A failed
                 // write is not reported.

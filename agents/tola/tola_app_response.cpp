@@ -48,13 +48,29 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
         checkInTimer.SetInterval(static_cast<uint32_t>(mCheckInIntervalHours) * 3600u);
     }
 
+    // A key or URL that is missing, empty or not storable would cut the device off from its
+    // portal (nothing to check in to, or a record the next start throws away): keep the old one.
     if (mResultCode == 94 || mResultCode == 95) {
-        tola_copy_text(runtimeConfig.payloadEncryptionKey, mNewEncryptionKey.c_str());
-        agent.SetRuntimeConfig(runtimeConfig);
+        if (mNewEncryptionKey.empty()) {
+            TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - No new encryption key in the answer; the old key is kept\n");
+        } else if (!tola_storable_text(mNewEncryptionKey.c_str(), TOLA_TEXT_MAX)) {
+            TLOG_SYS(TOLA_LOG_ERROR,
+                     "[%s]:[%s] - New encryption key refused, it cannot be stored; the old key is kept\n");
+        } else {
+            tola_copy_text(runtimeConfig.payloadEncryptionKey, mNewEncryptionKey.c_str());
+            agent.SetRuntimeConfig(runtimeConfig);
+        }
     }
     if (mResultCode == 96 || mResultCode == 97) {
-        tola_copy_text(runtimeConfig.checkInURL, mNewCheckInUrl.c_str());
-        agent.SetRuntimeConfig(runtimeConfig);
+        if (mNewCheckInUrl.empty()) {
+            TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - No new check-in URL in the answer; the old URL is kept\n");
+        } else if (!tola_storable_text(mNewCheckInUrl.c_str(), TOLA_TEXT_MAX)) {
+            TLOG_SYS(TOLA_LOG_ERROR,
+                     "[%s]:[%s] - New check-in URL refused, it cannot be stored; the old URL is kept\n");
+        } else {
+            tola_copy_text(runtimeConfig.checkInURL, mNewCheckInUrl.c_str());
+            agent.SetRuntimeConfig(runtimeConfig);
+        }
     }
     if (mResultCode == 98 || mResultCode == 99) {
         runtimeConfig.checkInFlag = false;
@@ -133,7 +149,8 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
         } else {
             std::string configuration = decrypted;
             std::free(decrypted);
-            TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Decrypted configuration is %s", configuration.c_str());
+            TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Decrypted configuration is %s",
+                 tola_mask_secrets(configuration).c_str());
             std::string errorMessage;
             int outcome = agent.ProcessResponse(configuration, errorMessage);
             mResultMessage = errorMessage;
@@ -146,8 +163,13 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
                 TLOG_SYS(TOLA_LOG_NOTICE,
                          "[%s]:[%s] - Got response from server and Successfully applied configuration\n");
                 mResultCode = 0;
-                tola_copy_text(runtimeConfig.version, mVersion.c_str());
-                agent.SetRuntimeConfig(runtimeConfig);
+                if (tola_storable_text(mVersion.c_str(), TOLA_TEXT_MAX)) {
+                    tola_copy_text(runtimeConfig.version, mVersion.c_str());
+                    agent.SetRuntimeConfig(runtimeConfig);
+                } else {
+                    TLOG_SYS(TOLA_LOG_ERROR,
+                             "[%s]:[%s] - New version refused, it cannot be stored; the old version is kept\n");
+                }
             }
         }
     }
@@ -155,7 +177,10 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
     // The receipt.
     agent.GetRuntimeConfig(runtimeConfig);
     std::string url = tola_record_text(runtimeConfig.checkInURL);
-    if (!url.empty()) {
+    if (!url.empty() && sys_processStopRequested()) {
+        // The agent is stopping: no new exchange that could hold the stop up.
+        TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - Stop requested, config apply reply not sent\n");
+    } else if (!url.empty()) {
         std::string receipt;
         std::string checkIn;
         if (GetReceiptParameters(receipt) != 0 || GetCheckInParameters(checkIn) != 0) {

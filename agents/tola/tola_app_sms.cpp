@@ -28,6 +28,13 @@ void copyBounded(char (&dst)[TOLA_SMS_BUFFER_SIZE], const char* src, size_t leng
     std::memcpy(dst, src, length < sizeof dst ? length : sizeof dst - 1);
 }
 
+// What the log says when a command's text is refused because the record file could not hold it
+// (a "<" or "&", say): the stored value stays.
+constexpr const char kUnstorableKey[] = "New encryption key refused, it cannot be stored; the old key is kept";
+constexpr const char kUnstorableUrl[] = "New check-in URL refused, it cannot be stored; the old URL is kept";
+constexpr const char kUnstorableKeyOrUrl[] =
+    "New encryption key and check-in URL refused, one cannot be stored; the old ones are kept";
+
 // Clears a whole record field, then stores at most 127 characters of text in it.
 void storeText(char (&field)[TOLA_TEXT_SIZE], const char* text) {
     std::memset(field, 0, sizeof field);
@@ -128,11 +135,19 @@ void TOLAApp::HandleSmsCommand(const std::string& message) {
     switch (command) {
         case TOLA_COMMAND_SET_PAYLOAD_SECURE_KEY:
             TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - device specific key SMS received\n");
+            if (!tola_storable_text(argument.c_str(), TOLA_TEXT_MAX)) {
+                TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s\n", kUnstorableKey);
+                break;
+            }
             storeText(runtimeConfig.payloadEncryptionKey, argument.c_str());
             agent.SetRuntimeConfig(runtimeConfig);
             break;
         case TOLA_COMMAND_SET_CHECKIN_URL:
             TLOG_SYS(TOLA_LOG_NOTICE, "[%s]:[%s] - check-in URL SMS received\n");
+            if (!tola_storable_text(argument.c_str(), TOLA_TEXT_MAX)) {
+                TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s\n", kUnstorableUrl);
+                break;
+            }
             storeText(runtimeConfig.checkInURL, argument.c_str());
             runtimeConfig.checkInFlag = true;
             agent.SetRuntimeConfig(runtimeConfig);
@@ -293,13 +308,19 @@ void TOLAApp::PerformGetSecurityKeyCheckinURL(const std::string& url) {
     }
     std::string answer = decrypted;
     std::free(decrypted);
-    TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - SMS 104 check in server decrypted response is %s", answer.c_str());
+    TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - SMS 104 check in server decrypted response is %s",
+         tola_mask_secrets(answer).c_str());
 
     std::string newKey;
     std::string newUrl;
     TOLAJSONParser parser(this);
     if (!parser.ProcessSMS104CheckinResponse(answer, newKey, newUrl)) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Failed to parse SMS 104 Check-in Response\n");
+        return;
+    }
+    // Both or neither: a device must not pair a new key with an old portal, or the reverse.
+    if (!tola_storable_text(newKey.c_str(), TOLA_TEXT_MAX) || !tola_storable_text(newUrl.c_str(), TOLA_TEXT_MAX)) {
+        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s\n", kUnstorableKeyOrUrl);
         return;
     }
     TLOG_SYS(TOLA_LOG_NOTICE,

@@ -135,3 +135,42 @@ bool TOLAJSONParser::ProcessSMS104CheckinResponse(const std::string& text, std::
     url = newUrl;
     return trace.Returning(true);
 }
+
+std::string tola_mask_secrets(const std::string& text) {
+    auto secretName = [](const std::string& name) {
+        return name.find("Password") != std::string::npos || name.find("Key") != std::string::npos ||
+               name.find("Answer") != std::string::npos;
+    };
+    auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+    std::string out;
+    out.reserve(text.size());
+    bool maskNext = false;  // the value after a secret member's name, when it is a string
+    const size_t n = text.size();
+    for (size_t i = 0; i < n;) {
+        if (text[i] != '"') {
+            if (maskNext && !blank(text[i]) && text[i] != ':') {
+                maskNext = false;  // not a string: nothing to hide
+            }
+            out += text[i++];
+            continue;
+        }
+        size_t end = i + 1;  // the closing quote (or the end of an unterminated text)
+        while (end < n && text[end] != '"') {
+            end += text[end] == '\\' ? 2 : 1;
+        }
+        end = end < n ? end : n;
+        size_t next = end + 1;
+        while (next < n && blank(text[next])) {
+            ++next;
+        }
+        bool isName = next < n && text[next] == ':';
+        if (!isName && maskNext) {
+            out += "\"********\"";
+        } else {
+            out.append(text, i, (end < n ? end + 1 : n) - i);
+        }
+        maskNext = isName && secretName(text.substr(i + 1, end - i - 1));
+        i = end + 1;
+    }
+    return out;
+}

@@ -255,6 +255,9 @@ int context_push(context_t* ctx, yajl_val v) {
                            "(ctx->stack == __null) || (((v) != __null) && ((v)->type == yajl_t_object)) || "
                            "(((v) != __null) && ((v)->type == yajl_t_array ))");
     }
+    if (ctx->depth >= TOLA_JSON_MAX_DEPTH) {
+        return reportError(ctx, EINVAL, "context_push: nesting deeper than %zu", TOLA_JSON_MAX_DEPTH);
+    }
     stack_elem_t* elem = static_cast<stack_elem_t*>(calloc(1, sizeof(stack_elem_t)));
     if (elem == nullptr) {
         return reportError(ctx, ENOMEM, "Out of memory");
@@ -263,6 +266,7 @@ int context_push(context_t* ctx, yajl_val v) {
     elem->value = v;
     elem->next = ctx->stack;
     ctx->stack = elem;
+    ++ctx->depth;
     return 0;
 }
 
@@ -276,6 +280,7 @@ yajl_val context_pop(context_t* ctx) {
     }
     stack_elem_t* elem = ctx->stack;
     ctx->stack = elem->next;
+    --ctx->depth;
     yajl_val v = elem->value;
     free(elem->key);  // a key left pending when its object closed (cannot happen with yajl)
     free(elem);
@@ -331,6 +336,7 @@ void context_clear(context_t* ctx) {
     if (ctx == nullptr) {
         return;
     }
+    ctx->depth = 0;
     while (ctx->stack != nullptr) {
         stack_elem_t* elem = ctx->stack;
         ctx->stack = elem->next;

@@ -101,9 +101,15 @@ struct context_t {
     char* errbuf;  // when set, builder errors are written here (bounded by errbuf_size)
     size_t errbuf_size;
     TOLAAgent* agent;
+    size_t depth;  // composites open on the stack
 };
 
-// Pushes an open object or array. 0 on success, ENOMEM or EINVAL otherwise.
+// The deepest nesting of objects and arrays the builder accepts. Real documents and answers nest
+// four or five levels; deeper input is refused as malformed, so that a hostile text cannot make
+// the agent hold one node per byte.
+constexpr size_t TOLA_JSON_MAX_DEPTH = 64;
+
+// Pushes an open object or array. 0 on success, ENOMEM, or EINVAL (also past TOLA_JSON_MAX_DEPTH).
 int context_push(context_t* ctx, yajl_val v);
 // Takes the top composite off the stack; null (with an error) on an empty stack.
 yajl_val context_pop(context_t* ctx);
@@ -119,6 +125,10 @@ yajl_val tola_tree_parse(const std::string& text);
 // yajl_tree_get semantics: follows the null-terminated key path through objects (first member of
 // each name), then returns the node if it has the wanted kind (yajl_t_any for every kind).
 yajl_val tola_tree_get(yajl_val node, const char** path, yajl_type kind);
+// The JSON text with the string value of every member whose name holds "Password", "Key" or
+// "Answer" replaced by "********": what the debug log may show of a document or an answer.
+// Text that is not JSON is masked as far as it reads like it.
+std::string tola_mask_secrets(const std::string& text);
 // Frees a whole tree without recursion (deep documents cannot exhaust the stack). Null is fine.
 void tola_tree_free(yajl_val v);
 

@@ -11,6 +11,13 @@ constexpr size_t TOLA_TEXT_MAX = TOLA_TEXT_SIZE - 1;
 
 // Copies at most TOLA_TEXT_MAX characters of src and always terminates the 128-byte field.
 void tola_copy_text(char (&dst)[TOLA_TEXT_SIZE], const char* src);
+// Whether the first `limit` bytes of text (what a 128-byte field or a 100-byte access-control
+// name keeps of it) can be written to acl_config.xml and read back unchanged. The file is written
+// without escaping, so "<", "&" and "]]>" would make the whole file unreadable, and so would a
+// control character or bytes that are not UTF-8 (a multi-byte character cut at the limit
+// included); the reader then resets the record and the device forgets its portal.
+bool tola_storable_text(const char* text, size_t limit);
+
 // A record's text field as a string (bounded by the field, terminated or not).
 std::string tola_record_text(const char (&field)[TOLA_TEXT_SIZE]);
 // Removes every leading and trailing blank, tab, carriage return, line feed, backspace and

@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "device_state.h"
+#include "sys_core.h"
 #include "vorn_dbg.h"
 
 namespace {
@@ -41,6 +42,15 @@ const char* defaultCaPath() {
     return "/etc/ssl/certs";
 }
 
+// An exchange configured without a time limit still ends: a stalled portal must not hold the
+// check-in thread, and with it the agent's stop, for ever.
+constexpr long kUnlimitedExchangeSeconds = 120;
+
+// Called by libcurl at least once a second while an exchange runs: a process stop ends it.
+int abortOnStop(void*, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    return sys_processStopRequested() ? 1 : 0;
+}
+
 }  // namespace
 
 HttpHelper::HttpHelper() {
@@ -57,7 +67,7 @@ int HttpHelper::ExecuteGetRequest(const std::string& url, const std::string& bod
     if (ardo::deviceTakeFault("HttpHelper::ExecuteGetRequest", &rc)) {
         return rc;
     }
-    CURL* curl = curl_easy_init();
+    CURL* curl = sys_processStopRequested() ? nullptr : curl_easy_init();
     if (curl == nullptr) {
         return 1;
     }
@@ -84,9 +94,10 @@ int HttpHelper::ExecuteGetRequest(const std::string& url, const std::string& bod
         curl_easy_setopt(curl, CURLOPT_CAINFO, caFile);
         curl_easy_setopt(curl, CURLOPT_CAPATH, defaultCaPath());
     }
-    if (mTimeoutSeconds > 0) {
-        curl_easy_setopt(curl, CURLOPT_TIMEOUT, mTimeoutSeconds);
-    }
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT, mTimeoutSeconds > 0 ? static_cast<long>(mTimeoutSeconds)
+                                                                 : kUnlimitedExchangeSeconds);
+    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, abortOnStop);
     if (!mInterface.empty()) {
         curl_easy_setopt(curl, CURLOPT_INTERFACE, mInterface.c_str());
     }

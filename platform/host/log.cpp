@@ -6,6 +6,8 @@
 // space, so that a check-in can be followed across the log, the journals and the portal's log.
 // Under systemd (JOURNAL_STREAM set) errors and notices (level 5 and below) also go to stderr with
 // the "<level>" prefix journald reads, so that a failed start shows in `systemctl status`.
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -65,7 +67,15 @@ void openLocked() {
     std::string path = sys_fsPath("/var/log/tola.log");
     std::string dir = path.substr(0, path.rfind('/'));
     ardo::hostMakeDirs(dir);
-    gLogFile = std::fopen(path.c_str(), "ae");
+    // The debug log can hold keys and requests: its owner's alone, an older file included.
+    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    if (fd >= 0) {
+        fchmod(fd, 0600);
+        gLogFile = fdopen(fd, "a");
+        if (gLogFile == nullptr) {
+            close(fd);
+        }
+    }
     const char* mirror = std::getenv("ARDO_LOG_STDERR");
     gMirror = mirror != nullptr && std::strcmp(mirror, "1") == 0;
     const char* journal = std::getenv("JOURNAL_STREAM");

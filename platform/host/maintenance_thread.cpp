@@ -4,6 +4,11 @@
 #include "maintenance_thread.h"
 
 #include "sys_core.h"
+#include "vorn_dbg.h"
+
+namespace {
+constexpr uint32_t kDefaultIntervalSeconds = 86400;
+}  // namespace
 
 MaintenanceThread::MaintenanceThread(MaintenanceThreadCallbackInterface* callback, uint32_t intervalSeconds,
                                      unsigned int timerId)
@@ -102,10 +107,13 @@ void MaintenanceThread::Loop() {
             // The interval is read once per wait: a change made meanwhile applies to the next one.
             uint32_t interval = mIntervalSeconds;
             if (interval == 0) {
-                while (!mSignalled && !mQuit) {
-                    pthread_cond_wait(&mCond, &mMutex);
-                }
-            } else {
+                // A period of 0 would either never expire (check-ins end for good) or expire at
+                // once (check-ins without pause): the timer waits the built-in day instead.
+                interval = kDefaultIntervalSeconds;
+                vorn_dbg_log(5, "[%s]:[%s] - timer %u has an interval of 0, waiting %u seconds\n", "TOLA",
+                             vorn_dbg_get_level_name(5), mTimerId, interval);
+            }
+            {
                 struct timespec deadline =
                     sys_deadlineAfterMilliseconds(static_cast<uint64_t>(interval) * 1000);
                 int rc = 0;

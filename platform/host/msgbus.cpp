@@ -10,12 +10,22 @@
 // out under the lock and delivered after it is released, so a callback may publish, subscribe or
 // uninitialise handlers.
 //
+// Text messages on "sms.msg.tola" are commands to the agent, so they are taken only from the
+// users allowed to send them: root, the process's own user and those listed in
+// ARDO_SMS_SENDERS (user names or numbers, separated by commas or blanks). The sender's user is
+// asked of the bus daemon for each sending connection; a signal whose sender left the bus before
+// it could be asked is dropped too (a lingering check cannot be told from an evasion). So that a
+// one-shot sender (tola-devicectl) is not dropped that way, a process that reads the channel
+// queues for the bus name com.ardo.Msgbus1.Sms, and a publisher on the channel pings every
+// queued owner before it returns: each has then looked up the publisher while it was connected.
+//
 // Subscriptions are D-Bus matches on arg0; they only make the daemon route a channel to this
 // process. One filter sees each incoming signal exactly once and picks the recipients from the
 // handler registry: a handler with a callback receives its own channels; a channel subscribed on
 // a handler without a callback goes to every handler of the process that has one. Each callback
 // object receives a signal at most once, however many subscriptions matched.
 #include <poll.h>
+#include <pwd.h>
 #include <sys/eventfd.h>
 #include <systemd/sd-bus.h>
 #include <time.h>
@@ -35,12 +45,20 @@
 
 #include "device_state.h"
 #include "msgbus_handler.h"
+#include "vorn_dbg.h"
 
 namespace {
 
 constexpr const char* kPath = "/com/ardo/Msgbus";
 constexpr const char* kInterface = "com.ardo.Msgbus1";
 constexpr const char* kMember = "Notify";
+// The channel whose texts only allowed users may send, and the name its readers queue for.
+constexpr const char* kGuardedChannel = "sms.msg.tola";
+constexpr const char* kGuardName = "com.ardo.Msgbus1.Sms";
+// How long a publisher waits for one reader of the guarded channel to answer its ping.
+constexpr uint64_t kGuardPingUsec = 5 * 1000 * 1000;
+// Sender users remembered per connection name (names are never reused on a bus).
+constexpr size_t kSenderCacheMax = 256;
 
 struct Notice {
     enum class Kind { Int, Text, Binary };
@@ -81,6 +99,9 @@ int gWakeFd = -1;
 bool gBroken = false;           // the connection failed; publishing fails from now on
 std::vector<Notice> gIncoming;  // filled by the filter during sd_bus_process
 
+std::map<std::string, uint32_t> gSenderUids;  // unique name -> user (under gBusMutex)
+bool gGuardNameRequested = false;              // this connection queues for kGuardName
+
 std::thread gDelivery;
 std::thread::id gDeliveryId;
 std::atomic<bool> gStop{false};
@@ -96,6 +117,83 @@ void wakeLocked() {
         ssize_t ignored = write(gWakeFd, &one, sizeof one);
         (void)ignored;
     }
+}
+
+// The users whose texts on the guarded channel are delivered: root, this process's user and
+// those listed in ARDO_SMS_SENDERS. Read once.
+const std::vector<uint32_t>& allowedSenders() {
+    static const std::vector<uint32_t> allowed = [] {
+        std::vector<uint32_t> uids = {0, static_cast<uint32_t>(geteuid())};
+        const char* list = std::getenv("ARDO_SMS_SENDERS");
+        std::string text = list != nullptr ? list : "";
+        for (char& c : text) {
+            c = c == ',' ? ' ' : c;
+        }
+        size_t at = 0;
+        while ((at = text.find_first_not_of(' ', at)) != std::string::npos) {
+            size_t end = text.find(' ', at);
+            std::string item = text.substr(at, end == std::string::npos ? std::string::npos : end - at);
+            at = end;
+            char* rest = nullptr;
+            unsigned long number = std::strtoul(item.c_str(), &rest, 10);
+            if (*rest == '\0' && number <= UINT32_MAX) {
+                uids.push_back(static_cast<uint32_t>(number));
+                continue;
+            }
+            struct passwd entry {};
+            struct passwd* found = nullptr;
+            char buffer[4096];
+            if (getpwnam_r(item.c_str(), &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr) {
+                uids.push_back(static_cast<uint32_t>(found->pw_uid));
+            } else {
+                vorn_dbg_log(3, "[%s]:[%s] - ARDO_SMS_SENDERS: unknown user %s\n", "TOLA",
+                             vorn_dbg_get_level_name(3), item.c_str());
+            }
+        }
+        return uids;
+    }();
+    return allowed;
+}
+
+// Whether the connection that sent m belongs to an allowed user. Asks the bus daemon (a
+// synchronous call; caller holds gBusMutex, inside sd_bus_process).
+bool senderAllowed(sd_bus_message* m) {
+    const char* sender = sd_bus_message_get_sender(m);
+    if (sender == nullptr) {
+        return false;  // a peer-to-peer connection has no sender; the agent never uses one
+    }
+    auto cached = gSenderUids.find(sender);
+    uint32_t uid = 0;
+    bool known = cached != gSenderUids.end();
+    if (known) {
+        uid = cached->second;
+    } else {
+        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_message* reply = nullptr;
+        int r = sd_bus_call_method(gBus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                   "GetConnectionUnixUser", &error, &reply, "s", sender);
+        known = r >= 0 && sd_bus_message_read(reply, "u", &uid) >= 0;
+        sd_bus_message_unref(reply);
+        sd_bus_error_free(&error);
+        if (known) {
+            if (gSenderUids.size() >= kSenderCacheMax) {
+                gSenderUids.clear();
+            }
+            gSenderUids[sender] = uid;
+        }
+    }
+    const std::vector<uint32_t>& allowed = allowedSenders();
+    if (known && std::find(allowed.begin(), allowed.end(), uid) != allowed.end()) {
+        return true;
+    }
+    if (known) {
+        vorn_dbg_log(5, "[%s]:[%s] - Dropped a message on %s from %s: user %u may not send it\n", "TOLA",
+                     vorn_dbg_get_level_name(5), kGuardedChannel, sender, uid);
+    } else {
+        vorn_dbg_log(5, "[%s]:[%s] - Dropped a message on %s from %s: its user is unknown (it left the bus)\n",
+                     "TOLA", vorn_dbg_get_level_name(5), kGuardedChannel, sender);
+    }
+    return false;
 }
 
 // Copies one Notify signal into gIncoming (runs under gBusMutex, inside sd_bus_process).
@@ -132,6 +230,9 @@ int onMessage(sd_bus_message* m, void*, sd_bus_error*) {
     } else if (std::strcmp(contents, "s") == 0) {
         const char* text = nullptr;
         if (sd_bus_message_read_basic(m, 's', &text) <= 0 || text == nullptr) {
+            return 0;
+        }
+        if (notice.channel == kGuardedChannel && !senderAllowed(m)) {
             return 0;
         }
         notice.kind = Notice::Kind::Text;
@@ -248,7 +349,43 @@ void closeBusLocked() {
         gWakeFd = -1;
     }
     gIncoming.clear();
+    gSenderUids.clear();
+    gGuardNameRequested = false;
     gBroken = false;
+}
+
+// After publishing on the guarded channel: pings every process queued for kGuardName, so that
+// each has read the signal, and looked up this connection's user, before this one may close.
+// Caller holds gBusMutex. A reader that does not answer in time is given up on.
+void waitForGuardedReadersLocked() {
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_message* reply = nullptr;
+    std::vector<std::string> owners;
+    if (sd_bus_call_method(gBus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                           "ListQueuedOwners", &error, &reply, "s", kGuardName) >= 0 &&
+        sd_bus_message_enter_container(reply, 'a', "s") > 0) {
+        const char* owner = nullptr;
+        while (sd_bus_message_read_basic(reply, 's', &owner) > 0) {
+            owners.push_back(owner);
+        }
+    }
+    sd_bus_message_unref(reply);
+    sd_bus_error_free(&error);
+    const char* self = nullptr;
+    sd_bus_get_unique_name(gBus, &self);
+    for (const std::string& owner : owners) {
+        if (self != nullptr && owner == self) {
+            continue;  // this process reads its own signal later, on its delivery thread
+        }
+        sd_bus_message* ping = nullptr;
+        if (sd_bus_message_new_method_call(gBus, &ping, owner.c_str(), "/", "org.freedesktop.DBus.Peer", "Ping") >=
+            0) {
+            sd_bus_message* pong = nullptr;
+            sd_bus_call(gBus, ping, kGuardPingUsec, nullptr, &pong);
+            sd_bus_message_unref(pong);
+        }
+        sd_bus_message_unref(ping);
+    }
 }
 
 int pollTimeoutMs(uint64_t usec) {
@@ -434,6 +571,9 @@ int publish(const std::string& channel, const char* variantType, Append append) 
         // Out before returning: the caller may end the process next (a reboot).
         r = sd_bus_flush(gBus);
     }
+    if (r >= 0 && channel == kGuardedChannel) {
+        waitForGuardedReadersLocked();
+    }
     sd_bus_message_unref(m);
     wakeLocked();
     return r >= 0 ? 0 : 1;
@@ -533,6 +673,12 @@ int MsgbusHandler::RegisterForChannelSubscription(const std::string& channel, bo
         sd_bus_slot* slot = nullptr;
         // Synchronous: once this returns, the daemon routes the channel to us.
         int r = sd_bus_add_match(gBus, &slot, rule.c_str(), onMatch, nullptr);
+        if (r >= 0 && channel == kGuardedChannel && !gGuardNameRequested) {
+            // Queued, never replacing: every reader of the channel is listed for the publishers.
+            // A bus whose policy does not let this user own the name refuses it; publishers then
+            // cannot wait for this reader, which is all that is lost.
+            gGuardNameRequested = sd_bus_request_name(gBus, kGuardName, SD_BUS_NAME_QUEUE) >= 0;
+        }
         wakeLocked();
         if (r < 0) {
             return 1;

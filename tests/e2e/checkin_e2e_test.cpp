@@ -1,9 +1,14 @@
 // The real agent against the real portal over HTTPS on a private bus.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <regex>
 
+#include "canned_http.h"
 #include "e2e_fixture.h"
 #include "payload_cipher.h"
 
@@ -34,6 +39,8 @@ TEST_F(CheckInE2E, PortalReceivesAFullyFilledRequestOverHttps) {
     Activate("https://portal.tola.test:" + httpsPort);
     StartAgent();
     ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << tola_test::readWholeFile(agentOut);
+    // A stop aborts an exchange still running: let this one finish first.
+    ASSERT_TRUE(waitForText(root.path("/opt/ardo/data/tola/acl_config.xml"), "<LastCommand>1</LastCommand>", 10000));
     StopAgent();
     json received = Received();
     ASSERT_GE(received.size(), 1u);
@@ -82,6 +89,9 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
           {"CheckInUrl", "https://127.0.0.1:PORT"},
           {"Configuration", kDocument}},
          {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInURL>https://127.0.0.1:", "<Version>5</Version>"}},
+        // A new URL that the answer does not carry: the old one stays and the receipt goes there.
+        {{{"ResultCode", 96}, {"Version", "7"}, {"Configuration", kDocument}},
+         {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInURL>https://portal.tola.test:", "<Version>7</Version>"}},
         {{{"ResultCode", 98}, {"Version", "6"}, {"Configuration", kDocument}},
          {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInFlag>false</CheckInFlag>",
           "<Version>6</Version>"}},
@@ -230,6 +240,58 @@ TEST_F(CheckInE2E, UntrustedCertificateIsRefusedForTheConfiguredAttempts) {
     EXPECT_EQ(log.find("Checking server - attempt [4]"), std::string::npos);
     const std::regex failed("HTTP request failed");
     EXPECT_EQ(std::distance(std::sregex_iterator(log.begin(), log.end(), failed), std::sregex_iterator()), 3);
+}
+
+// A portal that takes the request and never answers, with no time limit configured: a stop
+// still ends the agent at once, rather than after the exchange (which would never end).
+TEST_F(CheckInE2E, StopEndsAStalledExchange) {
+    int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_GE(listener, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listener, 8), 0);  // the kernel completes the connection; nobody reads
+    ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    std::string config = root.readFile("/opt/ardo/etc/tola/config.xml");
+    root.writeFile("/opt/ardo/etc/tola/config.xml",
+                   std::regex_replace(config, std::regex("<RequestTimeout>\\d+<"), "<RequestTimeout>0<"));
+    Activate("http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)));
+    StartAgent();
+    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Checking server - attempt [1]", 20000));
+    usleep(200 * 1000);  // the request is out and waits for its answer
+    StopAgent();
+    close(listener);
+}
+
+// A hostile answer nested a million levels deep is refused as malformed, and the agent's memory
+// comes back to where it was.
+TEST_F(CheckInE2E, DeeplyNestedAnswerCostsNoLastingMemory) {
+    tola_test::CannedHttpServer portal(
+        {R"({"ResultCode":1,"Version":"1"})", std::string(1 << 20, '['), R"({"ResultCode":1,"Version":"1"})"});
+    Activate(portal.url());
+    StartAgent();
+    auto rssKb = [this] {
+        std::smatch m;
+        std::string status = tola_test::readWholeFile("/proc/" + std::to_string(agent->pid()) + "/status");
+        return std::regex_search(status, m, std::regex("VmRSS:\\s+(\\d+)")) ? std::stol(m[1]) : -1L;
+    };
+    for (int i = 0; i < 400 && portal.bodies().size() < 1; ++i) {
+        usleep(25 * 1000);
+    }
+    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Success no new configuration follows", 10000));
+    long before = rssKb();
+    ASSERT_EQ(tola_test::Devicectl("sms send '<103>'").empty(), false);
+    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "Failed to parse Check-in Response", 20000));
+    for (int i = 0; i < 400 && portal.bodies().size() < 3; ++i) {
+        usleep(25 * 1000);
+    }
+    ASSERT_EQ(portal.bodies().size(), 3u);  // the answer after the hostile one was taken
+    long after = rssKb();
+    StopAgent();
+    EXPECT_LT(after - before, 16 * 1024) << before << " kB before, " << after << " kB after";
+    std::printf("resident memory around a hostile answer: %ld kB before, %ld kB after\n", before, after);
 }
 
 }  // namespace

@@ -103,7 +103,7 @@ class E2ETest : public ::testing::Test {
     void StopAgent() {
         agent->signal(SIGTERM);
         int status = -1;
-        EXPECT_TRUE(agent->waitForExit(status, 10000));
+        EXPECT_TRUE(agent->waitForExit(status, 10000)) << status << readWholeFile(agentOut);
         agent.reset();
     }
     std::string Log() const { return root.readFile("/var/log/tola.log"); }

@@ -2,6 +2,9 @@
 // real portal answers the check-ins and the key-and-URL exchange.
 #include <unistd.h>
 
+#include <cstdlib>
+#include <regex>
+
 #include "e2e_fixture.h"
 
 using ardo::json;
@@ -64,7 +67,61 @@ TEST_F(SmsE2E, CommandsOnTheBusChangeTheStoredRecord) {
     EXPECT_TRUE(WaitForLog("APN SMS received"));
     EXPECT_NE(Acl().find("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>"), std::string::npos);
     EXPECT_EQ(ardo::deviceStateRead()["modem"]["profiles"]["0:1"]["apn"], "apn.by.sms");
+
+    // A URL with a query and a key the record file cannot hold: refused, and the device still
+    // knows its key after a restart.
+    ASSERT_EQ(Sms("send --key key-by-sms '<102>http://portal.test/c?a=1&b=2'"), 0);
+    ASSERT_EQ(Sms("send --key key-by-sms '<101>k<y'"), 0);
+    ASSERT_TRUE(WaitForLog("refused, it cannot be stored", 2));
     StopAgent();
+    E2ETest::StartAgent();
+    ASSERT_TRUE(WaitForLog("TOLA started", 2));
+    EXPECT_EQ(Log().find("looks like file got corrupted"), std::string::npos);
+    EXPECT_NE(Acl().find("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>"), std::string::npos) << Acl();
+    EXPECT_NE(Acl().find("<CheckInURL></CheckInURL>"), std::string::npos) << Acl();
+    StopAgent();
+}
+
+// On a system bus an unprivileged user cannot command the agent, even one who knows the factory
+// key: the shipped bus policy refuses the signal, and where a bus lets it through all the same,
+// the platform drops it by its sender's user.
+TEST_F(SmsE2E, OnlyRootReachesTheAgentOnASystemBus) {
+    const std::string policy = std::string(TOLA_SOURCE_DIR) + "/packaging/dbus/com.ardo.Msgbus1.conf";
+    struct Case {
+        const char* name;
+        std::string extraPolicy;
+        bool busRefuses;
+    } cases[] = {
+        {"the shipped policy", "", true},
+        {"a bus that lets everyone send",
+         "<policy context=\"default\"><allow send_interface=\"com.ardo.Msgbus1\"/></policy>", false},
+    };
+    std::smatch key;
+    std::string config = root.readFile("/opt/ardo/etc/tola/config.xml");
+    ASSERT_TRUE(std::regex_search(config, key, std::regex("<BaseEncryptionKey>([^<]*)<")));
+    root.writeFile("/plain", "<101>stolen-key");
+    std::string body = tola_test::Devicectl("encrypt --key '" + key[1].str() + "'", root.path("/plain"));
+    body.erase(body.find_last_not_of("\n") + 1);
+    ASSERT_FALSE(body.empty());
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        tola_test::PrivateBus systemBus(tola_test::SystemStyleBusConfig({policy}, c.extraPolicy));
+        root.remove(kLog);
+        StoreRecord("", false, "old-key");
+        StartAgent();
+        std::string emit = "setpriv --reuid=nobody --regid=nogroup --clear-groups busctl --address='" +
+                           systemBus.address() +
+                           "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv sms.msg.tola s '<TOLA><" + body +
+                           ">' 2>/dev/null";
+        ASSERT_NE(std::system(emit.c_str()), -1);
+        // Root's command, sent after it: once it is stored, the other one has been dealt with.
+        ASSERT_EQ(Sms("send --key old-key '<101>root-key'"), 0);
+        ASSERT_TRUE(WaitForAcl("<PayloadEncryptionKey>root-key</PayloadEncryptionKey>")) << LogTail();
+        StopAgent();
+        std::string log = Log();
+        EXPECT_EQ(log.find("stolen-key"), std::string::npos) << LogTail();
+        EXPECT_EQ(log.find("Dropped a message on sms.msg.tola") == std::string::npos, c.busRefuses) << LogTail();
+    }
 }
 
 TEST_F(SmsE2E, NewUrlLeadsToACheckInThere) {

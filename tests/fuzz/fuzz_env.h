@@ -11,8 +11,10 @@
 #include <cstdlib>
 #include <string>
 
+#include "sys_core.h"
 #include "test_env.h"
 #include "vorn_dbg.h"
+#include "xmldata.h"
 
 namespace tola_fuzz {
 
@@ -38,6 +40,16 @@ inline void TrimLog() {
             // A missing log is fine: it is opened again on the next line.
         }
     }
+}
+
+// Aborts (a finding) when the stored record no longer reads as XML: whatever an input stored,
+// the next start must find the record, or the device forgets its portal.
+inline void RequireReadableRecord() {
+    std::string path = sys_fsPath("/opt/ardo/data/tola/acl_config.xml");
+    if (xmldata_initialize(path.c_str(), path.c_str()) != 0) {
+        std::abort();
+    }
+    xmldata_close();
 }
 
 inline std::string Text(const uint8_t* data, size_t size) {

@@ -57,6 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The key-and-URL command goes to the network; its answer has a target of its own.
     if (command != TOLA_COMMAND_GET_SECURE_KEY_CHECKIN_URL) {
         app.HandleSmsCommand(wire);
+        tola_fuzz::RequireReadableRecord();
     }
     tola_fuzz::TrimLog();
     return 0;

@@ -52,13 +52,23 @@ conf=$root/opt/ardo/etc/tola
 while read -r name; do
     [ -f "$conf/$name" ] || fail "config.xml names $name, which is not packaged"
 done < <(grep -oE '[A-Za-z0-9_.-]+\.json' "$conf/config.xml" | sort -u)
-[ "$(stat -c %a "$root/opt/ardo/data/tola")" = 750 ] || fail "/opt/ardo/data/tola is not a 0750 folder"
+# Whatever holds a key is root's alone; only root may send the bus notices that carry SMS.
+[ "$(stat -c %a "$root/opt/ardo/data/tola")" = 700 ] || fail "/opt/ardo/data/tola is not a 0700 folder"
+[ "$(stat -c %a "$conf/config.xml")" = 600 ] || fail "config.xml (the factory key) is not 0600"
+check "tmpfiles creates the debug log 0600" grep -qE '^f /var/log/tola.log 0600 root root' \
+    "$root/usr/lib/tmpfiles.d/tola-agent.conf"
+policy=$root/usr/share/dbus-1/system.d/com.ardo.Msgbus1.conf
+[ -f "$policy" ] || fail "no D-Bus policy in /usr/share/dbus-1/system.d"
+check "the D-Bus policy denies com.ardo.Msgbus1 by default" grep -q '<deny send_interface="com.ardo.Msgbus1"/>' "$policy"
+[ -f "$root/etc/logrotate.d/tola-agent" ] || fail "no logrotate entry for the debug log"
+check "logrotate copies and truncates" grep -qx '    copytruncate' "$root/etc/logrotate.d/tola-agent"
+check "the package logs at level 5" grep -qx 'ARDO_LOG_LEVEL=5' "$root/etc/default/tola-agent"
 [ -f "$root/usr/lib/tmpfiles.d/tola-agent.conf" ] || fail "no tmpfiles.d entry"
 [ -n "$(find "$root" -path '*/share/doc/tola-agent/operator-guide.md')" ] || fail "no documentation"
 
 # The unit: how it stops and restarts, and the sandbox around a daemon that
 # writes only its state folder but shares System V shared memory with the device.
-for line in Restart=always KillSignal=SIGTERM ProtectSystem=strict \
+for line in Restart=always KillSignal=SIGTERM ProtectSystem=strict RuntimeDirectory=ardo UMask=0077 \
             ReadWritePaths=/opt/ardo/data/tola PrivateTmp=yes NoNewPrivileges=yes ProtectHome=yes \
             WantedBy=multi-user.target; do
     check "unit lacks $line" grep -qx "$line" "$unit"

@@ -111,7 +111,7 @@ TEST_F(ClockTest, SleepsAndDeadlinesRunOnTheDeviceClock) {
 TEST_F(TimerTest, RunsOnlyWhenSignalledAndKeepsSignalsThatArriveDuringTheCallback) {
     Recorder rec;
     rec.holdFirst = true;
-    MaintenanceThread timer(&rec, 0, 3456);  // interval 0: no period
+    MaintenanceThread timer(&rec, 0, 3456);  // interval 0: a day, far beyond this case
     ASSERT_EQ(timer.Initialize(), 0);
     ASSERT_EQ(timer.Run(), 0);
     settle();

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <regex>
 #include <stdexcept>
 #include <thread>
 
@@ -45,18 +47,48 @@ void removeTree(const std::string& dir) {
 
 }  // namespace
 
+std::string SystemStyleBusConfig(const std::vector<std::string>& policyFiles, const std::string& extraPolicy) {
+    std::string text = readWholeFile("/usr/share/dbus-1/system.conf");
+    // The machine's socket, pid file, user, service helpers and policy folders stay out.
+    static const std::regex kMachineOnly(
+        R"(<(user|pidfile|listen|servicehelper)>[^<]*</\1>|<(fork|syslog|standard_system_servicedirs)/>)"
+        R"(|<includedir>[^<]*</includedir>|<include [^>]*>[^<]*</include>)");
+    text = std::regex_replace(text, kMachineOnly, "");
+    std::string ours = "<listen>unix:path=@DIR@/bus</listen>\n";
+    for (const std::string& file : policyFiles) {
+        ours += "<include>" + file + "</include>\n";
+    }
+    ours += extraPolicy + "\n</busconfig>";
+    size_t end = text.rfind("</busconfig>");
+    if (end == std::string::npos) {
+        throw std::runtime_error("no </busconfig> in /usr/share/dbus-1/system.conf");
+    }
+    return text.replace(end, std::string("</busconfig>").size(), ours);
+}
+
 PrivateBus::PrivateBus() {
+    start("<busconfig><type>session</type><listen>unix:path=@DIR@/bus</listen><auth>EXTERNAL</auth>"
+          "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
+          "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n");
+}
+
+PrivateBus::PrivateBus(const std::string& config) {
+    start(config);
+}
+
+void PrivateBus::start(const std::string& config) {
     char templ[] = "/tmp/tola-bus-XXXXXX";
     if (mkdtemp(templ) == nullptr) {
         throw std::runtime_error("mkdtemp failed");
     }
     mDir = templ;
+    chmod(mDir.c_str(), 0755);
     std::string configArg = "--config-file=" + mDir + "/bus.conf";
-    std::ofstream(mDir + "/bus.conf")
-        << "<busconfig><type>session</type><listen>unix:path=" << mDir
-        << "/bus</listen><auth>EXTERNAL</auth><policy context=\"default\">"
-           "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
-           "<allow own=\"*\"/></policy></busconfig>\n";
+    std::string text = config;
+    for (size_t at = text.find("@DIR@"); at != std::string::npos; at = text.find("@DIR@", at)) {
+        text.replace(at, 5, mDir);
+    }
+    std::ofstream(mDir + "/bus.conf") << text;
     // The daemon's own messages go to a file beside its socket, shown if it fails to start.
     // The pipe is made first so that the log cannot take fd 3.
     int pipeFds[2] = {-1, -1};

@@ -14,6 +14,10 @@ namespace tola_test {
 class PrivateBus {
   public:
     PrivateBus();
+    // A daemon with the given configuration instead; "@DIR@" in it stands for the bus's own
+    // folder (where its socket must listen, as unix:path=@DIR@/bus). The folder is open to
+    // every user, so that a test may connect as another one.
+    explicit PrivateBus(const std::string& config);
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
@@ -21,12 +25,18 @@ class PrivateBus {
     const std::string& address() const { return mAddress; }
 
   private:
+    void start(const std::string& config);
     std::string mDir;
     std::string mAddress;
     pid_t mPid = -1;
     std::string mOldAddress;
     bool mHadAddress = false;
 };
+
+// A system bus as Debian configures it (its system.conf: the default deny rules, user
+// policies and limits) with the policy files given, listening on a private socket instead of
+// the machine's and leaving out the machine's own policy folders, for PrivateBus(config).
+std::string SystemStyleBusConfig(const std::vector<std::string>& policyFiles, const std::string& extraPolicy = "");
 
 // Runs a binary with the test's environment; its stdout and stderr go to outputFile.
 class ChildProcess {

@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
 
 #include <cstring>
 #include <string>
@@ -209,6 +213,113 @@ TEST_F(AclFileTest, WithoutTheSharedListTheFileIsLeftEmpty) {
     EXPECT_EQ("previous backup", root.readFile(kBackupFile));
     EXPECT_FALSE(agent.InitializeACL());
     EXPECT_NE(std::string::npos, log().find("Access Control List Database is empty"));
+}
+
+TEST_F(AclFileTest, OnlyTextsTheReaderGivesBackAreStorable) {
+    struct Case {
+        std::string text;
+        bool storable;
+    } cases[] = {
+        {"https://portal.example:8443/checkin?id=7", true},
+        {"blanks, > and ]] alone and a DEL \x7f", true},
+        {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", true},  // two, three and four bytes
+        {std::string(125, 'u') + "\xc3\xa9", true},                 // the field keeps all of it
+        {std::string(126, 'u') + "\xc3\xa9", false},                // the field keeps half of it
+        {std::string(127, 'u') + "<", true},                          // the field does not keep it
+        {"a<b", false},
+        {"a&b", false},
+        {"a]]>b", false},
+        {"tab\there", false},
+        {"line\nbreak", false},
+        {"\xff", false},
+        {"\xc0\xaf", false},          // an overlong "/"
+        {"\xe2\x82", false},          // cut short
+        {"\xed\xa0\x80", false},      // a surrogate
+        {"\xef\xbf\xbe", false},      // U+FFFE
+        {"\xf4\x90\x80\x80", false},  // past U+10FFFF
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        ASSERT_EQ(tola_storable_text(c.text.c_str(), TOLA_TEXT_MAX), c.storable);
+        if (!c.storable) {
+            continue;
+        }
+        // What is storable comes back unchanged after a restart.
+        {
+            TOLAAgent agent;
+            agent.Initialize();
+            tolaagent_runtime_config_t record;
+            agent.GetRuntimeConfig(record);
+            tola_copy_text(record.payloadEncryptionKey, c.text.c_str());
+            agent.SetRuntimeConfig(record);
+        }
+        TOLAAgent restarted;
+        restarted.Initialize();
+        tolaagent_runtime_config_t record;
+        restarted.GetRuntimeConfig(record);
+        EXPECT_EQ(tola_record_text(record.payloadEncryptionKey), c.text.substr(0, TOLA_TEXT_MAX));
+    }
+    EXPECT_EQ(log().find("looks like file got corrupted"), std::string::npos);
+}
+
+TEST_F(AclFileTest, UnstorableNamesNeverReachTheFile) {
+    TOLAAgent agent;
+    agent.Initialize();
+    agent.SetACEProperties("Good", true, true);
+    agent.SetACEProperties("Bad&Name", true, true);  // from a document: refused at once
+    ASSERT_EQ(agent.AclBlock()->count, 1);
+    // Another process writes a bad name straight into the segment: left out of the file.
+    tola_ace_t& planted = agent.AclBlock()->entries[1];
+    std::memset(&planted, 0, sizeof planted);
+    std::memcpy(planted.name, "Planted<", 8);
+    agent.AclBlock()->count = 2;
+    tolaagent_runtime_config_t record;
+    agent.GetRuntimeConfig(record);
+    agent.SetRuntimeConfig(record);
+    EXPECT_EQ(root.readFile(kAclFile), aclFile(kDefaultRecord, ace("Good", "True", "True")));
+    EXPECT_NE(log().find("Access control entry Bad&Name refused, its name cannot be stored"), std::string::npos);
+    EXPECT_NE(log().find("Access control entry Planted< left out, its name cannot be stored"), std::string::npos);
+}
+
+TEST_F(AclFileTest, WritesNeverFollowAPlantedLinkAndNeverTearUnderConcurrentWriters) {
+    TOLAAgent agent;
+    agent.Initialize();
+    // A link where a fixed temporary name would be: the write must not go through it.
+    root.writeFile("/victim", "untouched");
+    ASSERT_EQ(symlink(root.path("/victim").c_str(), root.path(kAclFile + ".tmp").c_str()), 0);
+    tolaagent_runtime_config_t record;
+    agent.GetRuntimeConfig(record);
+    agent.SetRuntimeConfig(record);
+    EXPECT_EQ(root.readFile("/victim"), "untouched");
+
+    // The bus thread and the check-in thread store the record at once; a reader beside them
+    // only ever sees whole files, main and backup alike.
+    std::atomic<bool> done{false};
+    auto writer = [&](const char* prefix) {
+        for (int i = 0; i < 300; ++i) {
+            tolaagent_runtime_config_t mine;
+            agent.GetRuntimeConfig(mine);
+            tola_copy_text(mine.payloadEncryptionKey, (prefix + std::to_string(i)).c_str());
+            agent.SetRuntimeConfig(mine);
+        }
+    };
+    int torn = 0;
+    std::thread reader([&] {
+        while (!done.load()) {
+            for (const std::string& file : {kAclFile, kBackupFile}) {
+                std::string text = root.readFile(file);
+                if (text.rfind(kHead, 0) != 0 || text.find("\n</ACL>\n</ACLConfig>") == std::string::npos) {
+                    ++torn;
+                }
+            }
+        }
+    });
+    std::thread a(writer, "bus-"), b(writer, "checkin-");
+    a.join();
+    b.join();
+    done = true;
+    reader.join();
+    EXPECT_EQ(torn, 0);
 }
 
 }  // namespace

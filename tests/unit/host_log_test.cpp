@@ -1,6 +1,7 @@
 // The debug log's level threshold (ARDO_LOG_LEVEL): lines above it are dropped before they are
 // formatted, anything but a level 0..7 leaves every line in.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <regex>
@@ -58,6 +59,26 @@ TEST(HostLog, LevelThresholdKeepsTheLinesAtOrBelowIt) {
     unsetenv("ARDO_LOG_LEVEL");
     vorn_dbg_start();
     vorn_dbg_stop();
+}
+
+TEST(HostLog, TheLogIsItsOwnersAloneNewOrOld) {
+    tola_test::TempRoot root(true);
+    for (bool existing : {false, true}) {
+        SCOPED_TRACE(existing);
+        vorn_dbg_stop();
+        root.remove("/var/log/tola.log");
+        if (existing) {
+            root.writeFile("/var/log/tola.log", "older lines\n");
+            chmod(root.path("/var/log/tola.log").c_str(), 0644);
+        }
+        vorn_dbg_start();
+        vorn_dbg_log(3, "[%s]:[%s] - a line", "TOLA", vorn_dbg_get_level_name(3));
+        vorn_dbg_stop();
+        struct stat st {};
+        ASSERT_EQ(stat(root.path("/var/log/tola.log").c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 0777, 0600u);
+        EXPECT_EQ(root.readFile("/var/log/tola.log").find("older lines") == 0, existing);
+    }
 }
 
 }  // namespace

@@ -121,10 +121,29 @@ TEST(JsonTree, BuilderRefusesMisuse) {
     context_clear(&ctx);  // frees the pushed object
 }
 
-TEST(JsonTree, DeepAndWideTreesAreBuiltAndFreed) {
-    const int depth = 200000;
-    Tree deep(std::string(depth, '[') + std::string(depth, ']'));
-    ASSERT_NE(deep.root, nullptr);
+TEST(JsonTree, NestingIsBoundedAndWideTreesAreBuilt) {
+    auto nested = [](size_t depth, const char* open, const char* close) {
+        std::string text;
+        for (size_t i = 0; i < depth; ++i) {
+            text += open;
+        }
+        text += "1";
+        for (size_t i = 0; i < depth; ++i) {
+            text += close;
+        }
+        return text;
+    };
+    for (size_t depth : {TOLA_JSON_MAX_DEPTH, TOLA_JSON_MAX_DEPTH + 1, size_t{1} << 20}) {
+        SCOPED_TRACE(depth);
+        EXPECT_EQ(Tree(nested(depth, "[", "]")).root != nullptr, depth <= TOLA_JSON_MAX_DEPTH);
+        EXPECT_EQ(Tree(nested(depth, "{\"a\":", "}")).root != nullptr, depth <= TOLA_JSON_MAX_DEPTH);
+    }
+    // Depth is what is open at once, not how many composites the text holds.
+    std::string siblings = "[";
+    for (size_t i = 0; i < 3 * TOLA_JSON_MAX_DEPTH; ++i) {
+        siblings += i == 0 ? "[[]]" : ",[[]]";
+    }
+    EXPECT_NE(Tree(siblings + "]").root, nullptr);
     std::string wide = "[1";
     for (int i = 1; i < 100000; ++i) {
         wide += ",1";

@@ -86,33 +86,44 @@ TEST_F(ResponseTest, AnswerParsing) {
 }
 
 TEST_F(ResponseTest, ResultCodesChangeKeyUrlAndFlag) {
-    const std::string url = "https://portal.tola.test/checkin", longKey(500, 'k');
+    const std::string url = "https://portal.tola.test/checkin", other = "https://other.tola.test/c",
+                      longKey(500, 'k');
+    const json both = {{"DeviceEncryptionKey", "new-key"}, {"CheckInUrl", other}};
     struct Case {
         int code;
-        std::string answerKey, key, url;
+        json fields;  // the key and URL the answer carries
+        std::string key, url;
         bool flag;
         const char* logged;
     } cases[] = {
-        {1, "new-key", "old-key", url, true, "Success no new configuration follows"},
-        {95, "new-key", "new-key", url, true, "New encrypt key no config follows"},
-        {95, longKey, longKey.substr(0, 127), url, true,
+        {1, both, "old-key", url, true, "Success no new configuration follows"},
+        {95, both, "new-key", url, true, "New encrypt key no config follows"},
+        {95, {{"DeviceEncryptionKey", longKey}}, longKey.substr(0, 127), url, true,
          "New encrypt key no config follows"},  // cut to the field
-        {97, "new-key", "old-key", "https://other.tola.test/c", true, "New url no config follows"},
-        {99, "new-key", "old-key", url, false, "No new config disable check in flag"},
-        {2, "new-key", "old-key", url, true, "does not match with that available in portal"},
-        {3, "new-key", "old-key", url, true, "Incorrect device type"},
-        {4, "new-key", "old-key", url, true, "Incorrect imei"},
-        {57, "new-key", "old-key", url, true, "Received following error code from TOLA portal"},
+        {97, both, "old-key", other, true, "New url no config follows"},
+        {99, both, "old-key", url, false, "No new config disable check in flag"},
+        {2, both, "old-key", url, true, "does not match with that available in portal"},
+        {3, both, "old-key", url, true, "Incorrect device type"},
+        {4, both, "old-key", url, true, "Incorrect imei"},
+        {57, both, "old-key", url, true, "Received following error code from TOLA portal"},
+        // A key or URL that is absent, empty, not a text or not storable keeps the stored one.
+        {95, json::object(), "old-key", url, true, "No new encryption key in the answer; the old key is kept"},
+        {95, {{"DeviceEncryptionKey", ""}}, "old-key", url, true, "No new encryption key in the answer"},
+        {95, {{"DeviceEncryptionKey", 7}}, "old-key", url, true, "No new encryption key in the answer"},
+        {95, {{"DeviceEncryptionKey", "a&b"}}, "old-key", url, true, "New encryption key refused"},
+        {97, json::object(), "old-key", url, true, "No new check-in URL in the answer; the old URL is kept"},
+        {97, {{"CheckInUrl", ""}}, "old-key", url, true, "No new check-in URL in the answer"},
+        {97, {{"CheckInUrl", nullptr}}, "old-key", url, true, "No new check-in URL in the answer"},
+        {97, {{"CheckInUrl", other + "?a=1&b=2"}}, "old-key", url, true, "New check-in URL refused"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.code);
+        SCOPED_TRACE(c.fields.dump());
         Activate(url, "old-key");
         ASSERT_TRUE(app->EstablishAdminApnCall(1));
         size_t disconnects = Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size();
-        json answer = {{"ResultCode", c.code},
-                       {"Version", "1"},
-                       {"DeviceEncryptionKey", c.answerKey},
-                       {"CheckInUrl", "https://other.tola.test/c"}};
+        json answer = {{"ResultCode", c.code}, {"Version", "1"}};
+        answer.update(c.fields);
         std::string text = answer.dump();
         EXPECT_TRUE(app->SaveConfiguration(text));
         tolaagent_runtime_config_t stored = Stored();
@@ -126,6 +137,18 @@ TEST_F(ResponseTest, ResultCodesChangeKeyUrlAndFlag) {
         EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), disconnects + 1);
     }
     EXPECT_EQ(Reboots(), 0);
+}
+
+TEST_F(ResponseTest, NewUrlWithAConfigurationButNoUrlStillReachesThePortal) {
+    // Code 96 without its URL: the stored address stays, so the receipt still goes out; an
+    // unstorable Version is confirmed but not stored.
+    json answer = {{"ResultCode", 96},
+                   {"Version", "v<2"},
+                   {"EncryptedConfiguration", tola_test::Encrypt(kFactoryKey, "[{}]")}};
+    json receipt = ReceiptFor(answer, "", true);
+    EXPECT_EQ(receipt.value("ErrorCode", ""), "0");
+    EXPECT_STREQ(Stored().version, "0");
+    EXPECT_NE(Log().find("New version refused, it cannot be stored; the old version is kept"), std::string::npos);
 }
 
 TEST_F(ResponseTest, IntervalOverrideSetsTheTimer) {
@@ -183,6 +206,25 @@ TEST_F(ResponseTest, EmptyVersionKeepsTheStoredOneInTheRecordTheReceiptAndTheNex
     std::string checkIn = "{}";
     app->ProcessRequest(checkIn, request);
     EXPECT_EQ(request, "{\"Version\":\"4\"}");
+}
+
+TEST(MaskSecrets, PasswordsAndKeysNeverReachTheLog) {
+    struct Case {
+        std::string text, masked;
+    } cases[] = {
+        {R"([{"AdminPasswordSettings":{"AdminPassword":"s3cret","AdminPasswordOnDisplay":true}}])",
+         R"([{"AdminPasswordSettings":{"AdminPassword":"********","AdminPasswordOnDisplay":true}}])"},
+        {R"({"WiFiKey" : "a\"b:c", "SSID":"WiFiKey", "Answer":"x"})",
+         R"({"WiFiKey" : "********", "SSID":"WiFiKey", "Answer":"********"})"},
+        {R"({"DeviceEncryptionKey":"k","CheckInUrl":"https://p/","ResultCode":95})",
+         R"({"DeviceEncryptionKey":"********","CheckInUrl":"https://p/","ResultCode":95})"},
+        {R"({"WiFiGuestKey":7,"Keys":["a","b"]})", R"({"WiFiGuestKey":7,"Keys":["a","b"]})"},
+        {"<html>503</html>", "<html>503</html>"},
+        {R"({"AdminPassword":"cut sh)", R"({"AdminPassword":"********")"},  // a text cut short
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(tola_mask_secrets(c.text), c.masked) << c.text;
+    }
 }
 
 TEST_F(ResponseTest, ReceiptIsFilledTrimmedAndEncrypted) {

@@ -133,11 +133,17 @@ TEST_F(SmsTest, RefusedCommandsChangeNothing) {
           std::string("<TOLA><" + std::string(5000, 'Q') + ">"), Sms("<102>x", "wrong")}) {
         Send(sms);
     }
+    // Accepted commands whose text the record file could not hold: refused, the old value kept.
+    for (const std::string& sms : {Sms("<102>https://p.test/c?a=1&b=2"), Sms("<101>k<y"), Sms("<101>k]]>y")}) {
+        Send(sms);
+    }
     tolaagent_runtime_config_t after = Stored();
     EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
     EXPECT_EQ(ardo::deviceStateRead()["modem"], deviceBefore["modem"]);
     EXPECT_EQ(ardo::deviceStateRead()["power"]["factory_resets"], 0);
     EXPECT_EQ(Count(Log(), "Invalid SMS received\n"), 7u);
+    EXPECT_EQ(Count(Log(), "New check-in URL refused, it cannot be stored; the old URL is kept"), 1u);
+    EXPECT_EQ(Count(Log(), "New encryption key refused, it cannot be stored; the old key is kept"), 2u);
 }
 
 TEST_F(SmsTest, KeyAndUrlCommandsStoreTheirArgument) {
@@ -274,6 +280,9 @@ TEST_F(SmsTest, KeyAndUrlAnswers) {
          "Failed to parse SMS 104 Check-in Response\n"},
         {Answer(json{{"DeviceEncryptionKey", longKey}, {"CheckInUrl", longUrl}}.dump()), true, "Setting",
          longKey.substr(0, 127), longUrl.substr(0, 127)},
+        // One text the record cannot hold: neither is stored.
+        {Answer(R"({"DeviceEncryptionKey":"new-key","CheckInUrl":"https://new.test/c?a&b"})"), false,
+         "New encryption key and check-in URL refused"},
     };
     int n = 0;
     for (const Case& c : cases) {

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -9,6 +10,7 @@
 
 #include "device_state.h"
 #include "http_helper.h"
+#include "maintenance_thread.h"
 #include "sys_core.h"
 #include "sys_settings.h"
 #include "test_env.h"
@@ -164,6 +166,27 @@ TEST(Journal, SleepsCutShortByAProcessStopAreJournalledSo) {
     EXPECT_TRUE(entry["time"].is_string());  // entries carry their time, to follow a check-in
     entry.erase("time");
     EXPECT_EQ(entry.dump(), R"({"args":{"full":false,"seconds":86400},"call":"sys_sleepSeconds","result":0})");
+}
+
+// An interval of 0 neither ends periodic runs nor makes them continuous: it waits the built-in day.
+TEST(Timer, AnIntervalOfZeroWaitsTheBuiltInDay) {
+    tola_test::TempRoot root(true, 864000.0);  // the day is 100 ms, an hour 4 ms
+    struct Counter : MaintenanceThreadCallbackInterface {
+        std::atomic<int> calls{0};
+        bool OnThreadNotify(unsigned int) override {
+            ++calls;
+            return false;
+        }
+    } counter;
+    MaintenanceThread timer(&counter, 0, 3456);
+    ASSERT_EQ(timer.Run(), 0);
+    for (int i = 0; i < 2000 && counter.calls < 2; ++i) {
+        usleep(10000);
+    }
+    timer.Shutdown();
+    timer.WaitForCompletion();
+    EXPECT_GE(counter.calls, 2);  // periodic, never signalled
+    EXPECT_LE(counter.calls, 10);  // taken literally, 0 would have run thousands of times
 }
 
 // A text cut inside a UTF-8 sequence (at a record field's bound) still gives a whole journal line.
