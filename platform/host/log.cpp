@@ -1,6 +1,7 @@
-// Host logging: the debug log file var/log/tola.log under the root (optionally mirrored to
-// stderr with ARDO_LOG_STDERR=1) and syslog(3). ARDO_LOG_LEVEL is the highest level written to
-// the debug log; a line above it returns before anything is formatted.
+// The debug log: the file var/log/tola.log under the root (optionally mirrored to stderr with
+// ARDO_LOG_STDERR=1). ARDO_LOG_LEVEL is the highest level written to it; a line above it returns
+// before anything is formatted. Shared by the host and linux backends; each writes syslog lines
+// its own way (syslog.cpp: syslog(3) here, the journal on linux).
 //
 // Each line of the file starts with the time it was written, ISO 8601 UTC with milliseconds and a
 // space, so that a check-in can be followed across the log, the journals and the portal's log.
@@ -8,7 +9,6 @@
 // the "<level>" prefix journald reads, so that a failed start shows in `systemctl status`.
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -29,7 +29,6 @@ std::mutex gLogMutex;
 FILE* gLogFile = nullptr;
 bool gMirror = false;
 bool gJournal = false;  // stderr is the journal's stream
-bool gSyslogOpen = false;
 
 constexpr int kMaxLevel = 7;
 // -1 until first read from ARDO_LOG_LEVEL; read again by vorn_dbg_start.
@@ -88,10 +87,6 @@ int vorn_dbg_start(void) {
     gLevel.store(levelFromEnvironment(), std::memory_order_relaxed);
     std::lock_guard<std::mutex> guard(gLogMutex);
     openLocked();
-    if (!gSyslogOpen) {
-        openlog("tola", LOG_PID | LOG_NDELAY, LOG_LOCAL1);
-        gSyslogOpen = true;
-    }
     return gLogFile != nullptr ? 0 : 1;
 }
 
@@ -100,10 +95,6 @@ int vorn_dbg_stop(void) {
     if (gLogFile != nullptr) {
         std::fclose(gLogFile);
         gLogFile = nullptr;
-    }
-    if (gSyslogOpen) {
-        closelog();
-        gSyslogOpen = false;
     }
     return 0;
 }
@@ -162,12 +153,5 @@ void vorn_dbg_log(int level, const char* format, ...) {
     va_list args;
     va_start(args, format);
     vorn_dbg_vlog(level, format, args);
-    va_end(args);
-}
-
-void vorn_dbg_syslog(int priority, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    vsyslog(priority, format, args);
     va_end(args);
 }

@@ -14,7 +14,8 @@
 # ARDO_HOST_STORE_SOURCES   the store itself and every settings getter and setter of
 #                           sys_settings.h (but modem profiles), deviceui.h and webui.h:
 #                           host_env.cpp, device_state.cpp, settings.cpp, known_devices.cpp and
-#                           the embedded factory defaults. The backend provides sys_fsPath.
+#                           the embedded factory defaults. The backend provides sys_fsPath
+#                           (paths.cpp serves a backend whose fixed paths move with ARDO_ROOT).
 # ARDO_HOST_MODEM_PROFILE_SOURCES   sys_get/setModemProfile, sys_getActiveModemProfileIndex.
 # ARDO_HOST_DATA_USAGE_SOURCES      dua_* (publishes its notice through the backend's bus).
 #

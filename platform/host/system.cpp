@@ -150,26 +150,3 @@ int sys_restoreFactoryDefaults(void) {
     }
     return rc;
 }
-
-// The root and the ACL segment key are host set-up (ARDO_ROOT, ARDO_SHM_KEY); they live here rather
-// than beside hostRoot() so that the settings store (store.cmake) carries no platform entry point.
-std::string sys_fsPath(const std::string& devicePath) {
-    std::string root = ardo::hostRoot();
-    // Relative paths stay relative to the working directory, as on the device.
-    if (root.empty() || devicePath.empty() || devicePath.front() != '/') {
-        return devicePath;
-    }
-    return root + devicePath;
-}
-
-key_t sys_getACLSharedMemoryKey(void) {
-    const char* text = std::getenv("ARDO_SHM_KEY");
-    if (text != nullptr && *text != '\0') {
-        char* end = nullptr;
-        long key = std::strtol(text, &end, 0);
-        if (*end == '\0' && key > 0 && key <= INT32_MAX) {
-            return static_cast<key_t>(key);
-        }
-    }
-    return 9999;
-}

@@ -138,25 +138,3 @@ int sys_restoreFactoryDefaults(void) {
     }
     return logindReboot("sys_restoreFactoryDefaults");
 }
-
-// ARDO_ROOT moves the device's fixed paths under a folder (tests, and a device whose data
-// folder is elsewhere); unset, they are the real paths.
-std::string sys_fsPath(const std::string& devicePath) {
-    std::string root = ardo::hostRoot();
-    if (root.empty() || devicePath.empty() || devicePath.front() != '/') {
-        return devicePath;
-    }
-    return root + devicePath;
-}
-
-key_t sys_getACLSharedMemoryKey(void) {
-    const char* text = std::getenv("ARDO_SHM_KEY");
-    if (text != nullptr && *text != '\0') {
-        char* end = nullptr;
-        long key = std::strtol(text, &end, 0);
-        if (*end == '\0' && key > 0 && key <= INT32_MAX) {
-            return static_cast<key_t>(key);
-        }
-    }
-    return 9999;
-}

@@ -165,7 +165,8 @@ TEST(Journal, SleepsCutShortByAProcessStopAreJournalledSo) {
     json entry = json::parse(root.readFile("/var/lib/ardo/waits.jsonl"));
     EXPECT_TRUE(entry["time"].is_string());  // entries carry their time, to follow a check-in
     entry.erase("time");
-    EXPECT_EQ(entry.dump(), R"({"args":{"full":false,"seconds":86400},"call":"sys_sleepSeconds","result":0})");
+    EXPECT_EQ(entry.dump(),
+              R"({"args":{"full":false,"seconds":86400},"call":"sys_sleepSeconds","result":0})");
 }
 
 // An interval of 0 neither ends periodic runs nor makes them continuous: it waits the built-in day.
@@ -185,7 +186,7 @@ TEST(Timer, AnIntervalOfZeroWaitsTheBuiltInDay) {
     }
     timer.Shutdown();
     timer.WaitForCompletion();
-    EXPECT_GE(counter.calls, 2);  // periodic, never signalled
+    EXPECT_GE(counter.calls, 2);   // periodic, never signalled
     EXPECT_LE(counter.calls, 10);  // taken literally, 0 would have run thousands of times
 }
 
