@@ -6,12 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <mutex>
-
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <mutex>
 #include <string>
 
 #include "sys_core.h"
@@ -204,7 +203,8 @@ bool TOLAAgent::SerializeACL() {
             // Any process may write the segment; a name the reader would reject is left out
             // rather than costing the whole file at the next start.
             if (!tola_storable_text(name.c_str(), TOLA_ACL_NAME_SIZE)) {
-                TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Access control entry %s left out, its name cannot be stored\n",
+                TLOG_SYS(TOLA_LOG_ERROR,
+                         "[%s]:[%s] - Access control entry %s left out, its name cannot be stored\n",
                          name.c_str());
                 continue;
             }

@@ -55,7 +55,8 @@ void TOLAAgent::SetACEProperties(const char* name, bool displayEnabled, bool wri
     } else if (name != nullptr && !tola_storable_text(name, TOLA_ACL_NAME_SIZE)) {
         // The list is saved in acl_config.xml as it stands; such a name would make the file
         // unreadable at the next start.
-        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Access control entry %s refused, its name cannot be stored\n", name);
+        TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - Access control entry %s refused, its name cannot be stored\n",
+                 name);
     } else if (name != nullptr) {
         uint32_t flags =
             (displayEnabled ? TOLA_ACE_DISPLAY_ENABLED : 0u) | (writeEnabled ? TOLA_ACE_WRITE_ENABLED : 0u);

@@ -89,7 +89,8 @@ void TOLAApp::PerformCheckIn() {
             if (rc != 0) {
                 failed = true;
             } else {
-                TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Server response is %s", tola_mask_secrets(response).c_str());
+                TLOG(TOLA_LOG_DEBUG, "[%s]:[%s] - Server response is %s",
+                     tola_mask_secrets(response).c_str());
                 // A state file, re-read at start-up: written crash-safely like acl_config.xml, so a
                 // power loss leaves the previous answer or this one, never a torn one. A failed
                 // write is not reported.

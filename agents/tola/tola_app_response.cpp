@@ -52,7 +52,8 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
     // portal (nothing to check in to, or a record the next start throws away): keep the old one.
     if (mResultCode == 94 || mResultCode == 95) {
         if (mNewEncryptionKey.empty()) {
-            TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - No new encryption key in the answer; the old key is kept\n");
+            TLOG_SYS(TOLA_LOG_ERROR,
+                     "[%s]:[%s] - No new encryption key in the answer; the old key is kept\n");
         } else if (!tola_storable_text(mNewEncryptionKey.c_str(), TOLA_TEXT_MAX)) {
             TLOG_SYS(TOLA_LOG_ERROR,
                      "[%s]:[%s] - New encryption key refused, it cannot be stored; the old key is kept\n");
@@ -167,8 +168,9 @@ bool TOLAApp::SaveConfiguration(std::string& response) {
                     tola_copy_text(runtimeConfig.version, mVersion.c_str());
                     agent.SetRuntimeConfig(runtimeConfig);
                 } else {
-                    TLOG_SYS(TOLA_LOG_ERROR,
-                             "[%s]:[%s] - New version refused, it cannot be stored; the old version is kept\n");
+                    TLOG_SYS(
+                        TOLA_LOG_ERROR,
+                        "[%s]:[%s] - New version refused, it cannot be stored; the old version is kept\n");
                 }
             }
         }

@@ -30,7 +30,8 @@ void copyBounded(char (&dst)[TOLA_SMS_BUFFER_SIZE], const char* src, size_t leng
 
 // What the log says when a command's text is refused because the record file could not hold it
 // (a "<" or "&", say): the stored value stays.
-constexpr const char kUnstorableKey[] = "New encryption key refused, it cannot be stored; the old key is kept";
+constexpr const char kUnstorableKey[] =
+    "New encryption key refused, it cannot be stored; the old key is kept";
 constexpr const char kUnstorableUrl[] = "New check-in URL refused, it cannot be stored; the old URL is kept";
 constexpr const char kUnstorableKeyOrUrl[] =
     "New encryption key and check-in URL refused, one cannot be stored; the old ones are kept";
@@ -319,7 +320,8 @@ void TOLAApp::PerformGetSecurityKeyCheckinURL(const std::string& url) {
         return;
     }
     // Both or neither: a device must not pair a new key with an old portal, or the reverse.
-    if (!tola_storable_text(newKey.c_str(), TOLA_TEXT_MAX) || !tola_storable_text(newUrl.c_str(), TOLA_TEXT_MAX)) {
+    if (!tola_storable_text(newKey.c_str(), TOLA_TEXT_MAX) ||
+        !tola_storable_text(newUrl.c_str(), TOLA_TEXT_MAX)) {
         TLOG_SYS(TOLA_LOG_ERROR, "[%s]:[%s] - %s\n", kUnstorableKeyOrUrl);
         return;
     }

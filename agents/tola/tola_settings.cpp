@@ -167,9 +167,9 @@ T* cachedRecord(std::unique_ptr<T>& entry, const char* logName, int (*getter)(T*
     return entry.get();
 }
 
-#define TOLA_DEFINE_CACHE_GETTER(name, type, logName, getter)         \
-    type* TOLASettingsObject::name() {                                \
-        return cachedRecord<type>(mCache_##name, logName, getter);    \
+#define TOLA_DEFINE_CACHE_GETTER(name, type, logName, getter)      \
+    type* TOLASettingsObject::name() {                             \
+        return cachedRecord<type>(mCache_##name, logName, getter); \
     }
 TOLA_DEVICE_STATE_CACHE(TOLA_DEFINE_CACHE_GETTER)
 #undef TOLA_DEFINE_CACHE_GETTER

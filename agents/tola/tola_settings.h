@@ -210,45 +210,46 @@ const tola_field_info_t& tola_field_info(TolaField field);
 // X(accessor, value type, platform call named in the logs, getter). What validation and apply
 // read of the device as it is now, as opposed to the members above, which hold what the document
 // asks for.
-#define TOLA_DEVICE_STATE_CACHE(X)                                                                           \
-    X(getManualDNSSettings, sys_manual_dns_t, "getManualDNSSettings", sys_getManualDNSSettings)              \
-    X(getManualDNSEnabled, int, "getManualDNSEnabled", sys_getManualDNSEnabled)                              \
-    X(getAllowHWReset, int, "getAllowHWReset", sys_getHWFactoryResetEnabled)                                 \
-    X(getNMEAOverWiFiEnabled, int, "getNMEAOverWiFiEnabled", sys_getNMEAOverWiFiEnabled)                     \
-    X(getNMEAOverWiFiSettings, int, "getNMEAOverWiFiSettings", sys_getNMEAOverWiFiSettings)                  \
-    X(getGPSStartupState, int, "getGPSStartupState", sys_getGPSStartupState)                                 \
-    X(getIPv6TransparentModeEnabled, int, "getIPv6TransparentModeEnabled", sys_getIPv6TransparentModeEnabled) \
-    X(getVPNPassthroughEnabled, int, "getVPNPassthroughEnabled", sys_getVPNPassthroughEnabled)               \
-    X(getIPv6Enabled, int, "getIPv6Enabled", sys_getIPv6Enabled)                                             \
-    X(getDMZEnabled, int, "getDMZEnabled", sys_getDMZEnabled)                                                \
-    X(getDMZSettings, sys_dmz_settings_t, "getDMZSettings", sys_getDMZSettings)                              \
-    X(getMacFilterWhiteListEnabled, int, "getMacFilterWhiteListEnabled", sys_getMacFilterWhiteListEnabled)   \
-    X(getLANSettings, sys_lan_settings_t, "getLANSettings", sys_getLANSettings)                              \
-    X(getLogSettings, webui_log_settings_t, "webui_get_log", webui_get_log_settings)                         \
-    X(getWiFiCarrierEnabled, int, "getWiFiCarrierEnabled", sys_getWiFiCarrierEnabled)                        \
-    X(getGuestWiFiCarrierEnabled, int, "getGuestWiFiCarrierEnabled", sys_getWiFiGuestCarrierEnabled)         \
-    X(getWiFiEnabled, int, "getWiFiEnabled", sys_getWiFiEnabled)                                             \
-    X(getWiFi24GHzProfileEnabled, int, "get WiFi 2.4GHz Profile Enabled", tola_read_wifi24_profile)          \
-    X(getWiFi5GHzProfileEnabled, int, "get WiFi 5GHz Profile Enabled", tola_read_wifi5_profile)              \
-    X(getWiFiMaxClients, int, "sys_getWiFiMaxClients", sys_getWiFiMaxClients)                                \
-    X(getWiFiProfile, sys_wifi_profile_t, "getWiFiProfile", sys_getWiFiPrimaryProfile)                       \
-    X(getWiFiGuestProfile, sys_wifi_profile_t, "getWiFiGuestProfile", sys_getWiFiGuestProfile)               \
-    X(getUniversalChargingSettings, int, "getUniversalChargingSettings", sys_getUniversalChargingSettings)   \
-    X(getScreenTimeoutSettings, int, "deviceui_get_screen_timeout_settings",                                 \
-      deviceui_get_screen_timeout_settings)                                                                  \
-    X(getPowerSaveSettings, sys_power_save_settings_t, "getPowerSaveSettings", sys_getPowerSaveSettings)     \
-    X(getLEDEnabled, int, "getLEDEnabled", sys_getLEDEnabled)                                                \
-    X(getUIStealthModeEnabled, int, "getUIStealthModeEnabled", sys_getUIStealthModeEnabled)                  \
-    X(getUSBTetheringEnabled, int, "getUSBTetheringEnabled", sys_getUSBTetheringEnabled)                     \
-    X(getUINotificationSettings, int, "sys_getUINotificationSettings", sys_getUINotificationSettings)        \
-    X(getI18nSettings, webui_i18n_settings_t, "webui_get_i18n_settings", webui_get_i18n_settings)            \
-    X(getPortFilteringEnabled, int, "getPortFilteringEnabled", sys_getPortFilteringEnabled)                  \
-    X(getPortForwardingEnabled, int, "getPortForwardingEnabled", sys_getPortForwardingEnabled)               \
-    X(getSambaEnabled, int, "sys_getSambaEnabled", sys_getSambaEnabled)                                      \
-    X(getSambaSettings, sys_samba_settings_t, "sys_getSambaSettings", sys_getSambaSettings)                  \
-    X(getSambaPrimaryNetworkEnabled, int, "sys_getSambaPrimaryNetworkEnabled",                               \
-      sys_getSambaPrimaryNetworkEnabled)                                                                     \
-    X(getSambaGuestNetworkEnabled, int, "sys_getSambaGuestNetworkEnabled", sys_getSambaGuestNetworkEnabled)  \
+#define TOLA_DEVICE_STATE_CACHE(X)                                                                          \
+    X(getManualDNSSettings, sys_manual_dns_t, "getManualDNSSettings", sys_getManualDNSSettings)             \
+    X(getManualDNSEnabled, int, "getManualDNSEnabled", sys_getManualDNSEnabled)                             \
+    X(getAllowHWReset, int, "getAllowHWReset", sys_getHWFactoryResetEnabled)                                \
+    X(getNMEAOverWiFiEnabled, int, "getNMEAOverWiFiEnabled", sys_getNMEAOverWiFiEnabled)                    \
+    X(getNMEAOverWiFiSettings, int, "getNMEAOverWiFiSettings", sys_getNMEAOverWiFiSettings)                 \
+    X(getGPSStartupState, int, "getGPSStartupState", sys_getGPSStartupState)                                \
+    X(getIPv6TransparentModeEnabled, int, "getIPv6TransparentModeEnabled",                                  \
+      sys_getIPv6TransparentModeEnabled)                                                                    \
+    X(getVPNPassthroughEnabled, int, "getVPNPassthroughEnabled", sys_getVPNPassthroughEnabled)              \
+    X(getIPv6Enabled, int, "getIPv6Enabled", sys_getIPv6Enabled)                                            \
+    X(getDMZEnabled, int, "getDMZEnabled", sys_getDMZEnabled)                                               \
+    X(getDMZSettings, sys_dmz_settings_t, "getDMZSettings", sys_getDMZSettings)                             \
+    X(getMacFilterWhiteListEnabled, int, "getMacFilterWhiteListEnabled", sys_getMacFilterWhiteListEnabled)  \
+    X(getLANSettings, sys_lan_settings_t, "getLANSettings", sys_getLANSettings)                             \
+    X(getLogSettings, webui_log_settings_t, "webui_get_log", webui_get_log_settings)                        \
+    X(getWiFiCarrierEnabled, int, "getWiFiCarrierEnabled", sys_getWiFiCarrierEnabled)                       \
+    X(getGuestWiFiCarrierEnabled, int, "getGuestWiFiCarrierEnabled", sys_getWiFiGuestCarrierEnabled)        \
+    X(getWiFiEnabled, int, "getWiFiEnabled", sys_getWiFiEnabled)                                            \
+    X(getWiFi24GHzProfileEnabled, int, "get WiFi 2.4GHz Profile Enabled", tola_read_wifi24_profile)         \
+    X(getWiFi5GHzProfileEnabled, int, "get WiFi 5GHz Profile Enabled", tola_read_wifi5_profile)             \
+    X(getWiFiMaxClients, int, "sys_getWiFiMaxClients", sys_getWiFiMaxClients)                               \
+    X(getWiFiProfile, sys_wifi_profile_t, "getWiFiProfile", sys_getWiFiPrimaryProfile)                      \
+    X(getWiFiGuestProfile, sys_wifi_profile_t, "getWiFiGuestProfile", sys_getWiFiGuestProfile)              \
+    X(getUniversalChargingSettings, int, "getUniversalChargingSettings", sys_getUniversalChargingSettings)  \
+    X(getScreenTimeoutSettings, int, "deviceui_get_screen_timeout_settings",                                \
+      deviceui_get_screen_timeout_settings)                                                                 \
+    X(getPowerSaveSettings, sys_power_save_settings_t, "getPowerSaveSettings", sys_getPowerSaveSettings)    \
+    X(getLEDEnabled, int, "getLEDEnabled", sys_getLEDEnabled)                                               \
+    X(getUIStealthModeEnabled, int, "getUIStealthModeEnabled", sys_getUIStealthModeEnabled)                 \
+    X(getUSBTetheringEnabled, int, "getUSBTetheringEnabled", sys_getUSBTetheringEnabled)                    \
+    X(getUINotificationSettings, int, "sys_getUINotificationSettings", sys_getUINotificationSettings)       \
+    X(getI18nSettings, webui_i18n_settings_t, "webui_get_i18n_settings", webui_get_i18n_settings)           \
+    X(getPortFilteringEnabled, int, "getPortFilteringEnabled", sys_getPortFilteringEnabled)                 \
+    X(getPortForwardingEnabled, int, "getPortForwardingEnabled", sys_getPortForwardingEnabled)              \
+    X(getSambaEnabled, int, "sys_getSambaEnabled", sys_getSambaEnabled)                                     \
+    X(getSambaSettings, sys_samba_settings_t, "sys_getSambaSettings", sys_getSambaSettings)                 \
+    X(getSambaPrimaryNetworkEnabled, int, "sys_getSambaPrimaryNetworkEnabled",                              \
+      sys_getSambaPrimaryNetworkEnabled)                                                                    \
+    X(getSambaGuestNetworkEnabled, int, "sys_getSambaGuestNetworkEnabled", sys_getSambaGuestNetworkEnabled) \
     X(getCellularDataEnabled, int, "getCellularDataEnabled", sys_getCellularDataEnabled)
 
 // The profile enabled on each band, as the cache reads it: which network the band carries

@@ -94,8 +94,8 @@ int HttpHelper::ExecuteGetRequest(const std::string& url, const std::string& bod
         curl_easy_setopt(curl, CURLOPT_CAINFO, caFile);
         curl_easy_setopt(curl, CURLOPT_CAPATH, defaultCaPath());
     }
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT, mTimeoutSeconds > 0 ? static_cast<long>(mTimeoutSeconds)
-                                                                 : kUnlimitedExchangeSeconds);
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT,
+                     mTimeoutSeconds > 0 ? static_cast<long>(mTimeoutSeconds) : kUnlimitedExchangeSeconds);
     curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, abortOnStop);
     if (!mInterface.empty()) {

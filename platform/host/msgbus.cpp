@@ -43,6 +43,7 @@
 #include <thread>
 #include <vector>
 
+#include "bus_open.h"
 #include "device_state.h"
 #include "msgbus_handler.h"
 #include "vorn_dbg.h"
@@ -99,8 +100,10 @@ int gWakeFd = -1;
 bool gBroken = false;           // the connection failed; publishing fails from now on
 std::vector<Notice> gIncoming;  // filled by the filter during sd_bus_process
 
-std::map<std::string, uint32_t> gSenderUids;  // unique name -> user (under gBusMutex)
-bool gGuardNameRequested = false;              // this connection queues for kGuardName
+// Unique name -> user (under gBusMutex). Never destroyed: a detached publisher thread (the data-usage
+// notice) may still close the bus while the process runs its exit-time destructors.
+std::map<std::string, uint32_t>& gSenderUids = *new std::map<std::string, uint32_t>;
+bool gGuardNameRequested = false;  // this connection queues for kGuardName
 
 std::thread gDelivery;
 std::thread::id gDeliveryId;
@@ -170,8 +173,9 @@ bool senderAllowed(sd_bus_message* m) {
     } else {
         sd_bus_error error = SD_BUS_ERROR_NULL;
         sd_bus_message* reply = nullptr;
-        int r = sd_bus_call_method(gBus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                   "GetConnectionUnixUser", &error, &reply, "s", sender);
+        int r =
+            sd_bus_call_method(gBus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                               "GetConnectionUnixUser", &error, &reply, "s", sender);
         known = r >= 0 && sd_bus_message_read(reply, "u", &uid) >= 0;
         sd_bus_message_unref(reply);
         sd_bus_error_free(&error);
@@ -190,7 +194,8 @@ bool senderAllowed(sd_bus_message* m) {
         vorn_dbg_log(5, "[%s]:[%s] - Dropped a message on %s from %s: user %u may not send it\n", "TOLA",
                      vorn_dbg_get_level_name(5), kGuardedChannel, sender, uid);
     } else {
-        vorn_dbg_log(5, "[%s]:[%s] - Dropped a message on %s from %s: its user is unknown (it left the bus)\n",
+        vorn_dbg_log(5,
+                     "[%s]:[%s] - Dropped a message on %s from %s: its user is unknown (it left the bus)\n",
                      "TOLA", vorn_dbg_get_level_name(5), kGuardedChannel, sender);
     }
     return false;
@@ -378,8 +383,8 @@ void waitForGuardedReadersLocked() {
             continue;  // this process reads its own signal later, on its delivery thread
         }
         sd_bus_message* ping = nullptr;
-        if (sd_bus_message_new_method_call(gBus, &ping, owner.c_str(), "/", "org.freedesktop.DBus.Peer", "Ping") >=
-            0) {
+        if (sd_bus_message_new_method_call(gBus, &ping, owner.c_str(), "/", "org.freedesktop.DBus.Peer",
+                                           "Ping") >= 0) {
             sd_bus_message* pong = nullptr;
             sd_bus_call(gBus, ping, kGuardPingUsec, nullptr, &pong);
             sd_bus_message_unref(pong);
@@ -465,22 +470,7 @@ void deliveryLoop() {
 int openBusLocked() {
     std::lock_guard<std::mutex> lock(gBusMutex);
     sd_bus* bus = nullptr;
-    const char* address = std::getenv("ARDO_BUS_ADDRESS");
-    int r = 0;
-    if (address != nullptr && *address != '\0') {
-        r = sd_bus_new(&bus);
-        if (r >= 0) {
-            r = sd_bus_set_address(bus, address);
-        }
-        if (r >= 0) {
-            r = sd_bus_set_bus_client(bus, 1);
-        }
-        if (r >= 0) {
-            r = sd_bus_start(bus);
-        }
-    } else {
-        r = sd_bus_open_user(&bus);
-    }
+    int r = ardo::openBusFromEnvironment(&bus, "ARDO_BUS_ADDRESS", sd_bus_open_user);
     const char* unique = nullptr;
     if (r >= 0) {
         // Waits for the daemon's Hello reply: the address is reachable and speaks D-Bus.

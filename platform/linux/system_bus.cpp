@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "bus_open.h"
 #include "sys_core.h"
 #include "vorn_dbg.h"
 
@@ -141,22 +142,7 @@ int readValue(sd_bus_message* m, json& out) {
 
 sd_bus* openSystemBus() {
     sd_bus* bus = nullptr;
-    const char* address = std::getenv("ARDO_SYSTEM_BUS_ADDRESS");
-    int r;
-    if (address != nullptr && *address != '\0') {
-        r = sd_bus_new(&bus);
-        if (r >= 0) {
-            r = sd_bus_set_address(bus, address);
-        }
-        if (r >= 0) {
-            r = sd_bus_set_bus_client(bus, 1);
-        }
-        if (r >= 0) {
-            r = sd_bus_start(bus);
-        }
-    } else {
-        r = sd_bus_open_system(&bus);
-    }
+    int r = ardo::openBusFromEnvironment(&bus, "ARDO_SYSTEM_BUS_ADDRESS", sd_bus_open_system);
     if (r < 0) {
         sd_bus_unref(bus);
         return nullptr;

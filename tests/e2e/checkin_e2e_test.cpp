@@ -40,7 +40,8 @@ TEST_F(CheckInE2E, PortalReceivesAFullyFilledRequestOverHttps) {
     StartAgent();
     ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << tola_test::readWholeFile(agentOut);
     // A stop aborts an exchange still running: let this one finish first.
-    ASSERT_TRUE(waitForText(root.path("/opt/ardo/data/tola/acl_config.xml"), "<LastCommand>1</LastCommand>", 10000));
+    ASSERT_TRUE(
+        waitForText(root.path("/opt/ardo/data/tola/acl_config.xml"), "<LastCommand>1</LastCommand>", 10000));
     StopAgent();
     json received = Received();
     ASSERT_GE(received.size(), 1u);
@@ -91,7 +92,8 @@ TEST_F(CheckInE2E, ResultCodesChangeKeyUrlAndFlag) {
          {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInURL>https://127.0.0.1:", "<Version>5</Version>"}},
         // A new URL that the answer does not carry: the old one stays and the receipt goes there.
         {{{"ResultCode", 96}, {"Version", "7"}, {"Configuration", kDocument}},
-         {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInURL>https://portal.tola.test:", "<Version>7</Version>"}},
+         {"<AclConfigStatus>2</AclConfigStatus>",
+          "<CheckInURL>https://portal.tola.test:", "<Version>7</Version>"}},
         {{{"ResultCode", 98}, {"Version", "6"}, {"Configuration", kDocument}},
          {"<AclConfigStatus>2</AclConfigStatus>", "<CheckInFlag>false</CheckInFlag>",
           "<Version>6</Version>"}},
@@ -268,8 +270,8 @@ TEST_F(CheckInE2E, StopEndsAStalledExchange) {
 // A hostile answer nested a million levels deep is refused as malformed, and the agent's memory
 // comes back to where it was.
 TEST_F(CheckInE2E, DeeplyNestedAnswerCostsNoLastingMemory) {
-    tola_test::CannedHttpServer portal(
-        {R"({"ResultCode":1,"Version":"1"})", std::string(1 << 20, '['), R"({"ResultCode":1,"Version":"1"})"});
+    tola_test::CannedHttpServer portal({R"({"ResultCode":1,"Version":"1"})", std::string(1 << 20, '['),
+                                        R"({"ResultCode":1,"Version":"1"})"});
     Activate(portal.url());
     StartAgent();
     auto rssKb = [this] {

@@ -107,7 +107,7 @@ TEST_F(PowerCutE2E, TheRecordSurvivesEveryCut) {
     tola_test::CannedHttpServer portal(answers);
 
     int latest = 0, earlier = 0, unchanged = 0, fromBackup = 0, fromPortal = 0;
-    long reads = 0;  // versions read under the bursts
+    long reads = 0;      // versions read under the bursts
     std::string before;  // the key stored before the burst
     // Every key sent, by its place in the sequence (the key stored at the start first).
     std::map<std::string, int> order;

@@ -77,7 +77,8 @@ TEST_F(SmsE2E, CommandsOnTheBusChangeTheStoredRecord) {
     E2ETest::StartAgent();
     ASSERT_TRUE(WaitForLog("TOLA started", 2));
     EXPECT_EQ(Log().find("looks like file got corrupted"), std::string::npos);
-    EXPECT_NE(Acl().find("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>"), std::string::npos) << Acl();
+    EXPECT_NE(Acl().find("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>"), std::string::npos)
+        << Acl();
     EXPECT_NE(Acl().find("<CheckInURL></CheckInURL>"), std::string::npos) << Acl();
     StopAgent();
 }
@@ -111,8 +112,8 @@ TEST_F(SmsE2E, OnlyRootReachesTheAgentOnASystemBus) {
         StartAgent();
         std::string emit = "setpriv --reuid=nobody --regid=nogroup --clear-groups busctl --address='" +
                            systemBus.address() +
-                           "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv sms.msg.tola s '<TOLA><" + body +
-                           ">' 2>/dev/null";
+                           "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv sms.msg.tola s '<TOLA><" +
+                           body + ">' 2>/dev/null";
         ASSERT_NE(std::system(emit.c_str()), -1);
         // Root's command, sent after it: once it is stored, the other one has been dealt with.
         ASSERT_EQ(Sms("send --key old-key '<101>root-key'"), 0);
@@ -120,7 +121,8 @@ TEST_F(SmsE2E, OnlyRootReachesTheAgentOnASystemBus) {
         StopAgent();
         std::string log = Log();
         EXPECT_EQ(log.find("stolen-key"), std::string::npos) << LogTail();
-        EXPECT_EQ(log.find("Dropped a message on sms.msg.tola") == std::string::npos, c.busRefuses) << LogTail();
+        EXPECT_EQ(log.find("Dropped a message on sms.msg.tola") == std::string::npos, c.busRefuses)
+            << LogTail();
     }
 }
 

@@ -18,7 +18,8 @@ TEST_F(DeviceCallTest, AppsApnCallGivesItsInterfaceNameByTheSizeProtocol) {
     const std::string name = backend::dataCallInterface();
     const uint32_t needed = static_cast<uint32_t>(name.size() + 1);
     uint32_t size = 0;
-    EXPECT_EQ(sys_cellularDataUsageAPNCallConnect(nullptr, &size, "conformance"), SYS_RESULT_BUFFER_TOO_SMALL);
+    EXPECT_EQ(sys_cellularDataUsageAPNCallConnect(nullptr, &size, "conformance"),
+              SYS_RESULT_BUFFER_TOO_SMALL);
     EXPECT_EQ(size, needed);
     char buffer[64];
     std::memset(buffer, '#', sizeof buffer);

@@ -48,9 +48,13 @@ void tearDown() {
     }
 }
 
-double timeScale() { return kTimeScale; }
+double timeScale() {
+    return kTimeScale;
+}
 
-bool receiveSms(const std::string& text) { return publish("sms.msg.tola", text); }
+bool receiveSms(const std::string& text) {
+    return publish("sms.msg.tola", text);
+}
 
 bool changeNetworkTime() {
     int32_t status = 0;
@@ -58,18 +62,31 @@ bool changeNetworkTime() {
     return daemon.Initialize() == 0 && daemon.PublishData("modem2.time_change", &status, sizeof status) == 0;
 }
 
-bool failNextCall(const std::string& call) { return ardo::deviceStateSet("/faults/" + call, ardo::json::array({1})); }
-
-int reboots() { return ardo::deviceStateValue<int>("/power/reboots", 0); }
-int factoryResets() { return ardo::deviceStateValue<int>("/power/factory_resets", 0); }
-int keepAlives(const std::string& application) {
-    ardo::json counts = ardo::deviceKeepAlives()["keepalives"];
-    return counts.contains(application) && counts[application].is_number() ? counts[application].get<int>() : 0;
+bool failNextCall(const std::string& call) {
+    return ardo::deviceStateSet("/faults/" + call, ardo::json::array({1}));
 }
 
-std::string dataCallInterface() { return ardo::deviceStateValue<std::string>("/data_call/apps_apn/interface", ""); }
-std::string imei() { return ardo::deviceStateValue<std::string>("/identity/hardware/imei", ""); }
+int reboots() {
+    return ardo::deviceStateValue<int>("/power/reboots", 0);
+}
+int factoryResets() {
+    return ardo::deviceStateValue<int>("/power/factory_resets", 0);
+}
+int keepAlives(const std::string& application) {
+    ardo::json counts = ardo::deviceKeepAlives()["keepalives"];
+    return counts.contains(application) && counts[application].is_number() ? counts[application].get<int>()
+                                                                           : 0;
+}
 
-void trustCertificates(const std::string& pemFile) { setenv("ARDO_CA_FILE", pemFile.c_str(), 1); }
+std::string dataCallInterface() {
+    return ardo::deviceStateValue<std::string>("/data_call/apps_apn/interface", "");
+}
+std::string imei() {
+    return ardo::deviceStateValue<std::string>("/identity/hardware/imei", "");
+}
+
+void trustCertificates(const std::string& pemFile) {
+    setenv("ARDO_CA_FILE", pemFile.c_str(), 1);
+}
 
 }  // namespace backend

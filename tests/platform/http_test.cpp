@@ -72,9 +72,10 @@ class Listener {
 class TlsServer {
   public:
     explicit TlsServer(const std::string& dir) : pem(dir + "/cert.pem"), mKey(dir + "/key.pem") {
-        std::string cmd = "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=portal.tola.test "
-                          "-addext subjectAltName=DNS:portal.tola.test -keyout '" + mKey + "' -out '" +
-                          pem + "' 2>/dev/null";
+        std::string cmd =
+            "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=portal.tola.test "
+            "-addext subjectAltName=DNS:portal.tola.test -keyout '" +
+            mKey + "' -out '" + pem + "' 2>/dev/null";
         if (std::system(cmd.c_str()) != 0) {
             throw std::runtime_error("openssl req failed");
         }
@@ -91,7 +92,8 @@ class TlsServer {
                 // A client that refuses the certificate after the handshake sends nothing.
                 if (SSL_read(ssl, buffer, sizeof buffer) > 0) {
                     ++requests;
-                    const char answer[] = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\nok";
+                    const char answer[] =
+                        "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\nok";
                     SSL_write(ssl, answer, sizeof answer - 1);
                     SSL_shutdown(ssl);
                 }

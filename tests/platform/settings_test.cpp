@@ -29,9 +29,20 @@ struct Getter {
     std::vector<int> results = {0};
 };
 
-#define TEXT(T, field) Text{offsetof(T, field), sizeof(T::field)}
-#define RECORD(fn, T, ...) Getter{#fn, sizeof(T), [](void* p) { return fn(static_cast<T*>(p)); }, {__VA_ARGS__}}
-#define VALUE(fn) Getter{#fn, sizeof(int), [](void* p) { return fn(static_cast<int*>(p)); }, {}}
+#define TEXT(T, field)                       \
+    Text {                                   \
+        offsetof(T, field), sizeof(T::field) \
+    }
+#define RECORD(fn, T, ...)                                                \
+    Getter {                                                              \
+#fn, sizeof(T), [](void* p) { return fn(static_cast<T*>(p)); }, { \
+            __VA_ARGS__                                                   \
+        }                                                                 \
+    }
+#define VALUE(fn)                                                              \
+    Getter {                                                                   \
+#fn, sizeof(int), [](void* p) { return fn(static_cast<int*>(p)); }, {} \
+    }
 
 int activeProfile(sys_modem_profile_t* profile) {
     int index = 0;
@@ -57,7 +68,8 @@ std::vector<Getter> getters() {
         RECORD(sys_getLANSettings, sys_lan_settings_t, TEXT(sys_lan_settings_t, ipAddress),
                TEXT(sys_lan_settings_t, subnetMask), TEXT(sys_lan_settings_t, dhcpStart),
                TEXT(sys_lan_settings_t, dhcpEnd)),
-        RECORD(sys_getManualDNSSettings, sys_manual_dns_t, TEXT(sys_manual_dns_t, dns1), TEXT(sys_manual_dns_t, dns2)),
+        RECORD(sys_getManualDNSSettings, sys_manual_dns_t, TEXT(sys_manual_dns_t, dns1),
+               TEXT(sys_manual_dns_t, dns2)),
         RECORD(sys_getDMZSettings, sys_dmz_settings_t, TEXT(sys_dmz_settings_t, ipAddress)),
         RECORD(sys_getWiFiPrimaryProfile, sys_wifi_profile_t, TEXT(sys_wifi_profile_t, ssid),
                TEXT(sys_wifi_profile_t, key)),
@@ -78,31 +90,58 @@ std::vector<Getter> getters() {
         RECORD(dua_get_data_usage_info, data_usage, TEXT(data_usage, usageTimestamp),
                Text{offsetof(data_usage, PlanDisplayInfo) + offsetof(plan, planType), DUA_TEXT_SIZE},
                Text{offsetof(data_usage, PlanDisplayInfo) + offsetof(plan, prePayIndicator), DUA_TEXT_SIZE}),
-        Getter{"webui_get_app_configurations", 32,
+        Getter{"webui_get_app_configurations",
+               32,
                [](void* p) {
                    return webui_get_app_configurations("set_passcode", "MinimumPasscodeLength",
                                                        static_cast<char*>(p), 32);
                },
                {Text{0, 32}}},
-        Getter{"sys_getWatchdogInterval", sizeof(unsigned),
-               [](void* p) { return sys_getWatchdogInterval(static_cast<unsigned*>(p)); }, {}},
+        Getter{"sys_getWatchdogInterval",
+               sizeof(unsigned),
+               [](void* p) { return sys_getWatchdogInterval(static_cast<unsigned*>(p)); },
+               {}},
         gps,
-        VALUE(sys_getCellularServiceStatus), VALUE(sys_getSIMCarrier), VALUE(sys_validateHomeNetwork),
-        VALUE(sys_getCellularDataConnectionStatus), VALUE(sys_getIPv6Enabled), VALUE(sys_getManualDNSEnabled),
-        VALUE(sys_getDMZEnabled), VALUE(sys_getIPv6TransparentModeEnabled), VALUE(sys_getVPNPassthroughEnabled),
-        VALUE(sys_getMacFilterWhiteListEnabled), VALUE(sys_getGPSPrivacyAgreementAccepted),
-        VALUE(sys_getNMEAOverWiFiEnabled), VALUE(sys_getGPSStartupState), VALUE(sys_getNMEAOverWiFiSettings),
-        VALUE(sys_getWiFiEnabled), VALUE(sys_getWiFiMaxClients), VALUE(sys_getWiFiCarrierEnabled),
-        VALUE(sys_getWiFiGuestCarrierEnabled), VALUE(sys_getHWFactoryResetEnabled),
-        VALUE(sys_getUniversalChargingSettings), VALUE(sys_getLEDEnabled), VALUE(sys_getUIStealthModeEnabled),
-        VALUE(sys_getUSBTetheringEnabled), VALUE(sys_getUINotificationSettings), VALUE(sys_getAudioAlertsEnabled),
-        VALUE(sys_getPortFilteringEnabled), VALUE(sys_getPortForwardingEnabled), VALUE(sys_getSambaEnabled),
-        VALUE(sys_getSambaPrimaryNetworkEnabled), VALUE(sys_getSambaGuestNetworkEnabled),
-        VALUE(sys_getCellularDataEnabled), VALUE(sys_getCellularDataConnectionPreference),
-        VALUE(sys_getEnabledRadioTechnologies), VALUE(sys_getActiveModemProfileIndex),
-        VALUE(deviceui_get_wifi_display_setting_enabled), VALUE(deviceui_get_display_setting_enabled),
-        VALUE(deviceui_get_screen_timeout_settings), VALUE(deviceui_get_notification_display_wakeup_setting_enabled),
-        VALUE(deviceui_get_usb_connection_prompt_enabled), VALUE(deviceui_get_file_sharing_display_setting_enabled),
+        VALUE(sys_getCellularServiceStatus),
+        VALUE(sys_getSIMCarrier),
+        VALUE(sys_validateHomeNetwork),
+        VALUE(sys_getCellularDataConnectionStatus),
+        VALUE(sys_getIPv6Enabled),
+        VALUE(sys_getManualDNSEnabled),
+        VALUE(sys_getDMZEnabled),
+        VALUE(sys_getIPv6TransparentModeEnabled),
+        VALUE(sys_getVPNPassthroughEnabled),
+        VALUE(sys_getMacFilterWhiteListEnabled),
+        VALUE(sys_getGPSPrivacyAgreementAccepted),
+        VALUE(sys_getNMEAOverWiFiEnabled),
+        VALUE(sys_getGPSStartupState),
+        VALUE(sys_getNMEAOverWiFiSettings),
+        VALUE(sys_getWiFiEnabled),
+        VALUE(sys_getWiFiMaxClients),
+        VALUE(sys_getWiFiCarrierEnabled),
+        VALUE(sys_getWiFiGuestCarrierEnabled),
+        VALUE(sys_getHWFactoryResetEnabled),
+        VALUE(sys_getUniversalChargingSettings),
+        VALUE(sys_getLEDEnabled),
+        VALUE(sys_getUIStealthModeEnabled),
+        VALUE(sys_getUSBTetheringEnabled),
+        VALUE(sys_getUINotificationSettings),
+        VALUE(sys_getAudioAlertsEnabled),
+        VALUE(sys_getPortFilteringEnabled),
+        VALUE(sys_getPortForwardingEnabled),
+        VALUE(sys_getSambaEnabled),
+        VALUE(sys_getSambaPrimaryNetworkEnabled),
+        VALUE(sys_getSambaGuestNetworkEnabled),
+        VALUE(sys_getCellularDataEnabled),
+        VALUE(sys_getCellularDataConnectionPreference),
+        VALUE(sys_getEnabledRadioTechnologies),
+        VALUE(sys_getActiveModemProfileIndex),
+        VALUE(deviceui_get_wifi_display_setting_enabled),
+        VALUE(deviceui_get_display_setting_enabled),
+        VALUE(deviceui_get_screen_timeout_settings),
+        VALUE(deviceui_get_notification_display_wakeup_setting_enabled),
+        VALUE(deviceui_get_usb_connection_prompt_enabled),
+        VALUE(deviceui_get_file_sharing_display_setting_enabled),
         VALUE(deviceui_get_admin_password_enabled),
     };
 }
@@ -176,9 +215,12 @@ TEST_F(GetterTest, DhcpEndAddressStaysInsideTheNetwork) {
         int count;
         const char* end;  // nullptr: refused
     } cases[] = {
-        {"192.168.1.100", "255.255.255.0", 50, "192.168.1.149"}, {"192.168.1.100", "255.255.255.0", 1, "192.168.1.100"},
-        {"192.168.1.100", "255.255.255.0", 156, "192.168.1.255"}, {"192.168.1.100", "255.255.255.0", 157, nullptr},
-        {"10.0.0.1", "255.255.0.0", 300, "10.0.1.44"},           {"192.168.1.100", "255.255.255.0", 0, nullptr},
+        {"192.168.1.100", "255.255.255.0", 50, "192.168.1.149"},
+        {"192.168.1.100", "255.255.255.0", 1, "192.168.1.100"},
+        {"192.168.1.100", "255.255.255.0", 156, "192.168.1.255"},
+        {"192.168.1.100", "255.255.255.0", 157, nullptr},
+        {"10.0.0.1", "255.255.0.0", 300, "10.0.1.44"},
+        {"192.168.1.100", "255.255.255.0", 0, nullptr},
         {"192.168.1.300", "255.255.255.0", 5, nullptr},
     };
     for (const Case& c : cases) {
@@ -224,7 +266,8 @@ TEST_F(GetterTest, SettersStoreWhatTheGettersGiveBack) {
         {"LED", sys_getLEDEnabled, sys_setLEDEnabled, -1},
         {"Stealth", sys_getUIStealthModeEnabled, sys_setUIStealthModeEnabled, -1},
         {"USB", sys_getUSBTetheringEnabled, sys_setUSBTetheringEnabled, SYS_USB_MODE_USB_ONLY},
-        {"Sounds", sys_getUINotificationSettings, sys_setUINotificationSettings, SYS_SOUND_STARTUP | SYS_SOUND_ROAMING},
+        {"Sounds", sys_getUINotificationSettings, sys_setUINotificationSettings,
+         SYS_SOUND_STARTUP | SYS_SOUND_ROAMING},
         {"AudioAlerts", sys_getAudioAlertsEnabled, sys_setAudioAlertsEnabled, -1},
         {"PortFiltering", sys_getPortFilteringEnabled, sys_setPortFilteringEnabled, -1},
         {"PortForwarding", sys_getPortForwardingEnabled, sys_setPortForwardingEnabled, -1},
@@ -232,18 +275,19 @@ TEST_F(GetterTest, SettersStoreWhatTheGettersGiveBack) {
         {"SambaPrimary", sys_getSambaPrimaryNetworkEnabled, sys_setSambaPrimaryNetworkEnabled, -1},
         {"SambaGuest", sys_getSambaGuestNetworkEnabled, sys_setSambaGuestNetworkEnabled, -1},
         {"CellularData", sys_getCellularDataEnabled, sys_setCellularDataEnabled, -1},
-        {"ConnectionPreference", sys_getCellularDataConnectionPreference, sys_setCellularDataConnectionPreference,
-         SYS_DATA_CONNECT_MANUAL},
+        {"ConnectionPreference", sys_getCellularDataConnectionPreference,
+         sys_setCellularDataConnectionPreference, SYS_DATA_CONNECT_MANUAL},
         {"RadioTechnologies", sys_getEnabledRadioTechnologies, sys_setEnabledRadioTechnologies, SYS_RAT_LTE},
         {"UiWiFi", deviceui_get_wifi_display_setting_enabled, deviceui_set_wifi_display_setting_enabled, -1,
          DEVICEUI_SUCCESS},
-        {"UiDisplay", deviceui_get_display_setting_enabled, deviceui_set_display_setting_enabled, -1, DEVICEUI_SUCCESS},
+        {"UiDisplay", deviceui_get_display_setting_enabled, deviceui_set_display_setting_enabled, -1,
+         DEVICEUI_SUCCESS},
         {"UiTimeout", deviceui_get_screen_timeout_settings, deviceui_set_screen_timeout_settings, 45000,
          DEVICEUI_SUCCESS},
         {"UiWakeup", deviceui_get_notification_display_wakeup_setting_enabled,
          deviceui_set_notification_display_wakeup_setting_enabled, -1, DEVICEUI_SUCCESS},
-        {"UiUsbPrompt", deviceui_get_usb_connection_prompt_enabled, deviceui_set_usb_connection_prompt_enabled, -1,
-         DEVICEUI_SUCCESS},
+        {"UiUsbPrompt", deviceui_get_usb_connection_prompt_enabled,
+         deviceui_set_usb_connection_prompt_enabled, -1, DEVICEUI_SUCCESS},
         {"UiSharing", deviceui_get_file_sharing_display_setting_enabled,
          deviceui_set_file_sharing_display_setting_enabled, -1, DEVICEUI_SUCCESS},
         {"UiAdminPassword", deviceui_get_admin_password_enabled, deviceui_set_admin_password_enabled, -1,
@@ -288,19 +332,22 @@ void put(char (&field)[N], const char* text) {
 
 int setActiveProfile(const sys_modem_profile_t* profile) {
     int index = 0;
-    return sys_getActiveModemProfileIndex(&index) != 0 ? 2 : sys_setModemProfile(SYS_MODEM_PROFILE_3GPP, index, profile);
+    return sys_getActiveModemProfileIndex(&index) != 0
+               ? 2
+               : sys_setModemProfile(SYS_MODEM_PROFILE_3GPP, index, profile);
 }
 
 }  // namespace
 
 TEST_F(GetterTest, RecordSettersStoreWhatTheGettersGiveBack) {
-    roundTrip<sys_lan_settings_t>("LAN", sys_getLANSettings, sys_setLANSettings, 0, [](sys_lan_settings_t& r) {
-        put(r.ipAddress, "192.168.8.1");
-        put(r.dhcpStart, "192.168.8.20");
-        put(r.dhcpEnd, "192.168.8.60");
-        r.dhcpLeaseTime = 1440;
-        r.dhcpAddressCount = 41;
-    });
+    roundTrip<sys_lan_settings_t>("LAN", sys_getLANSettings, sys_setLANSettings, 0,
+                                  [](sys_lan_settings_t& r) {
+                                      put(r.ipAddress, "192.168.8.1");
+                                      put(r.dhcpStart, "192.168.8.20");
+                                      put(r.dhcpEnd, "192.168.8.60");
+                                      r.dhcpLeaseTime = 1440;
+                                      r.dhcpAddressCount = 41;
+                                  });
     roundTrip<sys_manual_dns_t>("DNS", sys_getManualDNSSettings, sys_setManualDNSSettings, 0,
                                 [](sys_manual_dns_t& r) { put(r.dns2, "2001:db8::53"); });
     roundTrip<sys_dmz_settings_t>("DMZ", sys_getDMZSettings, sys_setDMZSettings, 0,
@@ -315,17 +362,20 @@ TEST_F(GetterTest, RecordSettersStoreWhatTheGettersGiveBack) {
                                   [](sys_wifi_profile_t& r) { put(r.ssid, "guests"); });
     roundTrip<sys_power_save_settings_t>("Power", sys_getPowerSaveSettings, sys_setPowerSaveSettings, 0,
                                          [](sys_power_save_settings_t& r) { r.sleepTime = 600; });
-    roundTrip<sys_samba_settings_t>("Samba", sys_getSambaSettings, sys_setSambaSettings, 0, [](sys_samba_settings_t& r) {
-        r.accessType = r.accessType == SYS_SAMBA_READ_ONLY ? SYS_SAMBA_READ_WRITE : SYS_SAMBA_READ_ONLY;
-    });
+    roundTrip<sys_samba_settings_t>(
+        "Samba", sys_getSambaSettings, sys_setSambaSettings, 0, [](sys_samba_settings_t& r) {
+            r.accessType = r.accessType == SYS_SAMBA_READ_ONLY ? SYS_SAMBA_READ_WRITE : SYS_SAMBA_READ_ONLY;
+        });
     roundTrip<sys_modem_profile_t>("Profile", activeProfile, setActiveProfile, 0, [](sys_modem_profile_t& r) {
         put(r.apn, std::string(100, 'a').c_str());
         r.authType = SYS_MODEM_AUTH_CHAP;
     });
-    roundTrip<deviceui_wifi_info_display_t>("Display", deviceui_get_primary_wifi_info_display_settings,
-                                            deviceui_set_primary_wifi_info_display_settings, DEVICEUI_SUCCESS,
-                                            [](deviceui_wifi_info_display_t& r) { r.passwordOnDisplay ^= 1; });
-    roundTrip<webui_login_settings_t>("Login", webui_get_login_settings, webui_set_login_settings, WEBUI_SUCCESS,
+    roundTrip<deviceui_wifi_info_display_t>(
+        "Display", deviceui_get_primary_wifi_info_display_settings,
+        deviceui_set_primary_wifi_info_display_settings, DEVICEUI_SUCCESS,
+        [](deviceui_wifi_info_display_t& r) { r.passwordOnDisplay ^= 1; });
+    roundTrip<webui_login_settings_t>("Login", webui_get_login_settings, webui_set_login_settings,
+                                      WEBUI_SUCCESS,
                                       [](webui_login_settings_t& r) { put(r.password, "n3w-Passw0rd"); });
     roundTrip<webui_log_settings_t>("Log", webui_get_log_settings, webui_set_log_settings, WEBUI_SUCCESS,
                                     [](webui_log_settings_t& r) { r.durationDays = 3; });

@@ -47,7 +47,8 @@ void removeTree(const std::string& dir) {
 
 }  // namespace
 
-std::string SystemStyleBusConfig(const std::vector<std::string>& policyFiles, const std::string& extraPolicy) {
+std::string SystemStyleBusConfig(const std::vector<std::string>& policyFiles,
+                                 const std::string& extraPolicy) {
     std::string text = readWholeFile("/usr/share/dbus-1/system.conf");
     // The machine's socket, pid file, user, service helpers and policy folders stay out.
     static const std::regex kMachineOnly(
@@ -67,9 +68,10 @@ std::string SystemStyleBusConfig(const std::vector<std::string>& policyFiles, co
 }
 
 PrivateBus::PrivateBus() {
-    start("<busconfig><type>session</type><listen>unix:path=@DIR@/bus</listen><auth>EXTERNAL</auth>"
-          "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
-          "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n");
+    start(
+        "<busconfig><type>session</type><listen>unix:path=@DIR@/bus</listen><auth>EXTERNAL</auth>"
+        "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
+        "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n");
 }
 
 PrivateBus::PrivateBus(const std::string& config) {

@@ -36,7 +36,8 @@ class PrivateBus {
 // A system bus as Debian configures it (its system.conf: the default deny rules, user
 // policies and limits) with the policy files given, listening on a private socket instead of
 // the machine's and leaving out the machine's own policy folders, for PrivateBus(config).
-std::string SystemStyleBusConfig(const std::vector<std::string>& policyFiles, const std::string& extraPolicy = "");
+std::string SystemStyleBusConfig(const std::vector<std::string>& policyFiles,
+                                 const std::string& extraPolicy = "");
 
 // Runs a binary with the test's environment; its stdout and stderr go to outputFile.
 class ChildProcess {

@@ -6,10 +6,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <thread>
-
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include "test_env.h"
 #include "tola_agent.h"
@@ -223,9 +222,9 @@ TEST_F(AclFileTest, OnlyTextsTheReaderGivesBackAreStorable) {
         {"https://portal.example:8443/checkin?id=7", true},
         {"blanks, > and ]] alone and a DEL \x7f", true},
         {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", true},  // two, three and four bytes
-        {std::string(125, 'u') + "\xc3\xa9", true},                 // the field keeps all of it
-        {std::string(126, 'u') + "\xc3\xa9", false},                // the field keeps half of it
-        {std::string(127, 'u') + "<", true},                          // the field does not keep it
+        {std::string(125, 'u') + "\xc3\xa9", true},           // the field keeps all of it
+        {std::string(126, 'u') + "\xc3\xa9", false},          // the field keeps half of it
+        {std::string(127, 'u') + "<", true},                  // the field does not keep it
         {"a<b", false},
         {"a&b", false},
         {"a]]>b", false},
@@ -277,8 +276,10 @@ TEST_F(AclFileTest, UnstorableNamesNeverReachTheFile) {
     agent.GetRuntimeConfig(record);
     agent.SetRuntimeConfig(record);
     EXPECT_EQ(root.readFile(kAclFile), aclFile(kDefaultRecord, ace("Good", "True", "True")));
-    EXPECT_NE(log().find("Access control entry Bad&Name refused, its name cannot be stored"), std::string::npos);
-    EXPECT_NE(log().find("Access control entry Planted< left out, its name cannot be stored"), std::string::npos);
+    EXPECT_NE(log().find("Access control entry Bad&Name refused, its name cannot be stored"),
+              std::string::npos);
+    EXPECT_NE(log().find("Access control entry Planted< left out, its name cannot be stored"),
+              std::string::npos);
 }
 
 TEST_F(AclFileTest, WritesNeverFollowAPlantedLinkAndNeverTearUnderConcurrentWriters) {

@@ -98,7 +98,11 @@ TEST_F(ResponseTest, ResultCodesChangeKeyUrlAndFlag) {
     } cases[] = {
         {1, both, "old-key", url, true, "Success no new configuration follows"},
         {95, both, "new-key", url, true, "New encrypt key no config follows"},
-        {95, {{"DeviceEncryptionKey", longKey}}, longKey.substr(0, 127), url, true,
+        {95,
+         {{"DeviceEncryptionKey", longKey}},
+         longKey.substr(0, 127),
+         url,
+         true,
          "New encrypt key no config follows"},  // cut to the field
         {97, both, "old-key", other, true, "New url no config follows"},
         {99, both, "old-key", url, false, "No new config disable check in flag"},
@@ -107,7 +111,8 @@ TEST_F(ResponseTest, ResultCodesChangeKeyUrlAndFlag) {
         {4, both, "old-key", url, true, "Incorrect imei"},
         {57, both, "old-key", url, true, "Received following error code from TOLA portal"},
         // A key or URL that is absent, empty, not a text or not storable keeps the stored one.
-        {95, json::object(), "old-key", url, true, "No new encryption key in the answer; the old key is kept"},
+        {95, json::object(), "old-key", url, true,
+         "No new encryption key in the answer; the old key is kept"},
         {95, {{"DeviceEncryptionKey", ""}}, "old-key", url, true, "No new encryption key in the answer"},
         {95, {{"DeviceEncryptionKey", 7}}, "old-key", url, true, "No new encryption key in the answer"},
         {95, {{"DeviceEncryptionKey", "a&b"}}, "old-key", url, true, "New encryption key refused"},
@@ -148,7 +153,8 @@ TEST_F(ResponseTest, NewUrlWithAConfigurationButNoUrlStillReachesThePortal) {
     json receipt = ReceiptFor(answer, "", true);
     EXPECT_EQ(receipt.value("ErrorCode", ""), "0");
     EXPECT_STREQ(Stored().version, "0");
-    EXPECT_NE(Log().find("New version refused, it cannot be stored; the old version is kept"), std::string::npos);
+    EXPECT_NE(Log().find("New version refused, it cannot be stored; the old version is kept"),
+              std::string::npos);
 }
 
 TEST_F(ResponseTest, IntervalOverrideSetsTheTimer) {

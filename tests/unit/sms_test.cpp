@@ -134,7 +134,8 @@ TEST_F(SmsTest, RefusedCommandsChangeNothing) {
         Send(sms);
     }
     // Accepted commands whose text the record file could not hold: refused, the old value kept.
-    for (const std::string& sms : {Sms("<102>https://p.test/c?a=1&b=2"), Sms("<101>k<y"), Sms("<101>k]]>y")}) {
+    for (const std::string& sms :
+         {Sms("<102>https://p.test/c?a=1&b=2"), Sms("<101>k<y"), Sms("<101>k]]>y")}) {
         Send(sms);
     }
     tolaagent_runtime_config_t after = Stored();

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "bus_open.h"
 #include "devicectl.h"
 #include "msgbus_handler.h"
 #include "payload_cipher.h"
@@ -38,22 +39,7 @@ std::string factoryKey() {
 // (org.freedesktop.DBus.Debug.Stats, present in dbus-daemon; a system bus may refuse it).
 int subscribed(const std::string& channel) {
     sd_bus* bus = nullptr;
-    const char* address = std::getenv("ARDO_BUS_ADDRESS");
-    int r;
-    if (address != nullptr && *address != '\0') {
-        r = sd_bus_new(&bus);
-        if (r >= 0) {
-            r = sd_bus_set_address(bus, address);
-        }
-        if (r >= 0) {
-            r = sd_bus_set_bus_client(bus, 1);
-        }
-        if (r >= 0) {
-            r = sd_bus_start(bus);
-        }
-    } else {
-        r = sd_bus_open_user(&bus);
-    }
+    int r = ardo::openBusFromEnvironment(&bus, "ARDO_BUS_ADDRESS", sd_bus_open_user);
     sd_bus_message* reply = nullptr;
     if (r >= 0) {
         r = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
