@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "bus_recorder.h"
 #include "conformance.h"
 #include "msgbus_handler.h"
 
@@ -20,56 +21,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Every notice received, flattened to "channel=int:<v>", "channel=str:<v>" or "channel=bin:<hex>".
-class Recorder : public MsgbusCallbackInterface {
-  public:
-    void OnChannelNotify(const std::string& channel, const std::string& data) override {
-        add(channel, "str:" + data);
-    }
-    void OnChannelNotify(const std::string& channel, const int& data) override {
-        add(channel, "int:" + std::to_string(data));
-    }
-    void OnChannelNotify(const std::string& channel, void* data, int length) override {
-        std::string hex = "bin:";
-        for (int i = 0; i < length; ++i) {
-            char b[3];
-            std::snprintf(b, sizeof b, "%02x", static_cast<const unsigned char*>(data)[i]);
-            hex += b;
-        }
-        add(channel, hex);
-    }
-
-    // Waits until some notice arrived on channel; real-time bound only against a hang.
-    bool waitFor(const std::string& channel) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mCond.wait_for(lock, 10s, [&] {
-            return std::any_of(mReceived.begin(), mReceived.end(),
-                               [&](const std::string& r) { return r.rfind(channel + "=", 0) == 0; });
-        });
-    }
-    std::vector<std::string> received() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mReceived;
-    }
-
-    std::function<void(const std::string& channel)> onReceive;
-
-  private:
-    void add(const std::string& channel, const std::string& value) {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mReceived.push_back(channel + "=" + value);
-        }
-        mCond.notify_all();
-        if (onReceive) {
-            onReceive(channel);
-        }
-    }
-
-    std::mutex mMutex;
-    std::condition_variable mCond;
-    std::vector<std::string> mReceived;
-};
+using Recorder = tola_test::BusRecorder;
 
 class BusTest : public DeviceTest {
   protected:
