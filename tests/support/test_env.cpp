@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -81,8 +82,10 @@ class ProcessRootEnvironment : public ::testing::Environment {
 }  // namespace
 
 TempRoot::TempRoot(bool bare, double timeScale) {
-    char templ[] = "/tmp/tola-test-XXXXXX";
-    if (mkdtemp(templ) == nullptr) {
+    // TMPDIR lets a long fuzzing run keep its device on a RAM disk.
+    const char* tmp = std::getenv("TMPDIR");
+    std::string templ = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/tola-test-XXXXXX";
+    if (mkdtemp(templ.data()) == nullptr) {
         throw std::runtime_error("mkdtemp failed");
     }
     mDir = templ;
@@ -117,7 +120,7 @@ TempRoot::~TempRoot() {
 
 void TempRoot::writeFile(const std::string& devicePath, const std::string& content) const {
     std::string full = path(devicePath);
-    run("mkdir -p '" + full.substr(0, full.rfind('/')) + "'");
+    std::filesystem::create_directories(full.substr(0, full.rfind('/')));
     std::ofstream out(full, std::ios::binary | std::ios::trunc);
     out << content;
 }
