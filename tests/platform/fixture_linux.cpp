@@ -112,32 +112,13 @@ bool changeNetworkTime() {
     return openSession() && gServices->changeNetworkTime("2026-06-01T08:00:00+02:00");
 }
 
+// A data call fails with its bearer; a reboot, with logind's refusal.
 bool failNextCall(const std::string& call) {
     if (call == "sys_cellularDataUsageAPNCallConnect" || call == "sys_cellularDataConnect") {
         return gServices->failModem("Connect");
     }
-    if (call == "sys_cellularDataUsageAPNCallDisconnect" || call == "sys_cellularDataDisconnect") {
-        return gServices->failModem("Disconnect");
-    }
-    if (call == "sys_getNetworkTime") {
-        return gServices->failModem("GetNetworkTime");
-    }
-    if (call == "sys_getHardwareInfo" || call == "sys_getSubscriberInfo" || call == "sys_getSystemVersion" ||
-        call == "sys_getCellularServiceStats" || call == "sys_getCellularServiceStatus" ||
-        call == "sys_getSIMCarrier" || call == "sys_validateHomeNetwork") {
-        return gServices->failModem("GetManagedObjects");
-    }
-    if (call == "sys_rebootSystem" || call == "sys_restoreFactoryDefaults") {
-        return gServices->refuseReboot(1);
-    }
-    // The router's settings and the data-usage service live in the settings store, which takes
-    // scripted faults as on the simulator.
-    bool store =
-        (call.rfind("sys_get", 0) == 0 || call.rfind("sys_set", 0) == 0 || call.rfind("deviceui_", 0) == 0 ||
-         call.rfind("webui_", 0) == 0 || call.rfind("dua_", 0) == 0 || call == "sys_resolveHostName") &&
-        call.find("ModemProfile") == std::string::npos && call.find("GPS") == std::string::npos &&
-        call.find("Watchdog") == std::string::npos;
-    return store && ardo::deviceStateSet("/faults/" + call, ardo::json::array({1}));
+    return (call == "sys_rebootSystem" || call == "sys_restoreFactoryDefaults") &&
+           gServices->refuseReboot(false);
 }
 
 int reboots() {

@@ -9,6 +9,7 @@
 #include <future>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "conformance.h"
 #include "maintenance_thread.h"
@@ -18,41 +19,31 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Counts callbacks; optionally holds the first one until released, or runs an action in it.
+// Counts callbacks, each of which runs the action if there is one.
 class Recorder : public MaintenanceThreadCallbackInterface {
   public:
     bool OnThreadNotify(unsigned int timerId) override {
-        std::unique_lock<std::mutex> lock(mMutex);
-        lastTimerId = timerId;
-        ++mCalls;
-        mCond.notify_all();
-        if (holdFirst && mCalls == 1) {
-            mCond.wait(lock, [this] { return mReleased; });
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            lastTimerId = timerId;
+            ++mCalls;
         }
-        std::function<void()> act = action;
-        lock.unlock();
-        if (act) {
-            act();
+        mCond.notify_all();
+        if (action) {
+            action();
         }
         return false;
     }
-
     // Real time, generous: only a broken timer gets near it.
-    bool waitForCalls(int n, std::chrono::milliseconds timeout = 20s) {
+    bool waitForCalls(int n) {
         std::unique_lock<std::mutex> lock(mMutex);
-        return mCond.wait_for(lock, timeout, [&] { return mCalls >= n; });
+        return mCond.wait_for(lock, 20s, [&] { return mCalls >= n; });
     }
     int calls() {
         std::lock_guard<std::mutex> lock(mMutex);
         return mCalls;
     }
-    void release() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mReleased = true;
-        mCond.notify_all();
-    }
 
-    bool holdFirst = false;
     std::function<void()> action;
     unsigned int lastTimerId = 0;
 
@@ -60,7 +51,6 @@ class Recorder : public MaintenanceThreadCallbackInterface {
     std::mutex mMutex;
     std::condition_variable mCond;
     int mCalls = 0;
-    bool mReleased = false;
 };
 
 // Lets the worker run for a short real time, in which a broken timer would call back again.
@@ -110,7 +100,13 @@ TEST_F(ClockTest, SleepsAndDeadlinesRunOnTheDeviceClock) {
 
 TEST_F(TimerTest, RunsOnlyWhenSignalledAndKeepsSignalsThatArriveDuringTheCallback) {
     Recorder rec;
-    rec.holdFirst = true;
+    std::promise<void> release;
+    std::shared_future<void> released(release.get_future());
+    rec.action = [&, first = true]() mutable {
+        if (std::exchange(first, false)) {
+            released.wait();
+        }
+    };
     MaintenanceThread timer(&rec, 0, 3456);  // interval 0: a day, far beyond this case
     ASSERT_EQ(timer.Initialize(), 0);
     ASSERT_EQ(timer.Run(), 0);
@@ -123,7 +119,7 @@ TEST_F(TimerTest, RunsOnlyWhenSignalledAndKeepsSignalsThatArriveDuringTheCallbac
     timer.SignalTimerThread();
     timer.SignalTimerThread();
     timer.SignalTimerThread();
-    rec.release();
+    release.set_value();
     ASSERT_TRUE(rec.waitForCalls(2));
     settle();
     EXPECT_EQ(rec.calls(), 2);

@@ -56,22 +56,12 @@ const char* const kDoc =
 
 TEST_F(XmlTest, ReadsTexts) {
     open(kDoc);
-    struct Case {
-        const char* xpath;
-        int rc;
-        const char* text;
-    } cases[] = {
-        {"/Config/Name", 0, "tola"},           {"/Config/Empty", 0, ""},
-        {"/Config/SelfClosed", 0, ""},         {"/Config/Mixed", 0, "acde"},
-        {"/Config/Escaped", 0, "<x&y>"},       {"/Config/Num", 0, "42"},  // the first match
-        {"/Config/Item[2]/N", 0, "2"},         {"/Config/Missing", 1, "unchanged"},
-        {"/Config/Item[9]/N", 1, "unchanged"}, {"///bad[", 1, "unchanged"},
-    };
-    for (const Case& c : cases) {
+    for (std::vector<std::string> c : caseRows("platform_xml_texts.tsv")) {
+        c.resize(3);  // an empty text ends its row
         char buffer[64];
         std::strcpy(buffer, "unchanged");
-        EXPECT_EQ(xmldata_getstring(c.xpath, buffer, sizeof buffer - 1) != 0, c.rc != 0) << c.xpath;
-        EXPECT_STREQ(buffer, c.text) << c.xpath;
+        EXPECT_EQ(xmldata_getstring(c[0].c_str(), buffer, sizeof buffer - 1) != 0, c[1] != "0") << c[0];
+        EXPECT_EQ(buffer, c[2]) << c[0];
     }
 }
 
@@ -90,43 +80,15 @@ TEST_F(XmlTest, TextCopyIsBoundedToMaxChars) {
 }
 
 TEST_F(XmlTest, NumbersAcceptOnlyDecimalsThatFit) {
-    const int64_t kRefused = INT64_MIN;  // uint32: failure and the value untouched; int32: the default
-    struct Case {
-        const char* text;
-        int64_t asUint32;
-        int64_t asInt32;
-    } cases[] = {
-        {"0", 0, 0},
-        {"24", 24, 24},
-        {"  17\n\t", 17, 17},
-        {"0007", 7, 7},
-        {" -12 ", kRefused, -12},
-        {"-1", kRefused, -1},
-        {"+5", kRefused, 5},
-        {"4294967295", 4294967295LL, kRefused},
-        {"4294967296", kRefused, kRefused},
-        {"2147483647", 2147483647, 2147483647},
-        {"2147483648", 2147483648LL, kRefused},
-        {"-2147483648", kRefused, INT32_MIN},
-        {"-2147483649", kRefused, kRefused},
-        {"99999999999999999999999", kRefused, kRefused},
-        {"abc", kRefused, kRefused},
-        {"12abc", kRefused, kRefused},
-        {"1 2", kRefused, kRefused},
-        {"", kRefused, kRefused},
-        {"   ", kRefused, kRefused},
-        {"0x10", kRefused, kRefused},
-        {"-", kRefused, kRefused},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string("\"") + c.text + "\"");
-        open(std::string("<A><V>") + c.text + "</V></A>");
+    for (const std::vector<std::string>& c : caseRows("platform_xml_numbers.tsv")) {
+        SCOPED_TRACE("\"" + c[0] + "\"");
+        open("<A><V>" + c[0] + "</V></A>");
         uint32_t u = 12345;
-        EXPECT_EQ(xmldata_getuint32("/A/V", &u) != 0, c.asUint32 == kRefused);
-        EXPECT_EQ(u, c.asUint32 == kRefused ? 12345u : static_cast<uint32_t>(c.asUint32));
+        EXPECT_EQ(xmldata_getuint32("/A/V", &u) != 0, c[1] == "refused");
+        EXPECT_EQ(u, c[1] == "refused" ? 12345u : std::stoul(c[1]));
         int32_t i = 0;
         EXPECT_EQ(xmldata_getint32_default("/A/V", &i, -99), 0);
-        EXPECT_EQ(i, c.asInt32 == kRefused ? -99 : static_cast<int32_t>(c.asInt32));
+        EXPECT_EQ(i, c[2] == "refused" ? -99 : std::stol(c[2]));
     }
     uint32_t u = 1;
     EXPECT_NE(xmldata_getuint32("/A/Missing", &u), 0);
@@ -137,14 +99,12 @@ TEST_F(XmlTest, NumbersAcceptOnlyDecimalsThatFit) {
 
 TEST_F(XmlTest, CountsMatchingNodes) {
     open(kDoc);
-    struct Case {
-        const char* xpath;
-        int count;
-    } cases[] = {{"/Config/Item", 3}, {"/Config/Num", 2}, {"/Config/Name", 1}, {"/Config/None", 0}};
-    for (const Case& c : cases) {
+    const std::pair<const char*, int> cases[] = {
+        {"/Config/Item", 3}, {"/Config/Num", 2}, {"/Config/Name", 1}, {"/Config/None", 0}};
+    for (const auto& c : cases) {
         int count = -1;
-        EXPECT_EQ(xmldata_getcount(c.xpath, &count), 0) << c.xpath;
-        EXPECT_EQ(count, c.count) << c.xpath;
+        EXPECT_EQ(xmldata_getcount(c.first, &count), 0) << c.first;
+        EXPECT_EQ(count, c.second) << c.first;
     }
     int count = -1;
     EXPECT_NE(xmldata_getcount("///bad[", &count), 0);
