@@ -50,7 +50,6 @@ class MockServices {
 
     PrivateBus mBus;
     std::unique_ptr<ChildProcess> mModemManager, mLogind;
-    std::string mDir;
     bool mOk = false;
 };
 

@@ -1,15 +1,6 @@
-'''ModemManager stand-in for python3-dbusmock (run with --template on this file).
-
-One modem (.../Modem/0) with its SIM; Simple.Connect makes a bearer with an interface and name
-servers, Disconnect removes it. Controls on org.freedesktop.DBus.Mock of the main object:
-  Reset(a{sv})          one fresh modem; "messaging" (b), "profiles" (b: a profile manager),
-                        "interface" (s: the bearers'), "dns" (as), "modem" (b: false, none),
-                        "registration" (s: 3GPP registration state), "operator" (s: the SIM's)
-  ReceiveSms(s, b) -> o an SMS arrives; with b false it is still arriving until CompleteSms(o)
-  ChangeNetworkTime(s)  the network's time changes
-  Fail(s, s)            the next call of a method fails with that D-Bus error name
-  Journal() -> as       the data-call methods called so far
-'''
+'''ModemManager stand-in for python3-dbusmock (run with --template on this file): one modem with
+its SIM; Simple.Connect makes a bearer, Disconnect removes it. The test controls are the Mock
+interface's methods below (Reset's parameters are at Reset).'''
 
 import dbus
 
@@ -133,6 +124,8 @@ def load(mock, parameters):
 
 @dbus.service.method(MOCK_IFACE, in_signature='a{sv}', out_signature='')
 def Reset(self, params):
+    # "messaging", "profiles" (a profile manager), "modem" (false: none): b; "interface" (the bearers'),
+    # "registration" (3GPP state), "operator" (the SIM's): s; "dns" (the bearers' name servers): as
     for path in [k for k in mockobject.objects if k.startswith(MAIN_OBJ + '/')]:
         self.RemoveObject(path)
     STATE.update({'faults': {}, 'journal': [], 'params': dict(params), 'profiles': []})
@@ -140,6 +133,7 @@ def Reset(self, params):
         _add_modem(self, params)
 
 
+# An SMS arrives; with complete false it is still arriving until CompleteSms.
 @dbus.service.method(MOCK_IFACE, in_signature='sb', out_signature='o')
 def ReceiveSms(self, text, complete):
     path = dbus.ObjectPath(f'{MAIN_OBJ}/SMS/{STATE["sms"]}')
@@ -164,6 +158,7 @@ def ChangeNetworkTime(self, time):
     _modem().EmitSignal(MM + '.Modem.Time', 'NetworkTimeChanged', 's', [STATE['time']])
 
 
+# The next call of a method fails with that D-Bus error name.
 @dbus.service.method(MOCK_IFACE, in_signature='ss', out_signature='')
 def Fail(self, method, error):
     STATE['faults'][str(method)] = str(error)
