@@ -4,7 +4,6 @@
 // by the hosts file under the root, so no DNS responder is needed.
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 
 #include "e2e_fixture.h"
@@ -37,11 +36,8 @@ class LinuxAgentE2E : public tola_test::E2ETest {
         return services.receiveSms(text);
     }
     template <typename Pred>
-    bool Eventually(Pred pred, int timeoutMs = 10000) {
-        for (int waited = 0; waited < timeoutMs; waited += 20) {
-            if (pred()) {
-                return true;
-            }
+    bool Eventually(Pred pred) {
+        for (int waited = 0; waited < 10000 && !pred(); waited += 20) {
             usleep(20000);
         }
         return pred();
@@ -71,9 +67,7 @@ TEST_F(LinuxAgentE2E, SmsFromTheModemReachTheAgentAndAResetReachesLogind) {
     tola_test::StoreRecord("", false);
     StartLinuxAgent();
     ASSERT_TRUE(Sms("<101>key-by-sms"));
-    EXPECT_TRUE(Eventually([&] {
-        return Acl().find("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>") != std::string::npos;
-    })) << Log();
+    EXPECT_TRUE(waitForText(root.path(tola_test::kAclFile), "<PayloadEncryptionKey>key-by-sms<")) << Log();
     ASSERT_TRUE(Sms("<200>0", "key-by-sms"));
     EXPECT_TRUE(Eventually([&] { return services.logindReboots() == 1; })) << Log();
     EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
@@ -87,9 +81,7 @@ TEST_F(LinuxAgentE2E, MissingModemManagerFailsTheCheckInNotTheAgent) {
     services.stopModemManager();
     tola_test::StoreRecord(portalUrl, true);
     StartLinuxAgent();
-    ASSERT_TRUE(
-        Eventually([&] { return Log().find("AdminAPNCallConnect failed") != std::string::npos; }, 20000))
-        << Log();
+    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "AdminAPNCallConnect failed", 20000)) << Log();
     EXPECT_NE(Log().find("ModemManager is not reachable"), std::string::npos);
     StopAgent();
     EXPECT_TRUE(Received().empty());

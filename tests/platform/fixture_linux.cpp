@@ -32,22 +32,6 @@ int gNotifyFd = -1;
 int gKeepAlives = 0;
 bool gSession = false;
 
-void openNotifySocket() {
-    gNotifyFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::string path = gRoot->dir() + "/notify";
-    std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
-    if (gNotifyFd < 0 || bind(gNotifyFd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-        ADD_FAILURE() << "no notification socket";
-        return;
-    }
-    setenv("NOTIFY_SOCKET", path.c_str(), 1);
-    // What systemd gives a service with WatchdogSec=20s.
-    setenv("WATCHDOG_USEC", "20000000", 1);
-    unsetenv("WATCHDOG_PID");
-}
-
 // The platform calls of one kind that the platform journalled as started.
 int journalled(const char* call) {
     std::ifstream in(sys_fsPath("/var/lib/ardo/calls.jsonl"));
@@ -81,7 +65,15 @@ void setUp() {
     gRoot = std::make_unique<tola_test::TempRoot>(true, kTimeScale);
     gKeepAlives = 0;
     gSession = false;
-    openNotifySocket();
+    gNotifyFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    sockaddr_un addr{AF_UNIX, {}};
+    std::string path = gRoot->dir() + "/notify";
+    std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
+    ASSERT_EQ(bind(gNotifyFd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0)
+        << "no notification socket";
+    setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    setenv("WATCHDOG_USEC", "20000000", 1);  // what systemd gives a service with WatchdogSec=20s
+    unsetenv("WATCHDOG_PID");
 }
 
 void tearDown() {
@@ -89,10 +81,8 @@ void tearDown() {
         sys_sdkShutdown();
         gSession = false;
     }
-    if (gNotifyFd >= 0) {
-        close(gNotifyFd);
-        gNotifyFd = -1;
-    }
+    close(gNotifyFd);
+    gNotifyFd = -1;
     unsetenv("NOTIFY_SOCKET");
     unsetenv("WATCHDOG_USEC");
     unsetenv("ARDO_CA_FILE");
