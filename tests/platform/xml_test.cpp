@@ -2,7 +2,7 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -12,32 +12,22 @@
 
 namespace {
 
-// Opens documents written to a scratch folder of its own.
+// Opens documents written to a scratch file of its own.
 class XmlTest : public DeviceTest {
   protected:
-    void SetUp() override {
-        DeviceTest::SetUp();
-        char templ[] = "/tmp/tola-xml-XXXXXX";
-        ASSERT_NE(mkdtemp(templ), nullptr);
-        dir = templ;
-    }
     void TearDown() override {
         xmldata_close();
-        int ignored = std::system(("rm -rf '" + dir + "'").c_str());
-        (void)ignored;
+        std::remove(mPath.c_str());
         DeviceTest::TearDown();
     }
-    std::string write(const std::string& xml, const std::string& name = "doc.xml") {
-        std::string path = dir + "/" + name;
-        std::ofstream(path, std::ios::binary | std::ios::trunc) << xml;
-        return path;
+    std::string write(const std::string& xml) {
+        std::ofstream(mPath, std::ios::binary | std::ios::trunc) << xml;
+        return mPath;
     }
-    void open(const std::string& xml) {
-        std::string path = write(xml);
-        ASSERT_EQ(xmldata_initialize(path.c_str(), path.c_str()), 0);
-    }
+    void open(const std::string& xml) { ASSERT_EQ(xmldata_initialize(write(xml).c_str(), mPath.c_str()), 0); }
 
-    std::string dir;
+  private:
+    const std::string mPath = "/tmp/tola-xml-" + std::to_string(getpid()) + ".xml";
 };
 
 const char* const kDoc =
@@ -121,12 +111,12 @@ TEST_F(XmlTest, UnreadableFilesFailToOpen) {
         "<ACLConfig><TOLA><CheckInURL>http://x/?a=1&b=2</CheckInURL></TOLA></ACLConfig>",
     };
     for (const char* text : bad) {
-        std::string path = write(text, "bad.xml");
+        std::string path = write(text);
         EXPECT_NE(xmldata_initialize(path.c_str(), nullptr), 0) << text;
         char buffer[16];
         EXPECT_NE(xmldata_getstring("/A", buffer, 15), 0) << "no document stays open after " << text;
     }
-    EXPECT_NE(xmldata_initialize((dir + "/does/not/exist.xml").c_str(), nullptr), 0);
+    EXPECT_NE(xmldata_initialize("/nonexistent/tola/doc.xml", nullptr), 0);
     EXPECT_NE(xmldata_initialize(nullptr, nullptr), 0);
 }
 
@@ -142,7 +132,7 @@ TEST_F(XmlTest, NestedEntitiesAreNotExpanded) {
         xml += "\">";
     }
     xml += "]><A><V>x&j;y</V></A>";
-    std::string path = write(xml, "bomb.xml");
+    std::string path = write(xml);
     if (xmldata_initialize(path.c_str(), nullptr) == 0) {
         char buffer[64];
         ASSERT_EQ(xmldata_getstring("/A/V", buffer, 63), 0);
