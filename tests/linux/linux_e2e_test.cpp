@@ -1,13 +1,9 @@
 // The agent built on the Linux backend (tola_agent_linux) against tola-portal, with ModemManager
 // and logind played by python3-dbusmock on a private bus: a check-in rides a bearer of its own,
-// SMS commands come from the modem, a factory reset reaches logind.
-//
-// Name resolution: the portal's name is answered by the hosts file under the root, which the
-// resolver reads before it asks the name servers of the data call's resolver file, so no DNS
-// responder is needed; the test checks that the bearer's name servers were written there.
+// SMS commands come from the modem, a factory reset reaches logind. The portal's name is answered
+// by the hosts file under the root, so no DNS responder is needed.
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 
 #include "e2e_fixture.h"
@@ -40,11 +36,8 @@ class LinuxAgentE2E : public tola_test::E2ETest {
         return services.receiveSms(text);
     }
     template <typename Pred>
-    bool Eventually(Pred pred, int timeoutMs = 10000) {
-        for (int waited = 0; waited < timeoutMs; waited += 20) {
-            if (pred()) {
-                return true;
-            }
+    bool Eventually(Pred pred) {
+        for (int waited = 0; waited < 10000 && !pred(); waited += 20) {
             usleep(20000);
         }
         return pred();
@@ -65,11 +58,6 @@ TEST_F(LinuxAgentE2E, CheckInRidesItsOwnBearerAndTakesItDown) {
     std::vector<std::string> journal = services.modemJournal();
     EXPECT_EQ(journal[0], "Connect apn= ip-type=4");
     EXPECT_EQ(journal[1].rfind("Disconnect /org/freedesktop/ModemManager1/Bearer/0", 0), 0u) << journal[1];
-    std::string log = Log();
-    EXPECT_NE(log.find("apps APN call succeeded, interface is lo"), std::string::npos);
-    EXPECT_NE(log.find("CURL DNS resolve option value is (portal.tola.test:"), std::string::npos);
-    EXPECT_EQ(root.readFile("/opt/ardo/tmp/router2/resolv_data_usage.conf"),
-              "nameserver 192.0.2.53\nnameserver 192.0.2.54\n");
     ardo::json received = Received();
     ASSERT_GE(received.size(), 1u);
     EXPECT_EQ(received[0]["imei"], "867698041234567");  // the modem's, not the simulator's
@@ -79,9 +67,7 @@ TEST_F(LinuxAgentE2E, SmsFromTheModemReachTheAgentAndAResetReachesLogind) {
     tola_test::StoreRecord("", false);
     StartLinuxAgent();
     ASSERT_TRUE(Sms("<101>key-by-sms"));
-    EXPECT_TRUE(Eventually([&] {
-        return Acl().find("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>") != std::string::npos;
-    })) << Log();
+    EXPECT_TRUE(waitForText(root.path(tola_test::kAclFile), "<PayloadEncryptionKey>key-by-sms<")) << Log();
     ASSERT_TRUE(Sms("<200>0", "key-by-sms"));
     EXPECT_TRUE(Eventually([&] { return services.logindReboots() == 1; })) << Log();
     EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
@@ -95,9 +81,7 @@ TEST_F(LinuxAgentE2E, MissingModemManagerFailsTheCheckInNotTheAgent) {
     services.stopModemManager();
     tola_test::StoreRecord(portalUrl, true);
     StartLinuxAgent();
-    ASSERT_TRUE(
-        Eventually([&] { return Log().find("AdminAPNCallConnect failed") != std::string::npos; }, 20000))
-        << Log();
+    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "AdminAPNCallConnect failed", 20000)) << Log();
     EXPECT_NE(Log().find("ModemManager is not reachable"), std::string::npos);
     StopAgent();
     EXPECT_TRUE(Received().empty());

@@ -1,9 +1,14 @@
 // ModemManager and logind stand-ins (python3-dbusmock) on a private bus that plays both the
-// device's bus and the system bus, for the Linux backend's tests.
+// device's bus and the system bus, for the Linux backend's tests; their controls go through busctl.
 #pragma once
 
+#include <stdio.h>
+
+#include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "private_bus.h"
@@ -14,42 +19,144 @@ class MockServices {
   public:
     // Starts a private bus (ARDO_BUS_ADDRESS and ARDO_SYSTEM_BUS_ADDRESS point at it) and the two
     // stand-ins; ok() tells whether they came up.
-    MockServices();
-    ~MockServices();
-    MockServices(const MockServices&) = delete;
-    MockServices& operator=(const MockServices&) = delete;
-
+    MockServices() {
+        setenv("ARDO_SYSTEM_BUS_ADDRESS", mBus.address().c_str(), 1);
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", mBus.address().c_str(), 1);
+        mLogind = dbusmock("logind");
+        mModemManager = dbusmock(kModemManager);
+        mOk = waitForOwner("ModemManager1", true) && waitForOwner("login1", true) && reset();
+    }
+    ~MockServices() {
+        mModemManager.reset();
+        mLogind.reset();
+        unsetenv("ARDO_SYSTEM_BUS_ADDRESS");
+        unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    }
     bool ok() const { return mOk; }
-    const std::string& address() const { return mBus->address(); }
 
-    // Back to one fresh modem and an obliging logind. options: the stand-in's Reset parameters
-    // as "name=value" pairs of booleans ("messaging=false") or texts ("interface=lo").
-    bool reset(const std::vector<std::string>& options = {});
+    // One fresh modem and an obliging logind. options: the stand-in's Reset parameters as
+    // "name=value" pairs of booleans ("messaging=false") or texts ("interface=lo").
+    bool reset(const std::vector<std::string>& options = {}) {
+        if (!mModemManager) {
+            mModemManager = dbusmock(kModemManager);
+            if (!waitForOwner("ModemManager1", true)) {
+                return false;
+            }
+        }
+        std::vector<std::string> args = {"a{sv}", std::to_string(options.size())};
+        for (const std::string& option : options) {
+            std::string value = option.substr(option.find('=') + 1);
+            bool flag = value == "true" || value == "false";
+            args.insert(args.end(), {option.substr(0, option.find('=')), flag ? "b" : "s", value});
+        }
+        return mm("Reset", args) && call("login1", "ClearCalls", {}) && reboot("");
+    }
     // An SMS arrives (complete, or still arriving: then completeSms finishes it).
-    bool receiveSms(const std::string& text, bool complete = true, std::string* path = nullptr);
-    bool completeSms(const std::string& path);
-    bool changeNetworkTime(const std::string& iso8601);
+    bool receiveSms(const std::string& text, bool complete = true, std::string* path = nullptr) {
+        std::string answer;
+        bool ok = mm("ReceiveSms", {"sb", text, complete ? "true" : "false"}, &answer);
+        if (ok && path != nullptr) {
+            *path = texts(answer).at(0);
+        }
+        return ok;
+    }
+    bool completeSms(const std::string& path) { return mm("CompleteSms", {"o", path}); }
+    bool changeNetworkTime(const std::string& iso8601) { return mm("ChangeNetworkTime", {"s", iso8601}); }
     // The next call of a ModemManager method fails with the D-Bus error.
     bool failModem(const std::string& method,
-                   const std::string& error = "org.freedesktop.ModemManager1.Error.Core.Failed");
-    // logind refuses the next `times` reboots (-1: every one; 0: accepts again).
-    bool refuseReboot(int times);
+                   const std::string& error = "org.freedesktop.ModemManager1.Error.Core.Failed") {
+        return mm("Fail", {"ss", method, error});
+    }
+    // logind refuses every reboot, or the next one (its refusal puts the obliging method back).
+    bool refuseReboot(bool forGood) {
+        std::string refuse =
+            "raise dbus.exceptions.DBusException('not now', name='org.freedesktop.login1.NotAllowed')";
+        return reboot(forGood ? refuse
+                              : "self.AddMethod('" + kManager + "', 'Reboot', 'b', '', '')\n" + refuse);
+    }
     // ModemManager leaves the bus (and stays away until the next reset starts it again).
-    void stopModemManager();
+    void stopModemManager() {
+        mModemManager.reset();
+        waitForOwner("ModemManager1", false);
+    }
     // The data-call methods ModemManager saw ("Connect apn=...", "Disconnect <bearer>").
-    std::vector<std::string> modemJournal();
-    // Reboot calls that logind accepted.
-    int logindReboots();
+    std::vector<std::string> modemJournal() {
+        std::string answer;
+        return mm("Journal", {}, &answer) ? texts(answer) : std::vector<std::string>{};
+    }
+    // Reboot calls that logind got since the last reset.
+    int logindReboots() {
+        std::string answer;  // "a(tav) <count> ..."
+        return call("login1", "GetMethodCalls", {"s", "Reboot"}, &answer) ? std::atoi(answer.c_str() + 6)
+                                                                          : -1;
+    }
 
   private:
-    bool startModemManager();
-    bool call(const char* service, const char* path, const char* interface, const char* member,
-              const char* types, ...);
+    const std::string kManager = "org.freedesktop.login1.Manager";
+    const std::string kModemManager = std::string(TOLA_SOURCE_DIR) + "/tests/linux/modemmanager_mock.py";
 
-    std::unique_ptr<PrivateBus> mBus;
-    std::unique_ptr<ChildProcess> mModemManager;
-    std::unique_ptr<ChildProcess> mLogind;
-    std::string mDir;
+    // Debian's python3-dbusmock is installed for the system's python; a python earlier on PATH
+    // (pyenv, a virtual environment) may not see it.
+    static std::unique_ptr<ChildProcess> dbusmock(const std::string& templ) {
+        return std::make_unique<ChildProcess>(
+            "/usr/bin/python3", std::vector<std::string>{"-m", "dbusmock", "--system", "--template", templ},
+            "/dev/null");
+    }
+    static std::string quote(const std::string& text) {
+        std::string out = "'";
+        for (char c : text) {
+            out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        }
+        return out + "'";
+    }
+    // The texts of a busctl answer, which prints them in double quotes ("as 2 \"a\" \"b\"").
+    static std::vector<std::string> texts(const std::string& answer) {
+        std::vector<std::string> out;
+        for (size_t at = answer.find('"'), end; at != std::string::npos; at = answer.find('"', end + 1)) {
+            end = answer.find('"', at + 1);
+            out.push_back(answer.substr(at + 1, end - at - 1));
+        }
+        return out;
+    }
+    // Runs busctl on the bus; its output in *output.
+    bool busctl(const std::string& args, std::string* output = nullptr) {
+        std::string command = "busctl --address=" + quote(mBus.address()) + " " + args + " 2>/dev/null";
+        FILE* pipe = popen(command.c_str(), "r");
+        std::string text;
+        char buffer[512];
+        for (size_t n; pipe != nullptr && (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
+            text.append(buffer, n);
+        }
+        if (output != nullptr) {
+            *output = text;
+        }
+        return pipe != nullptr && pclose(pipe) == 0;
+    }
+    bool waitForOwner(const std::string& name, bool owned) {
+        for (int i = 0; i < 400 && busctl("status org.freedesktop." + name + " >/dev/null") != owned; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(25));
+        }
+        return busctl("status org.freedesktop." + name + " >/dev/null") == owned;
+    }
+    // A call to a stand-in's control interface, and busctl's print of the answer.
+    bool call(const std::string& service, const char* member, const std::vector<std::string>& args,
+              std::string* answer = nullptr) {
+        std::string command = "call org.freedesktop." + service + " /org/freedesktop/" + service +
+                              " org.freedesktop.DBus.Mock " + member;
+        for (const std::string& arg : args) {
+            command += " " + quote(arg);
+        }
+        return busctl(command, answer);
+    }
+    bool mm(const char* member, const std::vector<std::string>& args, std::string* answer = nullptr) {
+        return call("ModemManager1", member, args, answer);
+    }
+    bool reboot(const std::string& code) {
+        return call("login1", "AddMethod", {"sssss", kManager, "Reboot", "b", "", code});
+    }
+
+    PrivateBus mBus;
+    std::unique_ptr<ChildProcess> mModemManager, mLogind;
     bool mOk = false;
 };
 

@@ -1,21 +1,6 @@
-'''ModemManager stand-in for python3-dbusmock (run with --template on this file).
-
-One modem (/org/freedesktop/ModemManager1/Modem/0) with the Modem, Modem3gpp, ModemCdma, Simple,
-Messaging, Time and Modem3gpp.ProfileManager interfaces and one SIM. Simple.Connect makes a
-bearer with an interface and name servers; Disconnect removes it.
-
-Test controls on org.freedesktop.DBus.Mock of the main object:
-  Reset(a{sv})            back to one fresh modem; parameters: "messaging" (b), "profiles" (b),
-                          "interface" (s: the bearers' interface), "dns" (as), "modem" (b: false
-                          leaves ModemManager without a modem)
-  ReceiveSms(s, b) -> o   an SMS arrives; with b false it is still arriving (State "receiving")
-  CompleteSms(o)          the arriving SMS is complete (State turns "received")
-  ChangeNetworkTime(s)    the network's time changes (NetworkTimeChanged, and GetNetworkTime)
-  Fail(s, s)              the next call of a method ("Connect", "Disconnect", "GetNetworkTime",
-                          "GetManagedObjects") fails with that D-Bus error name
-  Journal() -> as         the data-call methods called so far ("Connect apn=... ip-type=...",
-                          "Disconnect /org/...")
-'''
+'''ModemManager stand-in for python3-dbusmock (run with --template on this file): one modem with
+its SIM; Simple.Connect makes a bearer, Disconnect removes it. The test controls are the Mock
+interface's methods below (Reset's parameters are at Reset).'''
 
 import dbus
 
@@ -27,14 +12,13 @@ MAIN_IFACE = 'org.freedesktop.ModemManager1'
 SYSTEM_BUS = True
 IS_OBJECT_MANAGER = True
 
-MM = 'org.freedesktop.ModemManager1'
+MM = MAIN_IFACE
 MODEM = MAIN_OBJ + '/Modem/0'
 SIM = MAIN_OBJ + '/SIM/0'
-STATE_REGISTERED = 8
-STATE_CONNECTED = 11
+REGISTERED, CONNECTED = dbus.Int32(8), dbus.Int32(11)
 
 STATE = {'faults': {}, 'journal': [], 'bearers': 0, 'sms': 0, 'time': '2026-03-01T12:00:00+00:00',
-         'params': {}}
+         'params': {}, 'profiles': []}
 
 
 def _fault(name):
@@ -47,8 +31,9 @@ def _modem():
     return mockobject.objects[MODEM]
 
 
-def _set(obj, iface, name, value):
-    obj.UpdateProperties(iface, {name: value})
+def _set_bearers(bearers):
+    _modem().UpdateProperties(MM + '.Modem', {'Bearers': dbus.Array(bearers, signature='o'),
+                                              'State': CONNECTED if bearers else REGISTERED})
 
 
 def _connect(self, props):
@@ -57,40 +42,26 @@ def _connect(self, props):
     STATE['journal'].append(f'Connect apn={apn} ip-type={int(props.get("ip-type", 0))}')
     path = f'{MAIN_OBJ}/Bearer/{STATE["bearers"]}'
     STATE['bearers'] += 1
-    dns = STATE['params'].get('dns', ['192.0.2.53', '192.0.2.54'])
-    ip4 = {'method': dbus.UInt32(2), 'address': '10.64.0.2', 'prefix': dbus.UInt32(30),
-           'gateway': '10.64.0.1'}
-    for i, server in enumerate(dns[:3]):
+    ip4 = {'method': dbus.UInt32(2), 'address': '10.64.0.2'}
+    for i, server in enumerate(STATE['params'].get('dns', ['192.0.2.53', '192.0.2.54'])[:3]):
         ip4[f'dns{i + 1}'] = str(server)
     mockobject.objects[MAIN_OBJ].AddObject(path, MM + '.Bearer', {
-        'Interface': STATE['params'].get('interface', 'lo'),
-        'Connected': True,
-        'Suspended': False,
-        'Ip4Config': dbus.Dictionary(ip4, signature='sv'),
-        'Ip6Config': dbus.Dictionary({}, signature='sv'),
-        'Properties': dbus.Dictionary({'apn': apn}, signature='sv'),
-    }, [])
-    modem = _modem()
-    bearers = list(modem.props[MM + '.Modem']['Bearers']) + [dbus.ObjectPath(path)]
-    _set(modem, MM + '.Modem', 'Bearers', dbus.Array(bearers, signature='o'))
-    _set(modem, MM + '.Modem', 'State', dbus.Int32(STATE_CONNECTED))
+        'Interface': STATE['params'].get('interface', 'lo'), 'Connected': True,
+        'Ip4Config': dbus.Dictionary(ip4, signature='sv'), 'Ip6Config': dbus.Dictionary({}, signature='sv')}, [])
+    _set_bearers(list(_modem().props[MM + '.Modem']['Bearers']) + [dbus.ObjectPath(path)])
     return dbus.ObjectPath(path)
 
 
 def _disconnect(self, bearer):
     _fault('Disconnect')
     STATE['journal'].append(f'Disconnect {bearer}')
-    modem = _modem()
-    bearers = list(modem.props[MM + '.Modem']['Bearers'])
+    bearers = list(_modem().props[MM + '.Modem']['Bearers'])
     gone = bearers if bearer == '/' else [b for b in bearers if b == bearer]
     if not gone and bearer != '/':
         raise dbus.exceptions.DBusException('no such bearer', name=MM + '.Error.Core.NotFound')
     for path in gone:
         mockobject.objects[MAIN_OBJ].RemoveObject(path)
-    left = [b for b in bearers if b not in gone]
-    _set(modem, MM + '.Modem', 'Bearers', dbus.Array(left, signature='o'))
-    if not left:
-        _set(modem, MM + '.Modem', 'State', dbus.Int32(STATE_REGISTERED))
+    _set_bearers([b for b in bearers if b not in gone])
 
 
 def _network_time(self):
@@ -98,78 +69,54 @@ def _network_time(self):
     return STATE['time']
 
 
-def _profiles_list(self):
-    return dbus.Array(STATE['profiles'], signature='a{sv}')
-
-
 def _profiles_set(self, props):
-    wanted = dict(props)
-    pid = int(wanted.get('profile-id', -1))
-    STATE['profiles'] = [p for p in STATE['profiles'] if int(p['profile-id']) != pid]
-    STATE['profiles'].append(dbus.Dictionary(wanted, signature='sv'))
-    return dbus.Dictionary(wanted, signature='sv')
+    wanted = dbus.Dictionary(props, signature='sv')
+    STATE['profiles'] = [p for p in STATE['profiles'] if p['profile-id'] != wanted.get('profile-id')]
+    STATE['profiles'].append(wanted)
+    return wanted
 
 
 def _managed_objects(self):
     _fault('GetManagedObjects')
-    return {dbus.ObjectPath(k): mockobject.objects[k].props
-            for k in mockobject.objects if k.startswith(MAIN_OBJ + '/')}
-
-
-def _remove_all(main):
-    for path in [k for k in mockobject.objects if k.startswith(MAIN_OBJ + '/')]:
-        main.RemoveObject(path)
+    return {dbus.ObjectPath(k): o.props for k, o in mockobject.objects.items() if k.startswith(MAIN_OBJ + '/')}
 
 
 def _add_modem(main, params):
-    main.AddObject(SIM, MM + '.Sim', {
-        'Active': True, 'SimIdentifier': '89014103211118510720', 'Imsi': '310150123456789',
-        'OperatorIdentifier': '311480', 'OperatorName': params.get('operator', 'Veltra'),
-    }, [])
+    main.AddObject(SIM, MM + '.Sim', {'Imsi': '310150123456789', 'OperatorName': params.get('operator', 'Veltra')},
+                   [])
     main.AddObject(MODEM, MM + '.Modem', {
-        'Sim': dbus.ObjectPath(SIM),
-        'Bearers': dbus.Array([], signature='o'),
-        'Manufacturer': 'Quectel', 'Model': 'EG25-G', 'Revision': 'EG25GGBR07A08M2G',
-        'EquipmentIdentifier': '867698041234567', 'DeviceIdentifier': 'f0e1d2',
-        'State': dbus.Int32(STATE_REGISTERED),
-        'AccessTechnologies': dbus.UInt32(1 << 14),
+        'Sim': dbus.ObjectPath(SIM), 'Bearers': dbus.Array([], signature='o'), 'Model': 'EG25-G',
+        'Revision': 'EG25GGBR07A08M2G', 'EquipmentIdentifier': '867698041234567', 'State': REGISTERED,
+        'AccessTechnologies': dbus.UInt32(1 << 14),  # LTE
         'SignalQuality': dbus.Struct((dbus.UInt32(75), True), signature='ub'),
-        'OwnNumbers': dbus.Array(['+15551234567'], signature='s'),
-    }, [])
+        'OwnNumbers': dbus.Array(['+15551234567'], signature='s')}, [])
     modem = _modem()
     modem.AddProperties(MM + '.Modem.Modem3gpp', {
         'Imei': '867698041234567', 'RegistrationState': dbus.UInt32(int(params.get('registration', 1))),
-        'OperatorCode': '311480', 'OperatorName': 'Veltra',
-    })
+        'OperatorName': 'Veltra'})
     modem.AddProperties(MM + '.Modem.ModemCdma', {
         'Meid': 'A1000049ABCDEF', 'Esn': '80ABCDEF',
-        'Cdma1xRegistrationState': dbus.UInt32(0), 'EvdoRegistrationState': dbus.UInt32(0),
-    })
+        'Cdma1xRegistrationState': dbus.UInt32(0), 'EvdoRegistrationState': dbus.UInt32(0)})
     # Interfaces without properties still show in GetManagedObjects, as ModemManager lists them.
-    modem.props[MM + '.Modem.Simple'] = dbus.Dictionary({}, signature='sv')
-    modem.AddProperties(MM + '.Modem.Time', {'NetworkTimezone': dbus.Dictionary({'offset': dbus.Int32(0)}, signature='sv')})
-    modem.AddMethod(MM + '.Modem.Simple', 'Connect', 'a{sv}', 'o', _connect)
-    modem.AddMethod(MM + '.Modem.Simple', 'Disconnect', 'o', '', _disconnect)
+    for iface in ('Simple', 'Time'):
+        modem.props[f'{MM}.Modem.{iface}'] = dbus.Dictionary({}, signature='sv')
+    modem.AddMethods(MM + '.Modem.Simple', [('Connect', 'a{sv}', 'o', _connect),
+                                            ('Disconnect', 'o', '', _disconnect)])
     modem.AddMethod(MM + '.Modem.Time', 'GetNetworkTime', '', 's', _network_time)
     if params.get('messaging', True):
-        modem.AddProperties(MM + '.Modem.Messaging', {
-            'Messages': dbus.Array([], signature='o'),
-            'SupportedStorages': dbus.Array([dbus.UInt32(2)], signature='u'),
-            'DefaultStorage': dbus.UInt32(2),
-        })
+        modem.AddProperties(MM + '.Modem.Messaging', {'Messages': dbus.Array([], signature='o')})
     if params.get('profiles', True):
         STATE['profiles'] = [dbus.Dictionary({
             'profile-id': dbus.Int32(1), 'apn': 'vzwinternet', 'ip-type': dbus.UInt32(4),
-            'allowed-auth': dbus.UInt32(1), 'user': '', 'password': '', 'profile-name': 'Internet',
-        }, signature='sv')]
-        modem.AddProperties(MM + '.Modem.Modem3gpp.ProfileManager', {'IndexField': 'profile-id'})
-        modem.AddMethod(MM + '.Modem.Modem3gpp.ProfileManager', 'List', '', 'aa{sv}', _profiles_list)
-        modem.AddMethod(MM + '.Modem.Modem3gpp.ProfileManager', 'Set', 'a{sv}', 'a{sv}', _profiles_set)
+            'allowed-auth': dbus.UInt32(1), 'user': '', 'password': '', 'profile-name': 'Internet'},
+            signature='sv')]
+        manager = MM + '.Modem.Modem3gpp.ProfileManager'
+        modem.props[manager] = dbus.Dictionary({}, signature='sv')
+        modem.AddMethods(manager, [('List', '', 'aa{sv}', lambda self: dbus.Array(STATE['profiles'], signature='a{sv}')),
+                                   ('Set', 'a{sv}', 'a{sv}', _profiles_set)])
 
 
 def load(mock, parameters):
-    mock.AddMethods(MAIN_IFACE, [('ScanDevices', '', '', ''), ('SetLogging', 's', '', '')])
-    mock.AddProperty(MAIN_IFACE, 'Version', '1.20.4')
     mock.AddMethod('org.freedesktop.DBus.ObjectManager', 'GetManagedObjects', '', 'a{oa{sa{sv}}}',
                    _managed_objects)
     Reset(mock, dbus.Dictionary(parameters or {}, signature='sv'))
@@ -177,27 +124,27 @@ def load(mock, parameters):
 
 @dbus.service.method(MOCK_IFACE, in_signature='a{sv}', out_signature='')
 def Reset(self, params):
-    _remove_all(self)
+    # "messaging", "profiles" (a profile manager), "modem" (false: none): b; "interface" (the bearers'),
+    # "registration" (3GPP state), "operator" (the SIM's): s; "dns" (the bearers' name servers): as
+    for path in [k for k in mockobject.objects if k.startswith(MAIN_OBJ + '/')]:
+        self.RemoveObject(path)
     STATE.update({'faults': {}, 'journal': [], 'params': dict(params), 'profiles': []})
     if params.get('modem', True):
         _add_modem(self, params)
 
 
+# An SMS arrives; with complete false it is still arriving until CompleteSms.
 @dbus.service.method(MOCK_IFACE, in_signature='sb', out_signature='o')
 def ReceiveSms(self, text, complete):
-    path = f'{MAIN_OBJ}/SMS/{STATE["sms"]}'
+    path = dbus.ObjectPath(f'{MAIN_OBJ}/SMS/{STATE["sms"]}')
     STATE['sms'] += 1
-    self.AddObject(path, MM + '.Sms', {
-        'State': dbus.UInt32(3 if complete else 2), 'PduType': dbus.UInt32(1),
-        'Number': '+15557654321', 'Text': text, 'Storage': dbus.UInt32(2),
-        'Timestamp': STATE['time'],
-    }, [])
-    modem = _modem()
-    if MM + '.Modem.Messaging' in modem.props:
-        messages = list(modem.props[MM + '.Modem.Messaging']['Messages']) + [dbus.ObjectPath(path)]
-        _set(modem, MM + '.Modem.Messaging', 'Messages', dbus.Array(messages, signature='o'))
-        modem.EmitSignal(MM + '.Modem.Messaging', 'Added', 'ob', [dbus.ObjectPath(path), True])
-    return dbus.ObjectPath(path)
+    self.AddObject(path, MM + '.Sms', {'State': dbus.UInt32(3 if complete else 2), 'Text': text}, [])
+    messaging = _modem().props.get(MM + '.Modem.Messaging')
+    if messaging is not None:
+        _modem().UpdateProperties(MM + '.Modem.Messaging', {
+            'Messages': dbus.Array(list(messaging['Messages']) + [path], signature='o')})
+        _modem().EmitSignal(MM + '.Modem.Messaging', 'Added', 'ob', [path, True])
+    return path
 
 
 @dbus.service.method(MOCK_IFACE, in_signature='o', out_signature='')
@@ -211,6 +158,7 @@ def ChangeNetworkTime(self, time):
     _modem().EmitSignal(MM + '.Modem.Time', 'NetworkTimeChanged', 's', [STATE['time']])
 
 
+# The next call of a method fails with that D-Bus error name.
 @dbus.service.method(MOCK_IFACE, in_signature='ss', out_signature='')
 def Fail(self, method, error):
     STATE['faults'][str(method)] = str(error)

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "backend_fixture.h"
+#include "case_rows.h"
 
 class DeviceTest : public ::testing::Test {
   protected:

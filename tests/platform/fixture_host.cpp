@@ -21,31 +21,16 @@ struct Device {
     tola_test::PrivateBus bus;
 };
 std::unique_ptr<Device> gDevice;
-std::string gOldCaFile;
-bool gHadCaFile = false;
-
-template <typename T>
-bool publish(const char* channel, const T& value) {
-    MsgbusHandler daemon;
-    return daemon.Initialize() == 0 && daemon.PublishData(channel, value) == 0;
-}
 
 }  // namespace
 
 void setUp() {
-    const char* ca = std::getenv("ARDO_CA_FILE");
-    gHadCaFile = ca != nullptr;
-    gOldCaFile = gHadCaFile ? ca : "";
     gDevice = std::make_unique<Device>();
 }
 
 void tearDown() {
     gDevice.reset();
-    if (gHadCaFile) {
-        setenv("ARDO_CA_FILE", gOldCaFile.c_str(), 1);
-    } else {
-        unsetenv("ARDO_CA_FILE");
-    }
+    unsetenv("ARDO_CA_FILE");
 }
 
 double timeScale() {
@@ -53,7 +38,8 @@ double timeScale() {
 }
 
 bool receiveSms(const std::string& text) {
-    return publish("sms.msg.tola", text);
+    MsgbusHandler daemon;
+    return daemon.Initialize() == 0 && daemon.PublishData("sms.msg.tola", text) == 0;
 }
 
 bool changeNetworkTime() {

@@ -21,61 +21,31 @@ using tola_test::CannedHttpServer;
 
 namespace {
 
-// A loopback socket that listens; `serve` handles each accepted connection until destruction.
-class Listener {
-  public:
-    Listener() {
-        mFd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof addr;
-        if (bind(mFd, reinterpret_cast<sockaddr*>(&addr), len) != 0 || listen(mFd, 8) != 0 ||
-            getsockname(mFd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
-            throw std::runtime_error("listen failed");
-        }
-        port = ntohs(addr.sin_port);
+// A socket listening on loopback that accepts nobody; its port.
+int listenOnLoopback(int fd) {
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof addr;
+    if (bind(fd, reinterpret_cast<sockaddr*>(&addr), len) != 0 || listen(fd, 8) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
+        throw std::runtime_error("listen failed");
     }
-    ~Listener() {
-        mStop = true;
-        if (mThread.joinable()) {
-            mThread.join();
-        }
-        close(mFd);
-    }
-    template <typename F>
-    void serve(F handle) {
-        mThread = std::thread([this, handle] {
-            while (!mStop) {
-                pollfd p{mFd, POLLIN, 0};
-                if (poll(&p, 1, 50) == 1) {
-                    int fd = accept4(mFd, nullptr, nullptr, SOCK_CLOEXEC);
-                    if (fd >= 0) {
-                        handle(fd);
-                        close(fd);
-                    }
-                }
-            }
-        });
-    }
-
-    int port = 0;
-
-  private:
-    int mFd = -1;
-    std::atomic<bool> mStop{false};
-    std::thread mThread;
-};
+    return ntohs(addr.sin_port);
+}
 
 // An HTTPS server whose self-signed certificate names portal.tola.test only; counts the requests
 // that got through the handshake.
 class TlsServer {
   public:
-    explicit TlsServer(const std::string& dir) : pem(dir + "/cert.pem"), mKey(dir + "/key.pem") {
+    TlsServer() {
+        char dir[] = "/tmp/tola-http-XXXXXX";
+        mDir = mkdtemp(dir) != nullptr ? dir : "/nonexistent";
+        pem = mDir + "/cert.pem";
         std::string cmd =
             "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=portal.tola.test "
             "-addext subjectAltName=DNS:portal.tola.test -keyout '" +
-            mKey + "' -out '" + pem + "' 2>/dev/null";
+            mDir + "/key.pem' -out '" + pem + "' 2>/dev/null";
         if (std::system(cmd.c_str()) != 0) {
             throw std::runtime_error("openssl req failed");
         }
@@ -83,34 +53,48 @@ class TlsServer {
         signal(SIGPIPE, SIG_IGN);
         mCtx = SSL_CTX_new(TLS_server_method());
         SSL_CTX_use_certificate_file(mCtx, pem.c_str(), SSL_FILETYPE_PEM);
-        SSL_CTX_use_PrivateKey_file(mCtx, mKey.c_str(), SSL_FILETYPE_PEM);
-        mListener.serve([this](int fd) {
-            SSL* ssl = SSL_new(mCtx);
-            SSL_set_fd(ssl, fd);
-            if (SSL_accept(ssl) == 1) {
+        SSL_CTX_use_PrivateKey_file(mCtx, (mDir + "/key.pem").c_str(), SSL_FILETYPE_PEM);
+        port = listenOnLoopback(mFd);
+        mThread = std::thread([this] {
+            for (pollfd p{mFd, POLLIN, 0}; !mStop;) {
+                int fd = poll(&p, 1, 50) == 1 ? accept4(mFd, nullptr, nullptr, SOCK_CLOEXEC) : -1;
+                SSL* ssl = fd >= 0 ? SSL_new(mCtx) : nullptr;
                 char buffer[4096];
                 // A client that refuses the certificate after the handshake sends nothing.
-                if (SSL_read(ssl, buffer, sizeof buffer) > 0) {
+                if (ssl != nullptr && SSL_set_fd(ssl, fd) == 1 && SSL_accept(ssl) == 1 &&
+                    SSL_read(ssl, buffer, sizeof buffer) > 0) {
                     ++requests;
                     const char answer[] =
                         "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\nok";
                     SSL_write(ssl, answer, sizeof answer - 1);
                     SSL_shutdown(ssl);
                 }
+                SSL_free(ssl);
+                if (fd >= 0) {
+                    close(fd);
+                }
             }
-            SSL_free(ssl);
         });
     }
-    ~TlsServer() { SSL_CTX_free(mCtx); }
-    int port() const { return mListener.port; }
+    ~TlsServer() {
+        mStop = true;
+        mThread.join();
+        close(mFd);
+        SSL_CTX_free(mCtx);
+        int ignored = std::system(("rm -rf '" + mDir + "'").c_str());
+        (void)ignored;
+    }
 
-    const std::string pem;
+    std::string pem;
+    int port = 0;
     std::atomic<int> requests{0};
 
   private:
-    std::string mKey;
+    std::string mDir;
     SSL_CTX* mCtx = nullptr;
-    Listener mListener;
+    int mFd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::atomic<bool> mStop{false};
+    std::thread mThread;
 };
 
 struct Exchange {
@@ -130,21 +114,7 @@ Exchange post(const std::string& url, const std::string& resolve = "", const std
     return e;
 }
 
-class HttpTest : public DeviceTest {
-  protected:
-    void SetUp() override {
-        DeviceTest::SetUp();
-        char templ[] = "/tmp/tola-http-XXXXXX";
-        ASSERT_NE(mkdtemp(templ), nullptr);
-        dir = templ;
-    }
-    void TearDown() override {
-        int ignored = std::system(("rm -rf '" + dir + "'").c_str());
-        (void)ignored;
-        DeviceTest::TearDown();
-    }
-    std::string dir;
-};
+using HttpTest = DeviceTest;
 
 }  // namespace
 
@@ -164,16 +134,16 @@ TEST_F(HttpTest, ExchangeSendsTheBodyAndReturnsTheAnswer) {
 TEST_F(HttpTest, FailedExchangesGiveNoStatusAndNoAnswer) {
     CannedHttpServer huge({std::string(HttpHelper::kMaxResponseBytes + 1, 'x')});
     CannedHttpServer plain({"plain"});
-    Listener silent;  // accepts nothing, answers nothing
+    int silent = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);  // accepts nothing, answers nothing
     struct Case {
         std::string url, interfaceName;
     } cases[] = {
-        {huge.url(), ""},                                                 // answer too large
-        {"http://127.0.0.1:9/", ""},                                      // refused
-        {"https://127.0.0.1:" + std::to_string(plain.port()) + "/", ""},  // not TLS
-        {plain.url(), "no-such-if0"},                                     // interface missing
-        {"http://127.0.0.1:" + std::to_string(silent.port) + "/", ""},    // time-out
-        {"ftp://127.0.0.1/", ""},                                         // other protocols
+        {huge.url(), ""},                                                            // answer too large
+        {"http://127.0.0.1:9/", ""},                                                 // refused
+        {"https://127.0.0.1:" + std::to_string(plain.port()) + "/", ""},             // not TLS
+        {plain.url(), "no-such-if0"},                                                // interface missing
+        {"http://127.0.0.1:" + std::to_string(listenOnLoopback(silent)) + "/", ""},  // time-out
+        {"ftp://127.0.0.1/", ""},                                                    // other protocols
         {"", ""},
     };
     for (const Case& c : cases) {
@@ -182,11 +152,12 @@ TEST_F(HttpTest, FailedExchangesGiveNoStatusAndNoAnswer) {
         EXPECT_EQ(e.status, 0) << c.url;
         EXPECT_EQ(e.answer, "") << c.url;
     }
+    close(silent);
 }
 
 TEST_F(HttpTest, HttpsVerifiesTheCertificateAndTheHostName) {
-    TlsServer server(dir);
-    std::string port = std::to_string(server.port());
+    TlsServer server;
+    std::string port = std::to_string(server.port);
     std::string byName = "https://portal.tola.test:" + port + "/";
     std::string resolve = "portal.tola.test:" + port + ":127.0.0.1";
     // Not trusted yet: the handshake fails, nothing is sent.

@@ -4,11 +4,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <future>
-#include <mutex>
 #include <thread>
+#include <utility>
 
 #include "conformance.h"
 #include "maintenance_thread.h"
@@ -18,49 +17,27 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Counts callbacks; optionally holds the first one until released, or runs an action in it.
-class Recorder : public MaintenanceThreadCallbackInterface {
-  public:
+// Counts callbacks, each of which runs the action if there is one.
+struct Recorder : MaintenanceThreadCallbackInterface {
     bool OnThreadNotify(unsigned int timerId) override {
-        std::unique_lock<std::mutex> lock(mMutex);
         lastTimerId = timerId;
-        ++mCalls;
-        mCond.notify_all();
-        if (holdFirst && mCalls == 1) {
-            mCond.wait(lock, [this] { return mReleased; });
-        }
-        std::function<void()> act = action;
-        lock.unlock();
-        if (act) {
-            act();
+        ++calls;
+        if (action) {
+            action();
         }
         return false;
     }
-
     // Real time, generous: only a broken timer gets near it.
-    bool waitForCalls(int n, std::chrono::milliseconds timeout = 20s) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mCond.wait_for(lock, timeout, [&] { return mCalls >= n; });
-    }
-    int calls() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mCalls;
-    }
-    void release() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mReleased = true;
-        mCond.notify_all();
+    bool waitForCalls(int n) {
+        for (int waited = 0; calls < n && waited < 20000; waited += 5) {
+            std::this_thread::sleep_for(5ms);
+        }
+        return calls >= n;
     }
 
-    bool holdFirst = false;
     std::function<void()> action;
-    unsigned int lastTimerId = 0;
-
-  private:
-    std::mutex mMutex;
-    std::condition_variable mCond;
-    int mCalls = 0;
-    bool mReleased = false;
+    std::atomic<unsigned int> lastTimerId{0};
+    std::atomic<int> calls{0};
 };
 
 // Lets the worker run for a short real time, in which a broken timer would call back again.
@@ -110,12 +87,18 @@ TEST_F(ClockTest, SleepsAndDeadlinesRunOnTheDeviceClock) {
 
 TEST_F(TimerTest, RunsOnlyWhenSignalledAndKeepsSignalsThatArriveDuringTheCallback) {
     Recorder rec;
-    rec.holdFirst = true;
+    std::promise<void> release;
+    std::shared_future<void> released(release.get_future());
+    rec.action = [&, first = true]() mutable {
+        if (std::exchange(first, false)) {
+            released.wait();
+        }
+    };
     MaintenanceThread timer(&rec, 0, 3456);  // interval 0: a day, far beyond this case
     ASSERT_EQ(timer.Initialize(), 0);
     ASSERT_EQ(timer.Run(), 0);
     settle();
-    EXPECT_EQ(rec.calls(), 0);
+    EXPECT_EQ(rec.calls, 0);
     timer.SignalTimerThread();
     ASSERT_TRUE(rec.waitForCalls(1));
     EXPECT_EQ(rec.lastTimerId, 3456u);
@@ -123,10 +106,10 @@ TEST_F(TimerTest, RunsOnlyWhenSignalledAndKeepsSignalsThatArriveDuringTheCallbac
     timer.SignalTimerThread();
     timer.SignalTimerThread();
     timer.SignalTimerThread();
-    rec.release();
+    release.set_value();
     ASSERT_TRUE(rec.waitForCalls(2));
     settle();
-    EXPECT_EQ(rec.calls(), 2);
+    EXPECT_EQ(rec.calls, 2);
 }
 
 TEST_F(TimerTest, NewIntervalAppliesFromTheNextWait) {
@@ -188,9 +171,9 @@ TEST_F(TimerTest, RunsAgainAfterShutdownAndWaitForCompletion) {
     EXPECT_TRUE(rec.waitForCalls(3));
     timer.Shutdown();
     timer.WaitForCompletion();
-    int stopped = rec.calls();
+    int stopped = rec.calls;
     settle();
-    EXPECT_EQ(rec.calls(), stopped);
+    EXPECT_EQ(rec.calls, stopped);
 }
 
 TEST_F(TimerTest, DestructorEndsALongWait) {
@@ -200,5 +183,5 @@ TEST_F(TimerTest, DestructorEndsALongWait) {
         timer.Run();
     });
     ASSERT_EQ(destroyed.wait_for(20s), std::future_status::ready);
-    EXPECT_EQ(rec.calls(), 0);
+    EXPECT_EQ(rec.calls, 0);
 }

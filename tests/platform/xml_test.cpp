@@ -2,7 +2,7 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -12,32 +12,22 @@
 
 namespace {
 
-// Opens documents written to a scratch folder of its own.
+// Opens documents written to a scratch file of its own.
 class XmlTest : public DeviceTest {
   protected:
-    void SetUp() override {
-        DeviceTest::SetUp();
-        char templ[] = "/tmp/tola-xml-XXXXXX";
-        ASSERT_NE(mkdtemp(templ), nullptr);
-        dir = templ;
-    }
     void TearDown() override {
         xmldata_close();
-        int ignored = std::system(("rm -rf '" + dir + "'").c_str());
-        (void)ignored;
+        std::remove(mPath.c_str());
         DeviceTest::TearDown();
     }
-    std::string write(const std::string& xml, const std::string& name = "doc.xml") {
-        std::string path = dir + "/" + name;
-        std::ofstream(path, std::ios::binary | std::ios::trunc) << xml;
-        return path;
+    std::string write(const std::string& xml) {
+        std::ofstream(mPath, std::ios::binary | std::ios::trunc) << xml;
+        return mPath;
     }
-    void open(const std::string& xml) {
-        std::string path = write(xml);
-        ASSERT_EQ(xmldata_initialize(path.c_str(), path.c_str()), 0);
-    }
+    void open(const std::string& xml) { ASSERT_EQ(xmldata_initialize(write(xml).c_str(), mPath.c_str()), 0); }
 
-    std::string dir;
+  private:
+    const std::string mPath = "/tmp/tola-xml-" + std::to_string(getpid()) + ".xml";
 };
 
 const char* const kDoc =
@@ -56,22 +46,12 @@ const char* const kDoc =
 
 TEST_F(XmlTest, ReadsTexts) {
     open(kDoc);
-    struct Case {
-        const char* xpath;
-        int rc;
-        const char* text;
-    } cases[] = {
-        {"/Config/Name", 0, "tola"},           {"/Config/Empty", 0, ""},
-        {"/Config/SelfClosed", 0, ""},         {"/Config/Mixed", 0, "acde"},
-        {"/Config/Escaped", 0, "<x&y>"},       {"/Config/Num", 0, "42"},  // the first match
-        {"/Config/Item[2]/N", 0, "2"},         {"/Config/Missing", 1, "unchanged"},
-        {"/Config/Item[9]/N", 1, "unchanged"}, {"///bad[", 1, "unchanged"},
-    };
-    for (const Case& c : cases) {
+    for (std::vector<std::string> c : caseRows("platform_xml_texts.tsv")) {
+        c.resize(3);  // an empty text ends its row
         char buffer[64];
         std::strcpy(buffer, "unchanged");
-        EXPECT_EQ(xmldata_getstring(c.xpath, buffer, sizeof buffer - 1) != 0, c.rc != 0) << c.xpath;
-        EXPECT_STREQ(buffer, c.text) << c.xpath;
+        EXPECT_EQ(xmldata_getstring(c[0].c_str(), buffer, sizeof buffer - 1) != 0, c[1] != "0") << c[0];
+        EXPECT_EQ(buffer, c[2]) << c[0];
     }
 }
 
@@ -90,43 +70,15 @@ TEST_F(XmlTest, TextCopyIsBoundedToMaxChars) {
 }
 
 TEST_F(XmlTest, NumbersAcceptOnlyDecimalsThatFit) {
-    const int64_t kRefused = INT64_MIN;  // uint32: failure and the value untouched; int32: the default
-    struct Case {
-        const char* text;
-        int64_t asUint32;
-        int64_t asInt32;
-    } cases[] = {
-        {"0", 0, 0},
-        {"24", 24, 24},
-        {"  17\n\t", 17, 17},
-        {"0007", 7, 7},
-        {" -12 ", kRefused, -12},
-        {"-1", kRefused, -1},
-        {"+5", kRefused, 5},
-        {"4294967295", 4294967295LL, kRefused},
-        {"4294967296", kRefused, kRefused},
-        {"2147483647", 2147483647, 2147483647},
-        {"2147483648", 2147483648LL, kRefused},
-        {"-2147483648", kRefused, INT32_MIN},
-        {"-2147483649", kRefused, kRefused},
-        {"99999999999999999999999", kRefused, kRefused},
-        {"abc", kRefused, kRefused},
-        {"12abc", kRefused, kRefused},
-        {"1 2", kRefused, kRefused},
-        {"", kRefused, kRefused},
-        {"   ", kRefused, kRefused},
-        {"0x10", kRefused, kRefused},
-        {"-", kRefused, kRefused},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string("\"") + c.text + "\"");
-        open(std::string("<A><V>") + c.text + "</V></A>");
+    for (const std::vector<std::string>& c : caseRows("platform_xml_numbers.tsv")) {
+        SCOPED_TRACE("\"" + c[0] + "\"");
+        open("<A><V>" + c[0] + "</V></A>");
         uint32_t u = 12345;
-        EXPECT_EQ(xmldata_getuint32("/A/V", &u) != 0, c.asUint32 == kRefused);
-        EXPECT_EQ(u, c.asUint32 == kRefused ? 12345u : static_cast<uint32_t>(c.asUint32));
+        EXPECT_EQ(xmldata_getuint32("/A/V", &u) != 0, c[1] == "refused");
+        EXPECT_EQ(u, c[1] == "refused" ? 12345u : std::stoul(c[1]));
         int32_t i = 0;
         EXPECT_EQ(xmldata_getint32_default("/A/V", &i, -99), 0);
-        EXPECT_EQ(i, c.asInt32 == kRefused ? -99 : static_cast<int32_t>(c.asInt32));
+        EXPECT_EQ(i, c[2] == "refused" ? -99 : std::stol(c[2]));
     }
     uint32_t u = 1;
     EXPECT_NE(xmldata_getuint32("/A/Missing", &u), 0);
@@ -137,14 +89,12 @@ TEST_F(XmlTest, NumbersAcceptOnlyDecimalsThatFit) {
 
 TEST_F(XmlTest, CountsMatchingNodes) {
     open(kDoc);
-    struct Case {
-        const char* xpath;
-        int count;
-    } cases[] = {{"/Config/Item", 3}, {"/Config/Num", 2}, {"/Config/Name", 1}, {"/Config/None", 0}};
-    for (const Case& c : cases) {
+    const std::pair<const char*, int> cases[] = {
+        {"/Config/Item", 3}, {"/Config/Num", 2}, {"/Config/Name", 1}, {"/Config/None", 0}};
+    for (const auto& c : cases) {
         int count = -1;
-        EXPECT_EQ(xmldata_getcount(c.xpath, &count), 0) << c.xpath;
-        EXPECT_EQ(count, c.count) << c.xpath;
+        EXPECT_EQ(xmldata_getcount(c.first, &count), 0) << c.first;
+        EXPECT_EQ(count, c.second) << c.first;
     }
     int count = -1;
     EXPECT_NE(xmldata_getcount("///bad[", &count), 0);
@@ -161,12 +111,12 @@ TEST_F(XmlTest, UnreadableFilesFailToOpen) {
         "<ACLConfig><TOLA><CheckInURL>http://x/?a=1&b=2</CheckInURL></TOLA></ACLConfig>",
     };
     for (const char* text : bad) {
-        std::string path = write(text, "bad.xml");
+        std::string path = write(text);
         EXPECT_NE(xmldata_initialize(path.c_str(), nullptr), 0) << text;
         char buffer[16];
         EXPECT_NE(xmldata_getstring("/A", buffer, 15), 0) << "no document stays open after " << text;
     }
-    EXPECT_NE(xmldata_initialize((dir + "/does/not/exist.xml").c_str(), nullptr), 0);
+    EXPECT_NE(xmldata_initialize("/nonexistent/tola/doc.xml", nullptr), 0);
     EXPECT_NE(xmldata_initialize(nullptr, nullptr), 0);
 }
 
@@ -182,7 +132,7 @@ TEST_F(XmlTest, NestedEntitiesAreNotExpanded) {
         xml += "\">";
     }
     xml += "]><A><V>x&j;y</V></A>";
-    std::string path = write(xml, "bomb.xml");
+    std::string path = write(xml);
     if (xmldata_initialize(path.c_str(), nullptr) == 0) {
         char buffer[64];
         ASSERT_EQ(xmldata_getstring("/A/V", buffer, 63), 0);

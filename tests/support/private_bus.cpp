@@ -10,7 +10,6 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <regex>
 #include <stdexcept>
@@ -27,9 +26,7 @@ using Clock = std::chrono::steady_clock;
 // The first line the daemon prints on fd (it writes its address in one piece), or "" when
 // nothing comes within timeoutMs or the daemon ends first.
 std::string readLine(int fd, int timeoutMs) {
-    struct pollfd pfd {
-        fd, POLLIN, 0
-    };
+    pollfd pfd{fd, POLLIN, 0};
     char buffer[512];
     ssize_t n = poll(&pfd, 1, timeoutMs) > 0 ? read(fd, buffer, sizeof buffer) : 0;
     std::string text(buffer, n > 0 ? static_cast<size_t>(n) : 0);
@@ -91,23 +88,17 @@ void PrivateBus::start(const std::string& config) {
         text.replace(at, 5, mDir);
     }
     std::ofstream(mDir + "/bus.conf") << text;
-    // The daemon's own messages go to a file beside its socket, shown if it fails to start.
-    // The pipe is made first so that the log cannot take fd 3.
+    // The address comes back on stdout; the daemon's own messages go to a file beside its socket,
+    // shown if it fails to start.
     int pipeFds[2] = {-1, -1};
-    bool piped = pipe2(pipeFds, O_CLOEXEC) == 0;
     std::string logPath = mDir + "/daemon.log";
     int logFd = open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    pid_t pid = piped ? fork() : -1;
+    pid_t pid = pipe2(pipeFds, O_CLOEXEC) == 0 ? fork() : -1;
     if (pid == 0) {
-        // Only async-signal-safe calls between fork and exec; the address comes back on fd 3.
-        if (pipeFds[1] == 3) {
-            fcntl(3, F_SETFD, 0);
-        } else {
-            dup2(pipeFds[1], 3);  // the copy does not inherit close-on-exec
-        }
-        dup2(logFd, STDOUT_FILENO);
+        // Only async-signal-safe calls between fork and exec.
+        dup2(pipeFds[1], STDOUT_FILENO);
         dup2(logFd, STDERR_FILENO);
-        execlp("dbus-daemon", "dbus-daemon", "--nofork", configArg.c_str(), "--print-address=3",
+        execlp("dbus-daemon", "dbus-daemon", "--nofork", configArg.c_str(), "--print-address=1",
                static_cast<char*>(nullptr));
         _exit(127);
     }

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -24,24 +23,24 @@ namespace {
 
 std::atomic<int> gCounter{0};
 
-void saveEnv(const char* name, std::string& value, bool& had) {
-    const char* v = std::getenv(name);
-    had = v != nullptr;
-    value = had ? v : "";
-}
-
-void restoreEnv(const char* name, const std::string& value, bool had) {
-    if (had) {
-        setenv(name, value.c_str(), 1);
-    } else {
-        unsetenv(name);
-    }
-}
+const char* const kVariables[] = {"ARDO_ROOT", "ARDO_SHM_KEY", "ARDO_TIME_SCALE"};
 
 void run(const std::string& command) {
     int rc = std::system(command.c_str());
     if (rc != 0) {
         throw std::runtime_error("command failed: " + command);
+    }
+}
+
+// Removes a root and its ACL segment.
+void removeRoot(const std::string& dir, int shmKey) {
+    int id = shmget(static_cast<key_t>(shmKey), 0, 0);
+    if (id >= 0) {
+        shmctl(id, IPC_RMID, nullptr);
+    }
+    if (!dir.empty()) {
+        int ignored = std::system(("rm -rf '" + dir + "'").c_str());
+        (void)ignored;
     }
 }
 
@@ -60,16 +59,7 @@ class ProcessRootEnvironment : public ::testing::Environment {
         mKey = 0x71000000 | (getpid() & 0xffffff);
         setenv("ARDO_SHM_KEY", std::to_string(mKey).c_str(), 1);
     }
-    void TearDown() override {
-        int id = shmget(static_cast<key_t>(mKey), 0, 0);
-        if (id >= 0) {
-            shmctl(id, IPC_RMID, nullptr);
-        }
-        if (!mDir.empty()) {
-            int ignored = std::system(("rm -rf '" + mDir + "'").c_str());
-            (void)ignored;
-        }
-    }
+    void TearDown() override { removeRoot(mDir, mKey); }
 
   private:
     std::string mDir;
@@ -91,9 +81,10 @@ TempRoot::TempRoot(bool bare, double timeScale) {
     mDir = templ;
     // A key per test process and root, away from the device's 9999.
     mShmKey = 0x70000000 | ((getpid() & 0xffff) << 8) | (gCounter++ & 0xff);
-    saveEnv("ARDO_ROOT", mOldRoot, mHadRoot);
-    saveEnv("ARDO_SHM_KEY", mOldKey, mHadKey);
-    saveEnv("ARDO_TIME_SCALE", mOldScale, mHadScale);
+    for (int i = 0; i < 3; ++i) {
+        const char* value = std::getenv(kVariables[i]);
+        mOld[i].reset(value != nullptr ? new std::string(value) : nullptr);
+    }
     setenv("ARDO_ROOT", mDir.c_str(), 1);
     setenv("ARDO_SHM_KEY", std::to_string(mShmKey).c_str(), 1);
     setenv("ARDO_TIME_SCALE", std::to_string(timeScale).c_str(), 1);
@@ -105,16 +96,10 @@ TempRoot::TempRoot(bool bare, double timeScale) {
 }
 
 TempRoot::~TempRoot() {
-    int id = shmget(static_cast<key_t>(mShmKey), 0, 0);
-    if (id >= 0) {
-        shmctl(id, IPC_RMID, nullptr);
+    removeRoot(mDir, mShmKey);
+    for (int i = 0; i < 3; ++i) {
+        mOld[i] ? setenv(kVariables[i], mOld[i]->c_str(), 1) : unsetenv(kVariables[i]);
     }
-    std::string cmd = "rm -rf '" + mDir + "'";
-    int ignored = std::system(cmd.c_str());
-    (void)ignored;
-    restoreEnv("ARDO_ROOT", mOldRoot, mHadRoot);
-    restoreEnv("ARDO_SHM_KEY", mOldKey, mHadKey);
-    restoreEnv("ARDO_TIME_SCALE", mOldScale, mHadScale);
     ardo::hostResetProcessStop();
 }
 

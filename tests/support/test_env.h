@@ -2,6 +2,7 @@
 // segment key and compressed time.
 #pragma once
 
+#include <memory>
 #include <string>
 
 namespace tola_test {
@@ -28,8 +29,8 @@ class TempRoot {
   private:
     std::string mDir;
     int mShmKey;
-    std::string mOldRoot, mOldKey, mOldScale;
-    bool mHadRoot, mHadKey, mHadScale;
+    // ARDO_ROOT, ARDO_SHM_KEY and ARDO_TIME_SCALE as they were (nullptr: unset).
+    std::unique_ptr<std::string> mOld[3];
 };
 
 // Reads a whole file; "" when it cannot be read.
