@@ -95,71 +95,49 @@ TEST_F(DocumentTest, CorpusGivesExpectedCodesMessagesAndValues) {
     }
 }
 
-// ---- Limits ----------------------------------------------------------------------------------
-
-std::string devicesDocument(const char* group, int count) {
-    json list = json::array();
-    for (int i = 0; i < count; ++i) {
-        char mac[32];
-        snprintf(mac, sizeof(mac), "02:00:00:00:%02x:%02x", i / 256, i % 256);
-        list.push_back({{"DeviceMacAddress", mac}});
+// n copies of item joined by commas, each "#" replaced by the copy's index (two hex digits).
+std::string items(int n, const std::string& item) {
+    std::string out;
+    for (int i = 0; i < n; ++i) {
+        char index[8];
+        snprintf(index, sizeof index, "%02x", i);
+        std::string one = item;
+        for (size_t at; (at = one.find('#')) != std::string::npos;) {
+            one.replace(at, 1, index);
+        }
+        out += (i == 0 ? "" : ",") + one;
     }
-    return json::array({{{group, list}}}).dump();
+    return out;
 }
 
-TEST_F(DocumentTest, BlockedAndWhiteListedDevicesDoNotOverwriteEachOther) {
-    json list = json::parse(devicesDocument("x", 99))[0]["x"];
-    ParseResult r = parse(json::array({{{"BlockedDevices", list}, {"WhiteListedDevices", list}}}).dump());
-    ASSERT_EQ(r.code, 0);
-    EXPECT_EQ(r.dump["groups"]["BlockedDevices"].size(), 99u);
-    EXPECT_EQ(r.dump["groups"]["WhiteListedDevices"].size(), 99u);
-    EXPECT_EQ(r.dump["groups"]["BlockedDevices"][98]["macAddress"], "02:00:00:00:00:62");
+const std::string kMacs = R"({"DeviceMacAddress": "02:00:00:00:00:#"})";
+
+std::string devices(const char* group, int count) {
+    return std::string("[{\"") + group + "\": [" + items(count, kMacs) + "]}]";
 }
 
 // Members keep the order they are written in: the custom array's count check depends on it.
-using ordered = nlohmann::ordered_json;
-
-std::string filteringDocument(int predefinedOn, int custom, bool customFirst = false) {
-    static const char* kPredefined[] = {"PortFilteringEmail", "PortFilteringFTP", "PortFilteringHTTP",
-                                        "PortFilteringHTTPS", "PortFilteringTelnet"};
-    ordered apps = ordered::array();
-    for (int i = 0; i < custom; ++i) {
-        apps.push_back({{"AppName", "app" + std::to_string(i)},
-                        {"AppEnabled", true},
-                        {"AppStartPortNumber", 5000 + i},
-                        {"AppEndPortNumber", 5000 + i},
-                        {"AppType", "TCP/UDP"}});
+std::string filtering(bool predefinedOn, int custom, bool customFirst = false) {
+    std::string predefined;
+    for (const char* name : {"Email", "FTP", "HTTP", "HTTPS", "Telnet"}) {
+        predefined += std::string(", \"PortFiltering") + name + "\": " + (predefinedOn ? "true" : "false");
     }
-    ordered group = ordered::object();
-    if (customFirst) {
-        group["PortFilteringCustomApplications"] = apps;
-    }
-    for (int i = 0; i < 5; ++i) {
-        group[kPredefined[i]] = i < predefinedOn;
-    }
-    if (!customFirst) {
-        group["PortFilteringCustomApplications"] = apps;
-    }
-    return ordered::array({{{"PortFilteringSettings", group}}}).dump();
+    std::string apps = R"("PortFilteringCustomApplications": [)" +
+                       items(custom, R"({"AppName": "app#", "AppEnabled": true, "AppStartPortNumber": 5000,
+                                        "AppEndPortNumber": 5000, "AppType": "TCP/UDP"})") +
+                       "]";
+    std::string group = customFirst ? apps + predefined : predefined.substr(2) + ", " + apps;
+    return "[{\"PortFilteringSettings\": {" + group + "}}]";
 }
 
 // `dnsAt`: -1 without the predefined DNS service, 0 before the custom array, 1 after it.
-std::string forwardingDocument(int custom, int dnsAt = -1) {
-    ordered apps = ordered::array();
-    for (int i = 0; i < custom; ++i) {
-        apps.push_back({{"AppName", "fwd" + std::to_string(i)},
-                        {"AppPortType", "Range"},
-                        {"AppIpAddress", "192.168.1.5"}});
-    }
-    ordered group = ordered::object();
-    if (dnsAt == 0) {
-        group["PortForwardingDNS"] = true;
-    }
-    group["PortForwardingCustomApplications"] = apps;
-    if (dnsAt == 1) {
-        group["PortForwardingDNS"] = true;
-    }
-    return ordered::array({{{"PortForwardingSettings", group}}}).dump();
+std::string forwarding(int custom, int dnsAt = -1) {
+    std::string group =
+        R"("PortForwardingCustomApplications": [)" +
+        items(custom, R"({"AppName": "fwd#", "AppPortType": "Range", "AppIpAddress": "192.168.1.5"})") + "]";
+    const std::string dns = R"("PortForwardingDNS": true)";
+    group = dnsAt == 0 ? dns + ", " + group : dnsAt == 1 ? group + ", " + dns : group;
+    return "[{\"PortForwardingSettings\": {" + group + "}}]";
 }
 
 TEST_F(DocumentTest, ListLimits) {
@@ -167,6 +145,9 @@ TEST_F(DocumentTest, ListLimits) {
     const char* kWhite = "Invalid White list devices object mac adress count is exceeded";
     const char* kFiltering = "Invalid Port filter Object custom applications count is exceeded";
     const char* kForwarding = "Invalid Port forward Object. Custom application count is exceeded.";
+    const auto macs = &TOLAAgent::GetMacCount, white = &TOLAAgent::GetWhiteListMacCount,
+               filters = &TOLAAgent::GetPortFilteringAppsCount,
+               forwards = &TOLAAgent::GetPortForwardingAppsCount;
     struct Case {
         std::string doc;
         int code;
@@ -174,20 +155,20 @@ TEST_F(DocumentTest, ListLimits) {
         int* (TOLAAgent::*count)();
         int stored;  // refused device lists store nothing; refused application lists stay stored
     } cases[] = {
-        {devicesDocument("BlockedDevices", 99), 0, "", &TOLAAgent::GetMacCount, 99},
-        {devicesDocument("BlockedDevices", 100), 150, kBlocked, &TOLAAgent::GetMacCount, 0},
-        {devicesDocument("WhiteListedDevices", 99), 0, "", &TOLAAgent::GetWhiteListMacCount, 99},
-        {devicesDocument("WhiteListedDevices", 100), 150, kWhite, &TOLAAgent::GetWhiteListMacCount, 0},
-        {filteringDocument(5, 20), 0, "", &TOLAAgent::GetPortFilteringAppsCount, 25},
-        {filteringDocument(5, 21), 162, kFiltering, &TOLAAgent::GetPortFilteringAppsCount, 26},
-        {filteringDocument(0, 26), 162, kFiltering, &TOLAAgent::GetPortFilteringAppsCount, 26},
-        {filteringDocument(0, 150), 162, kFiltering, &TOLAAgent::GetPortFilteringAppsCount, 100},
+        {devices("BlockedDevices", 99), 0, "", macs, 99},
+        {devices("BlockedDevices", 100), 150, kBlocked, macs, 0},
+        {devices("WhiteListedDevices", 99), 0, "", white, 99},
+        {devices("WhiteListedDevices", 100), 150, kWhite, white, 0},
+        {filtering(true, 20), 0, "", filters, 25},
+        {filtering(true, 21), 162, kFiltering, filters, 26},
+        {filtering(false, 26), 162, kFiltering, filters, 26},
+        {filtering(false, 150), 162, kFiltering, filters, 100},
         // The count is checked where the array stands: entries that follow it are not counted.
-        {filteringDocument(5, 21, true), 0, "", &TOLAAgent::GetPortFilteringAppsCount, 26},
-        {forwardingDocument(23), 0, "", &TOLAAgent::GetPortForwardingAppsCount, 23},
-        {forwardingDocument(24), 163, kForwarding, &TOLAAgent::GetPortForwardingAppsCount, 24},
-        {forwardingDocument(23, 0), 163, kForwarding, &TOLAAgent::GetPortForwardingAppsCount, 24},
-        {forwardingDocument(23, 1), 0, "", &TOLAAgent::GetPortForwardingAppsCount, 24},
+        {filtering(true, 21, true), 0, "", filters, 26},
+        {forwarding(23), 0, "", forwards, 23},
+        {forwarding(24), 163, kForwarding, forwards, 24},
+        {forwarding(23, 0), 163, kForwarding, forwards, 24},
+        {forwarding(23, 1), 0, "", forwards, 24},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.doc.substr(0, 60) + " " + std::to_string(c.doc.size()));
@@ -198,37 +179,36 @@ TEST_F(DocumentTest, ListLimits) {
         EXPECT_EQ(r.error, c.error);
         EXPECT_EQ(*(agent.*c.count)(), c.stored);
     }
+    // The blocked and white-listed devices do not overwrite each other.
+    agent.ResetObjectData();
+    std::string both = items(99, kMacs);
+    ParseResult r = parse("[{\"BlockedDevices\": [" + both + "], \"WhiteListedDevices\": [" + both + "]}]");
+    ASSERT_EQ(r.code, 0);
+    EXPECT_EQ(r.dump["groups"]["BlockedDevices"].size(), 99u);
+    EXPECT_EQ(r.dump["groups"]["WhiteListedDevices"].size(), 99u);
+    EXPECT_EQ(r.dump["groups"]["BlockedDevices"][98]["macAddress"], "02:00:00:00:00:62");
 }
 
-TEST_F(DocumentTest, SharingFoldersAreBoundedByTheDeviceCapacity) {
-    auto sharing = [](const json& folders) {
-        return json::array({{{"VornSharingSettings", {{"VornSharingTopLevelFolder", folders}}}}}).dump();
-    };
-    const char* kExceeded = "Invalid File sharing settings Object. Top level folder count is exceeded.";
-    json folders = json::array();
-    for (int i = 0; i < 11; ++i) {
-        folders.push_back({{"FolderName", std::string(300, 'a' + i)}});
-    }
-    ParseResult r = parse(sharing(folders));
+TEST_F(DocumentTest, SharingFoldersAndReservedAddressesAreBoundedByTheDeviceCapacity) {
+    const std::string folder = R"({"FolderName": "#)" + std::string(298, 'f') + "\"}";
+    ParseResult r =
+        parse(R"([{"VornSharingSettings": {"VornSharingTopLevelFolder": [)" + items(11, folder) + "]}}]");
     EXPECT_EQ(r.code, 164);
-    EXPECT_EQ(r.error, kExceeded);
-    folders.erase(folders.end() - 1);
+    EXPECT_EQ(r.error, "Invalid File sharing settings Object. Top level folder count is exceeded.");
     agent.ResetObjectData();
-    r = parse(sharing(folders));
+    r = parse(R"([{"VornSharingSettings": {"VornSharingTopLevelFolder": [)" + items(10, folder) + "]}}]");
     ASSERT_EQ(r.code, 0);
     EXPECT_EQ(r.dump["groups"]["VornSharingSettings"]["folders"].size(), 10u);
     EXPECT_EQ(r.dump["groups"]["VornSharingSettings"]["folders"][0].get<std::string>().size(), 255u);
-}
 
-TEST_F(DocumentTest, ReservedAddressHandlerRefusesMoreThanItsCapacity) {
-    json list = json::array();
-    for (int i = 0; i < SYS_DHCP_RESERVATION_MAX + 1; ++i) {
-        list.push_back({{"ReservedIpMAC", "AA:BB:CC:DD:EE:FF"}, {"ReservedIpAddress", "192.168.1.2"}});
-    }
-    EXPECT_EQ(handleReserved(json({{"ReservedIpSettings", {{"ReservedIpList", list}}}}).dump()), 121);
+    auto reserved = [](int n) {
+        return R"({"ReservedIpSettings": {"ReservedIpList": [)" +
+               items(n, R"({"ReservedIpMAC": "AA:BB:CC:DD:EE:FF", "ReservedIpAddress": "192.168.1.2"})") +
+               "]}}";
+    };
+    EXPECT_EQ(handleReserved(reserved(SYS_DHCP_RESERVATION_MAX + 1)), 121);
     EXPECT_STREQ(agent.GetErrorMessage(), "Invalid Reserved IP settings Object. List count is exceeded.");
-    list.erase(list.begin());
-    EXPECT_EQ(handleReserved(json({{"ReservedIpSettings", {{"ReservedIpList", list}}}}).dump()), 0);
+    EXPECT_EQ(handleReserved(reserved(SYS_DHCP_RESERVATION_MAX)), 0);
     EXPECT_EQ(*agent.GetReservedAddrListCount(), SYS_DHCP_RESERVATION_MAX);
 }
 
@@ -287,35 +267,15 @@ TEST_F(DocumentTest, ListsThatStoreNothingKeepTheirEntriesAndSetNoFlag) {
 // ---- Hostile documents -----------------------------------------------------------------------
 
 TEST_F(DocumentTest, HostileDocumentsTakeTheErrorPath) {
-    const int depth = 20000;
-    std::string deepArrays = std::string(depth, '[') + std::string(depth, ']');
-    std::string deepObjects;
-    for (int i = 0; i < depth; ++i) {
-        deepObjects += "{\"a\":";
-    }
-    deepObjects = "[" + deepObjects + "1" + std::string(depth, '}') + "]";
-    std::string deepUnclosed = "[" + std::string(depth, '{');
+    // Deep nesting is the value-tree builder's (json_tree_test) and malformed input the corpus's.
     std::string longString =
         R"([{"WiFiNetworkSettings": {"WiFiKey": ")" + std::string(1 << 20, 'k') + "\"}}]";
     std::string longAcl =
         R"([{"AccessControlSettings": {")" + std::string(5000, 'n') + R"(": {"Lock": true}}}])";
-    std::string longArray = "[" + std::string(200000, '0').replace(0, 1, "1");
-    json many(300, json::object());  // an array of 300 empty elements
-    struct Case {
-        const char* name;
-        const std::string& doc;
-        int code;
-    } cases[] = {
-        // Nesting past the builder's bound is malformed input.
-        {"deep arrays", deepArrays, 1},     {"deep objects", deepObjects, 1},
-        {"deep unclosed", deepUnclosed, 1}, {"long string", longString, 151},
-        {"long ACL name", longAcl, 0},      {"unterminated long array", longArray, 1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(parse(c.doc).code, c.code);
-    }
-    EXPECT_EQ(parse(many.dump()).code, 0);
+    EXPECT_EQ(parse(longString).code, 151);
+    EXPECT_EQ(parse("[" + std::string(200000, '0').replace(0, 1, "1")).code, 1);  // unterminated
+    EXPECT_EQ(parse(json(300, json::object()).dump()).code, 0);                   // 300 empty elements
+    EXPECT_EQ(parse(longAcl).code, 0);
     // The ACL entry name is cut to the list's 100 bytes.
     json acl = settings_dump::aclEntries(agent);
     ASSERT_FALSE(acl.empty());
