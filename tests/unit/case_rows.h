@@ -22,41 +22,32 @@ struct CaseRow {
 // The rows of a file, or those of one table (without the tag column).
 inline std::vector<CaseRow> readCaseRows(const std::string& name, const std::string& tag = "") {
     std::ifstream in(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/cases/" + name);
-    EXPECT_TRUE(in.is_open()) << name;
-    std::vector<CaseRow> rows;
-    std::vector<std::string> text;
-    int number = 0;
-    for (std::string line; std::getline(in, line);) {
-        ++number;
+    std::vector<CaseRow> rows, out;
+    int number = 1;
+    for (std::string line; std::getline(in, line); ++number) {
         size_t indent = line.find_first_not_of(' ');
         if (indent == std::string::npos || line[0] == '#') {
             continue;
         }
-        if (indent > 0 && !text.empty()) {
-            text.back() += line.substr(indent - 1);
-        } else {
-            rows.push_back({name + ":" + std::to_string(number), {}});
-            text.push_back(line);
+        if (indent == 0) {
+            rows.push_back({name + ":" + std::to_string(number), {""}});
         }
+        rows.back().cols[0] += line.substr(indent == 0 ? 0 : indent - 1);
     }
-    for (size_t r = 0; r < rows.size(); ++r) {
-        for (size_t start = 0, bar;; start = bar + 3) {
-            bar = text[r].find(" | ", start);
-            rows[r].cols.push_back(text[r].substr(start, bar - start));
-            if (bar == std::string::npos) {
-                break;
-            }
-        }
-    }
-    std::vector<CaseRow> tagged;
     for (CaseRow& row : rows) {
-        if (!tag.empty() && row.cols[0] == tag) {
-            row.cols.erase(row.cols.begin());
-            tagged.push_back(row);
+        std::string text = row.cols[0];
+        row.cols.clear();
+        for (size_t start = 0, bar = 0; bar != std::string::npos; start = bar + 3) {
+            bar = text.find(" | ", start);
+            row.cols.push_back(text.substr(start, bar - start));
+        }
+        if (tag.empty() || row.cols[0] == tag) {
+            row.cols.erase(row.cols.begin(), row.cols.begin() + (tag.empty() ? 0 : 1));
+            out.push_back(row);
         }
     }
-    EXPECT_FALSE((tag.empty() ? rows : tagged).empty()) << name << " " << tag;
-    return tag.empty() ? rows : tagged;
+    EXPECT_FALSE(out.empty()) << name << " " << tag;
+    return out;
 }
 
 }  // namespace tola_test
