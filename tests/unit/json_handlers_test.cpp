@@ -1,7 +1,6 @@
-// The configuration-document corpus (tests/corpus: documents and expected.json) run through the
-// real parser against a simulated device, plus the list limits and generated hostile documents.
-// Among the corpus cases: a number with a fraction or an exponent is no integer; its integer is
-// the saturated one (towards its sign), never the digits before the point, stored clamped to int.
+// The configuration-document corpus (corpus/cases/documents.txt and the documents it names) run
+// through the real parser against a simulated device, plus the list limits and generated hostile
+// documents.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 
 #include "../../tools/devicectl/settings_dump.h"
 #include "device_state.h"
+#include "document_cases.h"
 #include "test_env.h"
 #include "tola_agent.h"
 #include "tola_json_parser.h"
@@ -35,64 +35,15 @@ ParseResult parseWith(TOLAAgent& agent, const std::string& text) {
 class DocumentTest : public ::testing::Test {
   protected:
     ParseResult parse(const std::string& text) { return parseWith(agent, text); }
-    // The reserved-address handler on its own (documents do not reach it).
-    int handleReserved(const std::string& element) {
-        yajl_val tree = tola_tree_parse(element);
-        context_t ctx{};
-        ctx.agent = &agent;
-        int rc = handleReservedIpSettingsInfo(tree, &ctx);
-        tola_tree_free(tree);
-        return rc;
-    }
+    int handleReserved(const std::string& element) { return tola_test::handleReserved(agent, element); }
     void SetUp() override { agent.InitializeSharedMemory(); }
 
     tola_test::TempRoot root;
     TOLAAgent agent;
 };
 
-std::string corpusFile(const std::string& name) {
-    return tola_test::readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/" + name);
-}
-
-bool hasPresent(const json& dump, const std::string& name) {
-    const json& present = dump["present"];
-    return std::find(present.begin(), present.end(), name) != present.end();
-}
-
 TEST_F(DocumentTest, CorpusGivesExpectedCodesMessagesAndValues) {
-    json cases = json::parse(corpusFile("expected.json"));
-    ASSERT_GT(cases.size(), 40u);
-    for (const auto& c : cases) {
-        // Each document against a fresh settings object seeded from the factory device.
-        tola_test::TempRoot caseRoot;
-        TOLAAgent caseAgent;
-        caseAgent.InitializeSharedMemory();  // and never reset: as a freshly started agent meets it
-        std::string text = c.contains("doc") ? c["doc"].get<std::string>() : corpusFile(c["file"]);
-        SCOPED_TRACE(c.value("file", text));
-        ASSERT_FALSE(text.empty());
-        json state = c.value("state", json::object());
-        for (const auto& [pointer, value] : state.items()) {
-            ardo::deviceStateSet(pointer, value);
-        }
-        ParseResult r = parseWith(caseAgent, text);
-        EXPECT_EQ(r.code, c["code"].get<int>());
-        EXPECT_EQ(r.error, c.value("error", r.error));
-        if (c.contains("present") && c["present"].empty()) {
-            EXPECT_TRUE(r.dump["present"].empty()) << r.dump["present"].dump();
-        }
-        for (const auto& name : c.value("present", json::array())) {
-            EXPECT_TRUE(hasPresent(r.dump, name)) << name;
-        }
-        for (const auto& name : c.value("absent", json::array())) {
-            EXPECT_FALSE(hasPresent(r.dump, name)) << name;
-        }
-        json values = c.value("values", json::object());
-        for (const auto& [pointer, expected] : values.items()) {
-            json::json_pointer ptr(pointer);
-            ASSERT_TRUE(r.dump.contains(ptr)) << pointer << " in " << r.dump.dump();
-            EXPECT_EQ(r.dump[ptr], expected) << pointer;
-        }
-    }
+    tola_test::runDocumentCases("documents.txt", false);
 }
 
 // n copies of item joined by commas, each "#" replaced by the copy's index (two hex digits).

@@ -5,9 +5,8 @@
 
 #include <string>
 
-#include "../../tools/devicectl/settings_dump.h"
-#include "case_rows.h"
 #include "device_state.h"
+#include "document_cases.h"
 #include "test_env.h"
 #include "tola_agent.h"
 #include "tola_json_parser.h"
@@ -18,21 +17,7 @@ namespace {
 using nlohmann::json;
 
 // Parses and validates a document on a fresh device; the code of the first step that refuses.
-// A single element (an object) goes to the reserved-address handler, which documents never reach.
-int run(TOLAAgent& agent, const std::string& doc, const std::string& state = "") {
-    json changes = state.empty() ? json::object() : json::parse(state);
-    for (const auto& [pointer, value] : changes.items()) {
-        ardo::deviceStateSet(pointer, value);
-    }
-    agent.ClearErrorMessage();
-    if (doc[0] == '{') {
-        yajl_val element = tola_tree_parse(doc);
-        context_t ctx{};
-        ctx.agent = &agent;
-        int rc = handleReservedIpSettingsInfo(element, &ctx);
-        tola_tree_free(element);
-        return rc != 0 ? rc : agent.ValidateObjectParameters();
-    }
+int run(TOLAAgent& agent, const std::string& doc) {
     TOLAJSONParser parser(&agent);
     int code = parser.ProcessJSONData(doc);
     return code != 0 ? code : agent.ValidateObjectParameters();
@@ -50,21 +35,7 @@ class ValidateTest : public ::testing::Test {
 };
 
 TEST_F(ValidateTest, DocumentsGiveTheirCodeAndText) {
-    for (const tola_test::CaseRow& c : tola_test::readCaseRows("validate.txt")) {
-        SCOPED_TRACE(c.where);
-        tola_test::TempRoot caseRoot(true);
-        vorn_dbg_stop();
-        vorn_dbg_start();
-        TOLAAgent agent;
-        EXPECT_EQ(run(agent, c[2], c[1]), c.num(0));
-        EXPECT_EQ(agent.GetErrorMessage(), c[3]);
-        EXPECT_NE(caseRoot.readFile("/var/log/tola.log").find(c[4]), std::string::npos) << c[4];
-        json values = c[5].empty() ? json::object() : json::parse(c[5]);
-        json dump = settings_dump::dump(agent);
-        for (const auto& [pointer, expected] : values.items()) {
-            EXPECT_EQ(dump.value(json::json_pointer(pointer), json()), expected) << pointer;
-        }
-    }
+    tola_test::runDocumentCases("validate.txt", true);
 }
 
 TEST_F(ValidateTest, ARefusedDocumentLeavesTheListsCleared) {
