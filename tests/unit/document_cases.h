@@ -2,8 +2,11 @@
 //   code | device state set first ({JSON pointer: value}) | document | user text ("*": any)
 //   | a text the log holds | values the settings hold ({JSON pointer into the settings dump: value})
 //   | flags that must be present ("none": no flag at all) | flags that must be absent
-// A document is JSON text or "@name", a file in tests/corpus. A single element written out (an
-// object) goes to the reserved-address handler, which documents never reach.
+//   | list counts (blocked=N white=N filtering=N forwarding=N reserved=N)
+// A document is JSON text or "@name", a file in tests/corpus; in the text, <<N x ITEM>> stands for
+// N copies of ITEM joined by commas, each "#" in a copy replaced by its index in two hex digits. A
+// single element written out (an object) goes to the reserved-address handler, which documents
+// never reach.
 #pragma once
 
 #include <algorithm>
@@ -28,6 +31,24 @@ inline int handleReserved(TOLAAgent& agent, const std::string& element) {
     return rc;
 }
 
+inline std::string expandCopies(std::string text) {
+    for (size_t at; (at = text.find("<<")) != std::string::npos;) {
+        size_t x = text.find(" x ", at), end = text.find(">>", at);
+        std::string item = text.substr(x + 3, end - x - 3), copies;
+        for (int i = 0, n = std::stoi(text.substr(at + 2)); i < n; ++i) {
+            char index[16];
+            snprintf(index, sizeof index, "%02x", i);
+            std::string copy = item;
+            for (size_t hash; (hash = copy.find('#')) != std::string::npos;) {
+                copy.replace(hash, 1, index);
+            }
+            copies += (i == 0 ? "" : ",") + copy;
+        }
+        text.replace(at, end + 2 - at, copies);
+    }
+    return text;
+}
+
 // Runs each case on a fresh device, through the parser and, when asked, validation.
 inline void runDocumentCases(const std::string& file, bool validate) {
     using nlohmann::json;
@@ -45,7 +66,7 @@ inline void runDocumentCases(const std::string& file, bool validate) {
             ardo::deviceStateSet(pointer, value);
         }
         std::string doc =
-            c[2][0] != '@' ? c[2]
+            c[2][0] != '@' ? expandCopies(c[2])
                            : readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/" + c[2].substr(1));
         TOLAJSONParser parser(&agent);
         int code = c[2][0] == '{' ? handleReserved(agent, doc) : parser.ProcessJSONData(doc);
@@ -69,6 +90,16 @@ inline void runDocumentCases(const std::string& file, bool validate) {
         }
         for (std::string flag; mustNot >> flag;) {
             EXPECT_EQ(std::count(present.begin(), present.end(), flag), 0) << flag;
+        }
+        std::istringstream counts(c[8]);
+        for (std::string count; counts >> count;) {
+            std::string list = count.substr(0, count.find('='));
+            int* n = list == "blocked"      ? agent.GetMacCount()
+                     : list == "white"      ? agent.GetWhiteListMacCount()
+                     : list == "filtering"  ? agent.GetPortFilteringAppsCount()
+                     : list == "forwarding" ? agent.GetPortForwardingAppsCount()
+                                            : agent.GetReservedAddrListCount();
+            EXPECT_EQ(list + "=" + std::to_string(*n), count);
         }
     }
     vorn_dbg_stop();
