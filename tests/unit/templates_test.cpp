@@ -14,28 +14,22 @@ namespace {
 class TemplatesTest : public AppTest {
   protected:
     std::string FillOne(const std::string& text) {
-        std::string checkIn = text;
-        std::string request = text;
+        std::string checkIn = text, request = text;
         app->ProcessRequest(checkIn, request);
         return request;
     }
 };
 
 TEST_F(TemplatesTest, FileContentGainsOneLineBreak) {
-    struct Case {
-        const char* content;
-        const char* expected;
-    } cases[] = {{"a\nb", "a\nb\n"}, {"a\nb\n", "a\nb\n\n"}, {"", "\n"}, {"one line", "one line\n"}};
-    for (const Case& c : cases) {
-        root.writeFile("/opt/ardo/etc/tola/t.txt", c.content);
+    for (std::string written : {"a\nb", "a\nb\n", "", "one line"}) {
+        root.writeFile("/opt/ardo/etc/tola/t.txt", written);
         std::string content = "old";
         EXPECT_EQ(app->GetFileContent("/opt/ardo/etc/tola/t.txt", content), 0);
-        EXPECT_EQ(content, c.expected) << "content: " << c.content;
+        EXPECT_EQ(content, written + "\n");
     }
     std::string content = "kept";
     EXPECT_EQ(app->GetFileContent("/opt/ardo/etc/tola/missing.txt", content), 1);
     EXPECT_EQ(content, "kept");
-    EXPECT_NE(Log().find("Failed to open file /opt/ardo/etc/tola/missing.txt"), std::string::npos);
 }
 
 TEST_F(TemplatesTest, MissingTemplateFailsItsGetter) {
@@ -97,10 +91,6 @@ TEST_F(TemplatesTest, FailingPlatformCallsGiveEmptyTextsNotAStop) {
     ardo::deviceStateSet("/service/roaming", 1);
     EXPECT_EQ(FillOne("[%IMEI%][%MODEL%][%MDN%][%IMSI%][%FWVERSION%][%ISROAMING%][%LATITUDE%]"),
               "[][][][][AH5100_V1.4.2_REL][0][]");
-    std::string log = Log();
-    EXPECT_NE(log.find("getHardwareInfo failed rc : [5]"), std::string::npos);
-    EXPECT_NE(log.find("getSystemVersion rc : [5]"), std::string::npos);
-    EXPECT_NE(log.find("getGPSEnabled failed with code = 9"), std::string::npos);
 }
 
 }  // namespace
