@@ -1,49 +1,33 @@
 // The payload cipher against the openssl command line (the portal side uses the same
-// primitives), round trips, wrong keys and malformed Base64.
+// primitives), round trips, wrong keys and malformed Base64 (cases in corpus/cases/cipher.txt).
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
+#include "case_rows.h"
 #include "payload_cipher.h"
 #include "test_env.h"
 
 namespace {
 
-std::string sha256Hex(const std::string& text) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(text.data(), text.size(), digest, &length, EVP_sha256(), nullptr);
-    char hex[2 * EVP_MAX_MD_SIZE + 1] = "";
-    for (unsigned int i = 0; i < length; ++i) {
-        std::snprintf(hex + 2 * i, 3, "%02x", digest[i]);
-    }
-    return hex;
-}
-
 // What `openssl enc` makes of the plain text under the key text's digest and a zero IV.
 std::string opensslEncrypt(const tola_test::TempRoot& root, const std::string& key,
                            const std::string& plain) {
     root.writeFile("/plain.txt", plain);
-    std::string command = "openssl enc -aes-256-cbc -K " + sha256Hex(key) +
-                          " -iv 00000000000000000000000000000000 -a -A -in '" + root.path("/plain.txt") + "'";
-    FILE* pipe = popen(command.c_str(), "r");
-    std::string out;
-    char buffer[4096];
-    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        out.append(buffer, n);
-    }
-    pclose(pipe);
-    while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) {
-        out.pop_back();
-    }
-    return out;
+    root.writeFile("/key.txt", key);
+    std::string command = "openssl enc -aes-256-cbc -K $(openssl dgst -sha256 -r '" + root.path("/key.txt") +
+                          "' | cut -c1-64) -iv " + std::string(32, '0') + " -a -A -in '" +
+                          root.path("/plain.txt") + "' -out '" + root.path("/enc.txt") + "'";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    std::string out = root.readFile("/enc.txt");
+    return out.substr(0, out.find_last_not_of("\r\n") + 1);
 }
 
 std::string plainOfLength(size_t length) {
-    std::string text(length, 'a');
+    std::string text(length, ' ');
     for (size_t i = 0; i < length; ++i) {
         text[i] = static_cast<char>('a' + (i * 7) % 26);
     }
@@ -67,18 +51,14 @@ int decrypt(const std::string& key, const std::string& base64, std::string* plai
     return rc;
 }
 
-const char* const kKeys[] = {
-    "", "k", "VeltraFactoryKey-2017",
-    "a key text of 127 characters ....................................................."
-    "..............................................",
-    "  spaced Key\twith tab "};
 const size_t kLengths[] = {0, 1, 15, 16, 17, 1000, 100000};
 
 TEST(PayloadCipher, MatchesOpensslAndRoundTripsOverLengthsAndKeys) {
     tola_test::TempRoot root(true);
-    for (const char* key : kKeys) {
+    for (const tola_test::CaseRow& row : tola_test::readCaseRows("cipher.txt", "key")) {
+        const std::string key = row[0];
         for (size_t length : kLengths) {
-            SCOPED_TRACE("key '" + std::string(key) + "' length " + std::to_string(length));
+            SCOPED_TRACE("key '" + key + "' length " + std::to_string(length));
             std::string plain = plainOfLength(length);
             std::string encrypted = encrypt(key, plain);
             // One to sixteen bytes of padding, then Base64 on one line.
@@ -110,12 +90,11 @@ TEST(PayloadCipher, MalformedBase64NeverCrashesNorYieldsThePlainText) {
     for (size_t i = 0; i < good.size(); i += 64) {
         broken += good.substr(i, 64) + "\n";
     }
-    // Nothing, padding only, not Base64, padding in the middle, 3 bytes (not a whole block),
-    // truncated, broken into lines. None is reported: each decodes to less than a block (or to
-    // nothing), the padding check fails, and the caller gets success with an empty text, which
-    // then does not parse.
-    const std::string cases[] = {
-        "", "=", "==", "!!!!@@@@####", "AAAA==AAAA==AAAA", "QUJD", good.substr(0, 10), broken};
+    // Truncated or broken into lines: too short once decoded, as the case file's inputs.
+    std::vector<std::string> cases = {good.substr(0, 10), broken};
+    for (const tola_test::CaseRow& row : tola_test::readCaseRows("cipher.txt", "malformed")) {
+        cases.push_back(row[0]);
+    }
     for (const std::string& text : cases) {
         SCOPED_TRACE("input '" + text + "'");
         std::string decrypted = "unset";
@@ -129,24 +108,8 @@ TEST(PayloadCipher, MalformedBase64NeverCrashesNorYieldsThePlainText) {
 }
 
 TEST(PayloadCipher, DecodeEstimateSubtractsThePadding) {
-    const std::string block44(44, 'A');
-    struct Case {
-        std::string text;
-        int estimate;
-    } cases[] = {
-        {"QUJD", 3},
-        {"QUI=", 2},
-        {"QQ==", 1},
-        {"A=B=", 2},  // only the end counts
-        {block44, 33},
-        {block44.substr(0, 43) + "=", 32},
-        {block44.substr(0, 42) + "==", 31},
-        {"", 0},
-        {"=", 0},
-        {"==", 0},  // truncated towards zero, never negative
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(c.estimate, CalcDecodeLength(c.text.c_str())) << "'" << c.text << "'";
+    for (const tola_test::CaseRow& row : tola_test::readCaseRows("cipher.txt", "estimate")) {
+        EXPECT_EQ(row.num(1), CalcDecodeLength(row[0].c_str())) << row.where;
     }
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "test_env.h"
@@ -60,20 +61,13 @@ class Sink : public KeyTableSink {
 // the device lists are arrays of objects themselves.
 std::string documentFor(const std::string& path, const std::string& key, const std::string& value) {
     std::string inner = "{\"" + key + "\": " + value + "}";
-    std::vector<std::string> parts;
-    for (size_t start = 0;;) {
-        size_t dot = path.find('.', start);
-        parts.push_back(path.substr(start, dot - start));
-        if (dot == std::string::npos) {
-            break;
-        }
-        start = dot + 1;
-    }
-    if (parts.size() == 1 && (path == "BlockedDevices" || path == "WhiteListedDevices")) {
+    if (path == "BlockedDevices" || path == "WhiteListedDevices") {
         inner = "[" + inner + "]";
     }
-    for (size_t i = parts.size(); i-- > 0;) {
-        std::string name = parts[i];
+    for (std::string rest = path; !rest.empty();) {
+        size_t dot = rest.rfind('.');
+        std::string name = rest.substr(dot + 1);
+        rest.resize(dot == std::string::npos ? 0 : dot);
         if (name.size() > 2 && name.compare(name.size() - 2, 2, "[]") == 0) {
             name.resize(name.size() - 2);
             inner = "[" + inner + "]";
@@ -94,29 +88,24 @@ TEST(KeyReference, EveryDescribedRefusalIsTheParsersOwn) {
     int valueChecks = 0;
     for (const Described& d : sink.keys) {
         SCOPED_TRACE(d.path + "." + d.key);
-        auto parse = [&](const std::string& value, int& code, std::string& error) {
+        auto parse = [&](const std::string& value) {
             TOLAAgent agent;
             agent.InitializeSharedMemory();
             agent.ResetObjectData();
             TOLAJSONParser parser(&agent);
-            code = parser.ProcessJSONData(documentFor(d.path, d.key, value));
-            error = agent.GetErrorMessage();
+            int code = parser.ProcessJSONData(documentFor(d.path, d.key, value));
+            return std::make_pair(code, std::string(agent.GetErrorMessage()));
         };
-        int code = 0;
-        std::string error;
-        parse(d.wrongKind, code, error);
-        EXPECT_EQ(code, d.typeCode);
-        EXPECT_EQ(error, d.typeUser);
+        EXPECT_EQ(parse(d.wrongKind), std::make_pair(d.typeCode, d.typeUser));
         if (d.outside.empty()) {
             continue;
         }
         bool refused = false;
         for (const std::string& value : d.outside) {
-            parse(value, code, error);
-            if (code != 0) {
-                refused = true;
-                EXPECT_EQ(code, d.valueCode) << value;
-                EXPECT_EQ(error, d.valueUser) << value;
+            auto result = parse(value);
+            refused = refused || result.first != 0;
+            if (result.first != 0) {
+                EXPECT_EQ(result, std::make_pair(d.valueCode, d.valueUser)) << value;
             }
         }
         EXPECT_TRUE(refused);
