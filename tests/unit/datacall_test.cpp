@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "app_fixture.h"
+#include "case_file.h"
 #include "sys_device.h"
 
 using ardo::json;
@@ -10,7 +11,7 @@ using tola_test::AppTest;
 
 namespace {
 
-class DataCallTest : public AppTest {};
+using DataCallTest = AppTest;
 
 TEST_F(DataCallTest, InternetCallOnTheOnlyAttemptCountsAsFailedEvenWhenUp) {
     struct Case {
@@ -83,28 +84,12 @@ TEST_F(DataCallTest, EndRequestDisconnectsOnlyAnOpenAppsCall) {
 }
 
 TEST_F(DataCallTest, DataUsageQueryPreconditions) {
-    struct Case {
-        const char* pointer;
-        json value;
-        bool allowed;
-        const char* logged;
-    } cases[] = {
-        {"/service/radio_technology", 5, true, "Device technology is 5. OK to contact"},
-        {"/service/radio_technology", 6, true, "Device technology is 6. OK to contact"},
-        {"/service/radio_technology", 3, false, "Device technology is 3. Cannot contact"},
-        {"/sim/carrier", 2, false, "SIM carrier is non-veltra 2"},
-        {"/faults/sys_getSIMCarrier", 4, false, "sys_getSIMCarrier returned 4"},
-        {"/service/status", 1, false, "No service. Cannot get data usage"},
-        {"/faults/sys_getCellularServiceStatus", 3, false, "sys_getCellularServiceStatus returned 3"},
-        {"/faults/sys_getCellularServiceStats", 6, false, "sys_getCellularServiceStats returned 6."},
-        {"/service/network", 1, false, "Device is in roaming network."},
-    };
     json factory = ardo::deviceStateRead();
-    for (const Case& c : cases) {
+    for (const auto& c : tola_test::readCases("datausage_preconditions.tsv", 4)) {
         ardo::deviceStateUpdate([&](json& s) { s = factory; });
-        ardo::deviceStateSet(c.pointer, c.value);
-        EXPECT_EQ(app->CheckPreconditionsForRequest(), c.allowed) << c.pointer;
-        EXPECT_NE(Log().find(c.logged), std::string::npos) << c.logged;
+        ardo::deviceStateSet(c[0], json::parse(c[1]));
+        EXPECT_EQ(app->CheckPreconditionsForRequest(), c[2] == "1") << c[0];
+        EXPECT_NE(Log().find(c[3]), std::string::npos) << c[3];
     }
 }
 

@@ -58,13 +58,6 @@ TEST(DeviceState, FaultsAreTakenInOrderThenCleared) {
     EXPECT_FALSE(ardo::deviceTakeFault("sys_none", &rc));
 }
 
-TEST(FileSystemRoot, FixedPathsLiveUnderTheRoot) {
-    tola_test::TempRoot root(true);
-    EXPECT_EQ(sys_fsPath("/opt/ardo/data/tola/acl_config.xml"),
-              root.dir() + "/opt/ardo/data/tola/acl_config.xml");
-    EXPECT_EQ(sys_fsPath("tola_downloaded_config"), "tola_downloaded_config");
-}
-
 // `tola-devicectl fault set` refuses a call that is not in deviceFaultCalls(): the list must name
 // every hook of the host platform (the literal names asked of deviceTakeFault, and the getters
 // and setters the settings tables generate), and nothing else.

@@ -4,16 +4,13 @@
 
 #include <string>
 
+#include "app_fixture.h"
 #include "device_state.h"
-#include "test_env.h"
 #include "tola_agent.h"
 
 namespace {
 
-class SettingsObjectTest : public ::testing::Test {
-  protected:
-    tola_test::TempRoot root;
-};
+using SettingsObjectTest = tola_test::RootTest;
 
 TEST_F(SettingsObjectTest, MembersAreSeededOnceFromTheDevice) {
     TOLAAgent agent;
@@ -104,18 +101,6 @@ TEST_F(SettingsObjectTest, PresentFlagsMarkTheGroup) {
     agent.SetPresent(TolaField::LANSettings_DHCPLeaseTime);
     EXPECT_TRUE(agent.IsPresent(TolaField::LANSettings));
     EXPECT_FALSE(agent.IsPresent(TolaField::LANSettings_DHCPEnabled));
-}
-
-// The host's setters and getters share one table; the journal and scripted faults are covered
-// where the apply steps use them.
-TEST_F(SettingsObjectTest, HostSettersStoreWhatTheGettersGiveBackAndRefuseNull) {
-    sys_dmz_settings_t dmz{};
-    snprintf(dmz.ipAddress, sizeof(dmz.ipAddress), "192.168.1.9");
-    EXPECT_EQ(sys_setDMZSettings(&dmz), 0);
-    sys_dmz_settings_t back{};
-    EXPECT_EQ(sys_getDMZSettings(&back), 0);
-    EXPECT_STREQ(back.ipAddress, "192.168.1.9");
-    EXPECT_EQ(webui_set_log_settings(nullptr), 1);
 }
 
 }  // namespace

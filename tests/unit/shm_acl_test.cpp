@@ -7,25 +7,11 @@
 #include <cstring>
 #include <string>
 
-#include "test_env.h"
-#include "tola_agent.h"
-#include "vorn_dbg.h"
+#include "app_fixture.h"
 
 namespace {
 
-class SharedAclTest : public ::testing::Test {
-  protected:
-    void SetUp() override { vorn_dbg_stop(); }
-    size_t countInLog(const std::string& text) const {
-        std::string all = root.readFile("/var/log/tola.log");
-        size_t n = 0;
-        for (size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + 1)) {
-            ++n;
-        }
-        return n;
-    }
-    tola_test::TempRoot root;
-};
+using SharedAclTest = tola_test::RootTest;
 
 TEST_F(SharedAclTest, HeaderTellsFreshLoadedAndWiped) {
     TOLAAgent agent;
@@ -80,11 +66,11 @@ TEST_F(SharedAclTest, TableHoldsTwoHundredNames) {
     ASSERT_EQ(200, acl->count);
     agent.SetACEProperties("one too many", true, true);
     EXPECT_EQ(200, acl->count);
-    EXPECT_EQ(1u, countInLog("Access Control Entitties count reached to max"));
+    EXPECT_EQ(1u, LogCount("Access Control Entitties count reached to max"));
     // Known names are still updated.
     agent.SetACEProperties("item199", true, true);
     EXPECT_EQ(3u, acl->entries[199].flags);
-    EXPECT_EQ(1u, countInLog("Access Control Entitties count reached to max"));
+    EXPECT_EQ(1u, LogCount("Access Control Entitties count reached to max"));
 }
 
 TEST_F(SharedAclTest, HundredCharacterNamesHaveNoTerminatorAndAreStillFound) {

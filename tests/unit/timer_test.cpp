@@ -66,7 +66,6 @@ TEST_F(SchedulingTest, RemainingSecondsSinceTheLastCheckIn) {
         // The device clock may tick between the two readings.
         EXPECT_NEAR(static_cast<double>(c.expected), static_cast<double>(remaining), 2.0);
     }
-    EXPECT_NE(std::string::npos, Log().find("remainingSeconds [0]"));
 }
 
 TEST_F(SchedulingTest, WithoutNetworkTimeNothingIsComputed) {
@@ -78,9 +77,6 @@ TEST_F(SchedulingTest, WithoutNetworkTimeNothingIsComputed) {
     int days = 9;
     EXPECT_EQ(1, app->getRemainingDays(days));
     EXPECT_EQ(9, days);
-    std::string log = Log();
-    EXPECT_EQ(1u, Count(log, "getNetworkTime failed during calculating remaining seconds rc [1]"));
-    EXPECT_EQ(1u, Count(log, "getNetworkTime failed during caluculating remaning days rc [1]"));
 }
 
 TEST_F(SchedulingTest, CompletedCheckInStampsTheDateAndRearmsThePeriod) {
@@ -117,7 +113,6 @@ TEST_F(SchedulingTest, CheckInTimerWaitsForTheModemOnceCarriedByTheRecord) {
     const std::string flagTrue = "Check-In flag true, performing check-in with server.";
     // Flag clear: nothing happens.
     EXPECT_FALSE(app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID));
-    EXPECT_EQ(1u, Count(Log(), "Check-In flag false, no need to Check-in"));
     EXPECT_EQ(0u, Count(Log(), flagTrue));
 
     // Flag set (no portal URL, so the check-in itself ends at once).
@@ -136,8 +131,6 @@ TEST_F(SchedulingTest, CheckInTimerWaitsForTheModemOnceCarriedByTheRecord) {
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
     EXPECT_EQ(2u, Count(Log(), bootWait));
     EXPECT_EQ(3u, Count(Log(), flagTrue));
-    EXPECT_EQ(
-        4u, Count(Log(), "Initiating check-in due to TOLA timer expiry or portal Invocation, timerid:3456"));
     // The field never reaches the file.
     EXPECT_EQ(std::string::npos, root.readFile("/opt/ardo/data/tola/acl_config.xml").find("ootup"));
 }
@@ -147,7 +140,6 @@ TEST_F(SchedulingTest, WatchdogTimerSendsKeepAlives) {
     app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
     EXPECT_EQ(2, ardo::deviceKeepAlives()["keepalives"]["tola"]);
     EXPECT_EQ(0u, Count(Log(), "Initiating check-in"));
-    EXPECT_EQ(2u, Count(Log(), "END returning 0, timerID:6543"));
 }
 
 TEST_F(SchedulingTest, DataUsageNoticeWakesOnlyOnStatusZero) {
@@ -176,7 +168,6 @@ TEST_F(SchedulingTest, DataUsageNoticeWakesOnlyOnStatusZero) {
         notify(c.channel, c.data, c.length);
         EXPECT_EQ(c.wakes, app->GotDataUsageInfo());
     }
-    EXPECT_EQ(1u, Count(Log(), "Got updated data usage info from server, mGotDataUsageInfo = 1"));
     // A notice after the wait ran out is not taken.
     ASSERT_TRUE(app->RequestDataUsage());
     app->WaitForDataUsage();  // runs out: nothing was published
@@ -259,10 +250,8 @@ TEST_F(SchedulingTest, ClockNoticeRearmWaitsForTheBootWaitAndRestartsTheTimer) {
 
 TEST_F(SchedulingTest, StringsOnlyOnTheSmsChannelAreHandled) {
     app->OnChannelNotify("some.other.channel", std::string("<TOLA><abc"));
-    std::string log = Log();
-    EXPECT_EQ(1u, Count(log, "received string data [<TOLA><abc] on channel some.other.channel"));
-    EXPECT_EQ(1u, Count(log, "Unmapped channel-category detected! Channel is some.other.channel"));
-    EXPECT_EQ(0u, Count(log, "HandleSmsCommand"));
+    EXPECT_EQ(1u, Count(Log(), "Unmapped channel-category detected! Channel is some.other.channel"));
+    EXPECT_EQ(0u, Count(Log(), "HandleSmsCommand"));
     app->OnChannelNotify(TOLA_CHANNEL_SMS, std::string("hello"));
     EXPECT_EQ(1u, Count(Log(), "Unmapped channel-category"));
 }
