@@ -7,6 +7,7 @@
 #include <ctime>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -89,29 +90,26 @@ TEST_F(StartupTest, AppliedSettingsAreAnnouncedOnce) {
 }
 
 TEST_F(StartupTest, ManualFactoryResetMarker) {
-    struct Case {
-        const char* marker;  // nullptr: no marker file
-        bool checkInFlag;
-        bool reset;
-    } cases[] = {
+    // The marker's text (nullptr: no marker file), the check-in flag, whether it resets.
+    const std::tuple<const char*, bool, bool> cases[] = {
         {"true", false, true},           {"true\n", false, true}, {"  true\r\n", false, true},
         {"\t\btrue\v\n\n", false, true}, {"true\n", true, true},  {"True", false, false},
         {"false", false, false},         {"tru e", false, false}, {"", false, false},
         {nullptr, false, false},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.marker ? c.marker : "(none)") + (c.checkInFlag ? " flag" : ""));
+    for (auto [marker, checkInFlag, reset] : cases) {
+        SCOPED_TRACE(std::string(marker ? marker : "(none)") + (checkInFlag ? " flag" : ""));
         newRoot();
         tolaagent_runtime_config_t record = defaults();
-        record.checkInFlag = c.checkInFlag;
+        record.checkInFlag = checkInFlag;
         // Without a portal URL the check-in that a set flag starts ends at once.
-        tola_copy_text(record.checkInURL, c.checkInFlag ? "" : "http://portal.tola.test/");
+        tola_copy_text(record.checkInURL, checkInFlag ? "" : "http://portal.tola.test/");
         tola_copy_text(record.payloadEncryptionKey, "key");
         tola_copy_text(record.lastCheckInDate, "2020-01-01T00:00:00");
         tola_copy_text(record.version, "12");
         storeRecord(record, true);
-        if (c.marker != nullptr) {
-            root->writeFile(kMarker, c.marker);
+        if (marker != nullptr) {
+            root->writeFile(kMarker, marker);
         }
         {
             TOLAApp app;
@@ -122,42 +120,38 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
         auto has = [&file](const std::string& text) { return file.find(text) != std::string::npos; };
         // A reset empties the list and the version; the portal's values go too unless a check-in
         // is pending.
-        bool dropped = c.reset && !c.checkInFlag;
-        EXPECT_TRUE(has(c.reset ? "<Version>0</Version>" : "<Version>12</Version>"));
-        EXPECT_EQ(!c.reset, has("<ACE>"));
+        bool dropped = reset && !checkInFlag;
+        EXPECT_TRUE(has(reset ? "<Version>0</Version>" : "<Version>12</Version>"));
+        EXPECT_EQ(!reset, has("<ACE>"));
         EXPECT_EQ(!dropped, has("<PayloadEncryptionKey>key</PayloadEncryptionKey>"));
         EXPECT_EQ(!dropped, has("<LastCheckInDate>2020-01-01T00:00:00</LastCheckInDate>"));
-        EXPECT_EQ(!c.reset && !c.checkInFlag, has("<CheckInURL>http://portal.tola.test/</CheckInURL>"));
-        if (c.reset) {
+        EXPECT_EQ(!reset && !checkInFlag, has("<CheckInURL>http://portal.tola.test/</CheckInURL>"));
+        if (reset) {
             EXPECT_EQ("false", root->readFile(kMarker));
         }
     }
 }
 
 TEST_F(StartupTest, CheckInIntervalChoice) {
-    struct Case {
-        bool override;
-        uint32_t runtimeHours;
-        const char* configHours;
-        uint32_t expectedSeconds;
-    } cases[] = {
+    // Override flag, the portal's hours, config.xml's hours, the period in seconds.
+    const std::tuple<bool, uint32_t, const char*, uint32_t> cases[] = {
         {true, 5, "24", 18000}, {true, 5, "0", 18000}, {false, 7, "3", 10800},
         {false, 0, "0", 86400}, {true, 0, "24", 0},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::to_string(c.runtimeHours) + "/" + c.configHours);
+    for (auto [override, runtimeHours, configHours, expectedSeconds] : cases) {
+        SCOPED_TRACE(std::to_string(runtimeHours) + "/" + configHours);
         newRoot();
         std::string xml = root->readFile(kConfigFile);
         size_t open = xml.find("<CheckInInterval>") + std::string("<CheckInInterval>").size();
-        xml.replace(open, xml.find("</CheckInInterval>") - open, c.configHours);
+        xml.replace(open, xml.find("</CheckInInterval>") - open, configHours);
         root->writeFile(kConfigFile, xml);
         tolaagent_runtime_config_t record = defaults();
-        record.checkInIntervalOverrideFlag = c.override;
-        record.checkInInterval = c.runtimeHours;
+        record.checkInIntervalOverrideFlag = override;
+        record.checkInInterval = runtimeHours;
         storeRecord(record);
         TOLAApp app;
         ASSERT_EQ(0, app.Initialize());
-        EXPECT_EQ(c.expectedSeconds, app.CheckInTimer().GetInterval());
+        EXPECT_EQ(expectedSeconds, app.CheckInTimer().GetInterval());
         stop(app);
     }
 }
@@ -195,36 +189,34 @@ TEST_F(StartupTest, StopSequenceUnregistersAndEndsTheSession) {
     EXPECT_EQ(false, ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
 }
 
+// The clock notice is subscribed only while the clock is unset (1980 at boot), and taken only
+// once the clock is valid.
 TEST_F(StartupTest, ClockChangeIsSubscribedOnlyWhileTheClockIsUnset) {
-    // The device boots with its clock in 1980.
-    ardo::deviceStateSet("/clock/offset_seconds", static_cast<long long>(315532800 - std::time(nullptr)));
-    TOLAApp app;
-    ASSERT_EQ(0, app.Initialize());
-    std::string emit = "busctl --address='" + bus.address() +
-                       "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv modem2.time_change ay 1 7";
-    ASSERT_EQ(0, std::system(emit.c_str()));
-    ASSERT_TRUE(
-        tola_test::waitForText(root->path("/var/log/tola.log"), "on channel modem2.time_change", 5000));
-    EXPECT_EQ(0u, countOf(log(), "Got Valid Time info from Channel"));  // still 1980
-    ardo::deviceStateSet("/clock/offset_seconds", 0LL);
-    ASSERT_EQ(0, std::system(emit.c_str()));
-    EXPECT_TRUE(
-        tola_test::waitForText(root->path("/var/log/tola.log"), "Got Valid Time info from Channel", 5000));
-    stop(app);
-}
-
-TEST_F(StartupTest, AValidClockIsNeverSubscribedForClockChanges) {
-    TOLAApp app;
-    ASSERT_EQ(0, app.Initialize());
-    std::string emit =
+    const std::string emit =
         "busctl --address='" + bus.address() + "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv ";
-    ASSERT_EQ(0, std::system((emit + "modem2.time_change ay 1 7").c_str()));
-    // A subscribed channel after it: once that arrives, the clock notice would have too.
-    ASSERT_EQ(0, std::system((emit + "ardo.dua.usage.info ay 4 1 0 0 0").c_str()));
-    ASSERT_TRUE(
-        tola_test::waitForText(root->path("/var/log/tola.log"), "on channel ardo.dua.usage.info", 5000));
-    EXPECT_EQ(0u, countOf(log(), "modem2.time_change"));
-    stop(app);
+    const std::string clockNotice = emit + "modem2.time_change ay 1 7";
+    for (bool unset : {true, false}) {
+        SCOPED_TRACE(unset);
+        newRoot();
+        ardo::deviceStateSet("/clock/offset_seconds",
+                             unset ? static_cast<long long>(315532800 - std::time(nullptr)) : 0LL);
+        TOLAApp app;
+        ASSERT_EQ(0, app.Initialize());
+        ASSERT_EQ(0, std::system(clockNotice.c_str()));
+        // A subscribed channel after it: once that arrives, the clock notice would have too.
+        ASSERT_EQ(0, std::system((emit + "ardo.dua.usage.info ay 4 1 0 0 0").c_str()));
+        ASSERT_TRUE(
+            tola_test::waitForText(root->path("/var/log/tola.log"), "on channel ardo.dua.usage.info"));
+        EXPECT_EQ(unset ? 1u : 0u, countOf(log(), "on channel modem2.time_change"));
+        EXPECT_EQ(0u, countOf(log(), "Got Valid Time info from Channel"));  // still 1980
+        if (unset) {
+            ardo::deviceStateSet("/clock/offset_seconds", 0LL);
+            ASSERT_EQ(0, std::system(clockNotice.c_str()));
+            EXPECT_TRUE(
+                tola_test::waitForText(root->path("/var/log/tola.log"), "Got Valid Time info from Channel"));
+        }
+        stop(app);
+    }
 }
 
 TEST_F(StartupTest, ADownloadedAnswerLeftUnhandledIsHandledAtStartUp) {
