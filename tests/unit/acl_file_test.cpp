@@ -63,18 +63,9 @@ TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
     tola_copy_text(record.lastCheckInDate, "2017-03-09T14:05:00");
     EXPECT_TRUE(agent.SetRuntimeConfig(record));
 
-    const std::string expected = aclFile(
-        "\n<CheckInFlag>true</CheckInFlag>"
-        "\n<FactoryResetFlag>false</FactoryResetFlag>"
-        "\n<CheckInIntervalOverrideFlag>true</CheckInIntervalOverrideFlag>"
-        "\n<CheckInInterval>4294967295</CheckInInterval>"
-        "\n<CheckInURL>https://portal.tola.test/checkin?a=1</CheckInURL>"
-        "\n<PayloadEncryptionKey>k3y</PayloadEncryptionKey>"
-        "\n<LastCommand><102></LastCommand>"
-        "\n<Version>17</Version>"
-        "\n<AclConfigStatus>-2</AclConfigStatus>"
-        "\n<LastCheckInDate>2017-03-09T14:05:00</LastCheckInDate>",
-        ace("WiFiSSID", "True", "False") + ace("AdminPassword", "False", "True"));
+    // Byte for byte, without a final newline.
+    const std::string expected =
+        tola_test::readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/cases/acl_config_written.xml");
     EXPECT_EQ(expected, root.readFile(kAclFile));
     EXPECT_EQ(expected + "\n", root.readFile(kBackupFile));
     // No temporary file is left beside the targets.

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <regex>
+#include <tuple>
 
 #include "app_fixture.h"
 #include "canned_http.h"
@@ -64,30 +65,26 @@ TEST_F(SmsTest, WireTextGivesCodeAndArgument) {
 }
 
 TEST_F(SmsTest, ServerKeyFirstThenFactoryKey) {
-    struct Case {
-        const char* serverKey;
-        const char* smsKey;
-        bool accepted;
-        size_t serverTries, factoryTries;
-    } cases[] = {
+    // The stored key, the SMS's key, accepted, attempts with each key.
+    const std::tuple<const char*, const char*, bool, size_t, size_t> cases[] = {
         {"", kFactoryKey, true, 0, 1},
         {"server-key", "server-key", true, 1, 0},
         {"server-key", kFactoryKey, true, 1, 1},  // one failed attempt, then the factory key
         {"server-key", "third-key", false, 1, 1},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.smsKey);
+    for (auto [serverKey, smsKey, accepted, serverTries, factoryTries] : cases) {
+        SCOPED_TRACE(smsKey);
         std::string apnBefore = Profile("0:1")["apn"];
-        tola_copy_text(app->RuntimeConfig().payloadEncryptionKey, c.serverKey);
+        tola_copy_text(app->RuntimeConfig().payloadEncryptionKey, serverKey);
         tola_copy_text(app->RuntimeConfig().version, "7");
         app->Agent().SetRuntimeConfig(app->RuntimeConfig());
         size_t before = Log().size();
-        Send(Sms("<150>apn-" + std::string(c.smsKey), c.smsKey));
+        Send(Sms("<150>apn-" + std::string(smsKey), smsKey));
         std::string log = Log().substr(before);
         EXPECT_EQ(Count(log, "Using encryption key obtained from the server to get SMS command"),
-                  c.serverTries);
-        EXPECT_EQ(Count(log, "Using factory provisioned encryption key to get SMS command"), c.factoryTries);
-        EXPECT_EQ(Profile("0:1")["apn"], c.accepted ? "apn-" + std::string(c.smsKey) : apnBefore);
+                  serverTries);
+        EXPECT_EQ(Count(log, "Using factory provisioned encryption key to get SMS command"), factoryTries);
+        EXPECT_EQ(Profile("0:1")["apn"], accepted ? "apn-" + std::string(smsKey) : apnBefore);
     }
 }
 
@@ -134,12 +131,8 @@ TEST_F(SmsTest, KeyAndUrlCommandsStoreTheirArgument) {
 }
 
 TEST_F(SmsTest, FactoryResetWithAndWithoutCheckIn) {
-    struct Case {
-        const char* argument;
-        bool checkIn;
-    } cases[] = {{"0", false}, {"1", true}, {"x", false}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.argument);
+    for (auto [argument, checkIn] : {std::pair("0", false), std::pair("1", true), std::pair("x", false)}) {
+        SCOPED_TRACE(argument);
         Activate("https://portal.test", "portal-key");
         tolaagent_runtime_config_t& rc = app->RuntimeConfig();
         tola_copy_text(rc.lastCheckInDate, "2026-11-20");
@@ -149,16 +142,16 @@ TEST_F(SmsTest, FactoryResetWithAndWithoutCheckIn) {
         app->Agent().SetRuntimeConfig(rc);
         long long resets = ardo::deviceStateRead()["power"]["factory_resets"].get<long long>();
 
-        Send(Sms(std::string("<200>") + c.argument));
+        Send(Sms(std::string("<200>") + argument));
         tolaagent_runtime_config_t after = Stored();
         EXPECT_TRUE(after.factoryResetFlag);
-        EXPECT_EQ(after.checkInFlag, c.checkIn);
+        EXPECT_EQ(after.checkInFlag, checkIn);
         EXPECT_STREQ(after.version, "0");
-        EXPECT_STREQ(after.checkInURL, c.checkIn ? "https://portal.test" : "");
-        EXPECT_STREQ(after.payloadEncryptionKey, c.checkIn ? "portal-key" : "");
-        EXPECT_STREQ(after.lastCheckInDate, c.checkIn ? "2026-11-20" : "");
-        EXPECT_EQ(after.checkInIntervalOverrideFlag, c.checkIn);
-        EXPECT_EQ(after.checkInInterval, c.checkIn ? 6u : 0u);
+        EXPECT_STREQ(after.checkInURL, checkIn ? "https://portal.test" : "");
+        EXPECT_STREQ(after.payloadEncryptionKey, checkIn ? "portal-key" : "");
+        EXPECT_STREQ(after.lastCheckInDate, checkIn ? "2026-11-20" : "");
+        EXPECT_EQ(after.checkInIntervalOverrideFlag, checkIn);
+        EXPECT_EQ(after.checkInInterval, checkIn ? 6u : 0u);
         // The device went back to its factory settings (what that restores is the platform's own).
         EXPECT_EQ(ardo::deviceStateRead()["power"]["factory_resets"].get<long long>(), resets + 1);
         app->RuntimeConfig().factoryResetFlag = false;
