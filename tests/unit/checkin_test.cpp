@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <thread>
+#include <tuple>
 
 #include "app_fixture.h"
 #include "canned_http.h"
@@ -50,26 +51,23 @@ TEST_F(CheckInTest, NoPortalUrlMeansNoCheckIn) {
 }
 
 TEST_F(CheckInTest, FailedAttemptsFollowTheRetryCount) {
-    struct Case {
-        const char* retries;
-        size_t attempts;
-        size_t waits;  // between failed attempts, none after the last
-    } cases[] = {{"0", 1, 0}, {"2", 3, 2}, {"4294967295", 0, 0}};
-    for (const Case& c : cases) {
-        SetConfigValue("CheckInFailedRetries", c.retries);
+    // Retries, attempts, waits between failed attempts (none after the last).
+    const std::tuple<const char*, size_t, size_t> cases[] = {{"0", 1, 0}, {"2", 3, 2}, {"4294967295", 0, 0}};
+    for (auto [retries, attempts, expectedWaits] : cases) {
+        SetConfigValue("CheckInFailedRetries", retries);
         root.remove("/var/lib/ardo/calls.jsonl");
         root.remove("/var/lib/ardo/waits.jsonl");
         Activate(kDeadUrl);
         app->PerformCheckIn();
-        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallConnect", 0).size(), c.attempts) << c.retries;
+        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallConnect", 0).size(), attempts) << retries;
         // Every failed attempt ends its data call.
-        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), c.attempts) << c.retries;
+        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), attempts) << retries;
         size_t waits = 0;
         for (const json& sleep : Journal("sys_sleepSeconds")) {
             waits += sleep["args"]["seconds"] == app->Config().checkInRetryInterval ? 1 : 0;
             EXPECT_TRUE(sleep["args"]["full"].get<bool>());
         }
-        EXPECT_EQ(waits, c.waits) << c.retries;
+        EXPECT_EQ(waits, expectedWaits) << retries;
         EXPECT_STREQ(Stored().lastCommand, "");
     }
 }
@@ -135,10 +133,7 @@ TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
 }
 
 TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
-    struct Case {
-        const char* url;
-        const char* entry;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"https://portal.tola.test/checkin", "portal.tola.test:443:127.0.0.1"},
         {"HTTPS://portal.tola.test/checkin", "portal.tola.test:443:127.0.0.1"},
         {"http://portal.tola.test/checkin", "portal.tola.test:80:127.0.0.1"},
@@ -148,11 +143,11 @@ TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
         {"portal.tola.test/checkin", ""},  // no scheme: matches no pattern
     };
     ASSERT_TRUE(app->EstablishAdminApnCall(1));
-    for (const Case& c : cases) {
+    for (auto [url, entry] : cases) {
         HttpHelper client;
-        app->PrepareRequest(client, c.url);
+        app->PrepareRequest(client, url);
         EXPECT_EQ(client.GetInterface(), "lo");
-        EXPECT_EQ(client.GetResolveEntry(), c.entry) << c.url;
+        EXPECT_EQ(client.GetResolveEntry(), entry) << url;
     }
 }
 

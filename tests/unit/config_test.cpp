@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "test_env.h"
@@ -28,7 +29,7 @@ std::vector<Element> sampleElements() {
             {"CheckInRetryInterval", "60"},
             {"CheckInFailedRetries", "2"},
             {"RequestTimeout", "30"},
-            {"DataUsageResponseWaitTime", "0"},
+            {"DataUsageResponseWaitTime", "15"},
             {"SMS104CheckInTemplate", "sms104.json"},
             {"DataCallType", "1"}};
 }
@@ -75,16 +76,14 @@ TEST_F(ConfigReaderTest, ReadsEveryElementAndCutsLongTextsTo127Characters) {
     EXPECT_EQ(60u, config.checkInRetryInterval);
     EXPECT_EQ(2u, config.checkInFailedRetries);
     EXPECT_EQ(30u, config.requestTimeout);
-    EXPECT_EQ(0u, config.dataUsageResponseWaitTime);
+    EXPECT_EQ(15u, config.dataUsageResponseWaitTime);
     EXPECT_EQ(1u, config.dataCallType);
 }
 
 TEST_F(ConfigReaderTest, FirstFailureStopsTheReading) {
-    struct Case {
-        const char* missing;
-        const char* lastFilledText;  // a text field read before the failure ("" if none)
-        bool dataUsageWaitFilled;    // read before the failure?
-    } cases[] = {
+    // The missing element, a text field read before the failure ("" if none), whether the
+    // data-usage wait was read before it.
+    const std::tuple<const char*, const char*, bool> cases[] = {
         {"RequestTemplate", "", false},
         {"ReceiptTemplate", "checkin.json", false},
         {"BaseEncryptionKey", "checkin.json", false},
@@ -92,23 +91,17 @@ TEST_F(ConfigReaderTest, FirstFailureStopsTheReading) {
         {"SMS104CheckInTemplate", "FactoryKey", true},
         {"DataCallType", "FactoryKey", true},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.missing);
-        std::vector<Element> elements = sampleElements();
-        for (Element& e : elements) {
-            if (e.name == "DataUsageResponseWaitTime") {
-                e.value = "15";
-            }
-        }
+    for (auto [missing, lastFilledText, dataUsageWaitFilled] : cases) {
+        SCOPED_TRACE(missing);
         tolaagent_config_t config;
-        EXPECT_NE(0, read(configXml(elements, c.missing), config));
+        EXPECT_NE(0, read(configXml(sampleElements(), missing), config));
         EXPECT_EQ(0u, config.dataCallType);
-        EXPECT_EQ(c.dataUsageWaitFilled ? 15u : 0u, config.dataUsageResponseWaitTime);
+        EXPECT_EQ(dataUsageWaitFilled ? 15u : 0u, config.dataUsageResponseWaitTime);
         std::string filled = std::string(config.checkInTemplate) + config.baseEncryptionKey;
-        if (*c.lastFilledText == '\0') {
+        if (*lastFilledText == '\0') {
             EXPECT_EQ("", filled);
         } else {
-            EXPECT_NE(std::string::npos, filled.find(c.lastFilledText));
+            EXPECT_NE(std::string::npos, filled.find(lastFilledText));
         }
     }
 }
