@@ -1,19 +1,30 @@
+// The simulated device's own behaviour, beyond what the conformance suite checks on every backend:
+// its state document and scripted faults, the watchdog record, the journals, the factory reset,
+// host name resolution and the debug log.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <functional>
+#include <regex>
+#include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "device_state.h"
 #include "http_helper.h"
 #include "maintenance_thread.h"
 #include "sys_core.h"
+#include "sys_datacall.h"
 #include "sys_settings.h"
 #include "test_env.h"
+#include "vorn_dbg.h"
 #include "watchdog.h"
 #include "xmldata.h"
 
@@ -227,4 +238,238 @@ TEST(RebootDeathTest, EndsTheProcessWhenTheDeviceStateSaysSo) {
     EXPECT_EQ(state()["power"]["reboots"], 1);
     EXPECT_EQ(state()["power"]["factory_resets"], 1);
     EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
+}
+
+TEST(DeviceState, MissingOrUnparsableDocumentGivesFactoryDefaults) {
+    tola_test::TempRoot root(true);
+    EXPECT_FALSE(root.exists("/var/lib/ardo/device.json"));
+    EXPECT_EQ(ardo::deviceStateRead(), ardo::deviceFactoryState());
+    EXPECT_TRUE(root.exists("/var/lib/ardo/device.json"));
+    root.writeFile("/var/lib/ardo/device.json", "{ not json");
+    EXPECT_EQ(ardo::deviceStateRead(), ardo::deviceFactoryState());
+}
+
+TEST(DeviceState, ConcurrentUpdatesAreNotLost) {
+    tola_test::TempRoot root(true);
+    ardo::deviceStateSet("/test/counter", 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 25; ++i) {
+                ardo::deviceStateUpdate(
+                    [](json& s) { s["test"]["counter"] = s["test"]["counter"].get<int>() + 1; });
+            }
+        });
+    }
+    for (auto& t : threads) {
+        t.join();
+    }
+    EXPECT_EQ(ardo::deviceStateValue<int>("/test/counter", -1), 100);
+}
+
+TEST(DeviceState, FaultsAreTakenInOrderThenCleared) {
+    tola_test::TempRoot root(true);
+    ardo::deviceStateSet("/faults/sys_x", json::array({7, 1}));
+    ardo::deviceStateSet("/faults/sys_always", 3);
+    int rc = 0;
+    ASSERT_TRUE(ardo::deviceTakeFault("sys_x", &rc));
+    EXPECT_EQ(rc, 7);
+    ASSERT_TRUE(ardo::deviceTakeFault("sys_x", &rc));
+    EXPECT_EQ(rc, 1);
+    EXPECT_FALSE(ardo::deviceTakeFault("sys_x", &rc));
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(ardo::deviceTakeFault("sys_always", &rc));
+        EXPECT_EQ(rc, 3);
+    }
+    EXPECT_FALSE(ardo::deviceTakeFault("sys_none", &rc));
+}
+
+// `tola-devicectl fault set` refuses a call that is not in deviceFaultCalls(): the list must name
+// every hook of the host platform (the literal names asked of deviceTakeFault, and the getters
+// and setters the settings tables generate), and nothing else.
+TEST(DeviceFaultCalls, ListsEveryHookOfTheHostPlatform) {
+    std::set<std::string> hooks;
+    const std::regex literal(R"re(deviceTakeFault\("([^"]+)")re");
+    const std::regex generated(R"(\b((?:sys|deviceui|webui)_\w+)\b)");
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::string(TOLA_SOURCE_DIR) + "/platform/host")) {
+        if (entry.path().extension() != ".cpp") {
+            continue;
+        }
+        std::string file = entry.path().stem();
+        std::string text = tola_test::readWholeFile(entry.path());
+        for (std::sregex_iterator m(text.begin(), text.end(), literal), end; m != end; ++m) {
+            hooks.insert((*m)[1]);
+        }
+        if (file == "settings") {
+            for (std::sregex_iterator m(text.begin(), text.end(), generated), end; m != end; ++m) {
+                std::string name = (*m)[1];
+                if (name.size() < 2 || name.compare(name.size() - 2, 2, "_t") != 0) {
+                    hooks.insert(name);
+                }
+            }
+            hooks.erase("sys_settings");  // the header's name
+        }
+    }
+    std::set<std::string> listed(ardo::deviceFaultCalls().begin(), ardo::deviceFaultCalls().end());
+    EXPECT_EQ(listed, hooks);
+}
+
+using tola_test::TempRoot;
+
+namespace {
+
+constexpr const char* kResolver = "/opt/ardo/tmp/router2/resolv_data_usage.conf";
+
+struct Resolved {
+    int rc;
+    std::vector<std::string> addresses;
+};
+
+Resolved Resolve(const char* host, int wanted = 20) {
+    char buffer[SYS_RESOLVE_BUFFER_SIZE];
+    std::memset(buffer, 0, sizeof buffer);
+    int count = wanted;
+    Resolved r{sys_resolveHostName(host, kResolver, "lo", "lo", 2, buffer, &count), {}};
+    for (int i = 0; i < count; ++i) {
+        r.addresses.emplace_back(buffer + i * SYS_RESOLVE_ENTRY_SIZE);
+    }
+    return r;
+}
+
+TEST(Resolve, HostsFileAnswersFirst) {
+    TempRoot root;
+    root.writeFile("/etc/hosts",
+                   "# test names\n127.0.0.1 portal.tola.test other\n::1 portal.tola.test\n"
+                   "not-an-address bad.tola.test\n10.0.0.7\tOTHER.tola.test # comment\n");
+    struct Case {
+        const char* host;
+        int wanted;
+        std::vector<std::string> addresses;
+    } cases[] = {
+        {"portal.tola.test", 20, {"127.0.0.1", "::1"}},
+        {"PORTAL.tola.test", 1, {"127.0.0.1"}},
+        {"other.tola.test", 20, {"10.0.0.7"}},
+        {"192.0.2.5", 20, {"192.0.2.5"}},
+    };
+    for (const Case& c : cases) {
+        Resolved r = Resolve(c.host, c.wanted);
+        EXPECT_EQ(r.rc, 0) << c.host;
+        EXPECT_EQ(r.addresses, c.addresses) << c.host;
+    }
+}
+
+TEST(Resolve, FailuresAreReportedNotHidden) {
+    TempRoot root;
+    root.writeFile(kResolver, "# no servers here\nsearch tola.test\nnameserver not-an-ip\n");
+    EXPECT_EQ(Resolve("unknown.tola.test").rc, 1);
+    root.writeFile(kResolver, "nameserver 127.0.0.1\n");  // nothing listens on port 53
+    Resolved r = Resolve("unknown.tola.test");
+    EXPECT_NE(r.rc, 0);
+    EXPECT_TRUE(r.addresses.empty());
+    ardo::deviceStateSet("/faults/sys_resolveHostName", 3);
+    EXPECT_EQ(Resolve("portal.tola.test").rc, 3);
+    EXPECT_EQ(Resolve("").rc, 3);
+}
+
+// Logs one line at each level under the given ARDO_LOG_LEVEL (nullptr: unset) and returns the
+// levels that reached the log, as digits.
+std::string levelsWritten(const tola_test::TempRoot& root, const char* setting) {
+    if (setting != nullptr) {
+        setenv("ARDO_LOG_LEVEL", setting, 1);
+    } else {
+        unsetenv("ARDO_LOG_LEVEL");
+    }
+    root.remove("/var/log/tola.log");
+    vorn_dbg_stop();
+    vorn_dbg_start();
+    for (int level : {3, 5, 6, 7}) {
+        vorn_dbg_log(level, "[%s]:[%s] - line at %d", "TOLA", vorn_dbg_get_level_name(level), level);
+    }
+    vorn_dbg_stop();
+    std::string log = root.readFile("/var/log/tola.log");
+    std::string written;
+    for (char level : {'3', '5', '6', '7'}) {
+        if (log.find(std::string("line at ") + level) != std::string::npos) {
+            written += level;
+        }
+    }
+    return written;
+}
+
+TEST(HostLog, LevelThresholdKeepsTheLinesAtOrBelowIt) {
+    tola_test::TempRoot root(true);
+    struct Case {
+        const char* setting;
+        const char* written;
+    } cases[] = {
+        {nullptr, "3567"}, {"7", "3567"}, {"6", "356"},   {"5", "35"},    {"3", "3"},        {"0", ""},
+        {"", "3567"},      {"8", "3567"}, {"-1", "3567"}, {"6x", "3567"}, {"debug", "3567"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.written, levelsWritten(root, c.setting)) << (c.setting ? c.setting : "(unset)");
+    }
+
+    // A dropped line is never formatted: an argument that would fault when read is harmless.
+    setenv("ARDO_LOG_LEVEL", "6", 1);
+    vorn_dbg_start();
+    vorn_dbg_log(7, "%s", reinterpret_cast<const char*>(16));
+    vorn_dbg_stop();
+
+    unsetenv("ARDO_LOG_LEVEL");
+    vorn_dbg_start();
+    vorn_dbg_stop();
+}
+
+TEST(HostLog, TheLogIsItsOwnersAloneNewOrOld) {
+    tola_test::TempRoot root(true);
+    for (bool existing : {false, true}) {
+        SCOPED_TRACE(existing);
+        vorn_dbg_stop();
+        root.remove("/var/log/tola.log");
+        if (existing) {
+            root.writeFile("/var/log/tola.log", "older lines\n");
+            chmod(root.path("/var/log/tola.log").c_str(), 0644);
+        }
+        vorn_dbg_start();
+        vorn_dbg_log(3, "[%s]:[%s] - a line", "TOLA", vorn_dbg_get_level_name(3));
+        vorn_dbg_stop();
+        struct stat st {};
+        ASSERT_EQ(stat(root.path("/var/log/tola.log").c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 0777, 0600u);
+        EXPECT_EQ(root.readFile("/var/log/tola.log").find("older lines") == 0, existing);
+    }
+}
+
+}  // namespace
+
+// Each line of the debug log starts with its time (ISO 8601 UTC, milliseconds) and then the text
+// as the agent wrote it. Under systemd (JOURNAL_STREAM) errors and notices, and only those, also
+// go to stderr with journald's level prefix.
+TEST(HostLog, LinesCarryTheirTimeAndReachTheJournalUpToNotices) {
+    tola_test::TempRoot root(true);
+    unsetenv("ARDO_LOG_LEVEL");
+    unsetenv("ARDO_LOG_STDERR");
+    setenv("JOURNAL_STREAM", "8:12345", 1);
+    root.remove("/var/log/tola.log");
+    testing::internal::CaptureStderr();
+    vorn_dbg_stop();
+    vorn_dbg_start();
+    for (int level : {3, 5, 6}) {
+        vorn_dbg_log(level, "[%s]:[%s] - line at %d", "TOLA", "f", level);
+    }
+    vorn_dbg_stop();
+    std::string mirrored = testing::internal::GetCapturedStderr();
+    unsetenv("JOURNAL_STREAM");
+    vorn_dbg_start();
+    vorn_dbg_stop();
+
+    EXPECT_EQ(mirrored, "<3>[TOLA]:[f] - line at 3\n<5>[TOLA]:[f] - line at 5\n");
+    std::string log = root.readFile("/var/log/tola.log");
+    const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[TOLA\]:\[f\] - line at (\d)\n)");
+    std::string levels;
+    for (std::sregex_iterator m(log.begin(), log.end(), line), end; m != end; ++m) {
+        levels += (*m)[1];
+    }
+    EXPECT_EQ(levels, "356") << log;
 }
