@@ -117,10 +117,7 @@ TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
             for (int failure : kResults) {
                 SCOPED_TRACE(call + " #" + std::to_string(occurrence) + " -> " + std::to_string(failure));
                 // The calls before this one answer 0 (they succeed, changing nothing); this one fails.
-                json script = json::array();
-                for (int i = 0; i < occurrence; ++i) {
-                    script.push_back(0);
-                }
+                json script = std::vector<int>(occurrence, 0);
                 script.push_back(failure);
                 Device device(json{{call, script}}, portal.url());
                 flow.run(device.App(), portal.url());
