@@ -1,5 +1,6 @@
-// acl_config.xml: the exact bytes written, the backup, the repairs at start-up and the reader's
-// handling of hand-edited files.
+// The access-control list and the runtime record: acl_config.xml (the exact bytes written, the
+// backup, the repairs at start-up, the reader's handling of hand-edited files) and the shared
+// memory segment (header values, updates in place, the capacity, long names, attaching again).
 #include <gtest/gtest.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
@@ -10,15 +11,13 @@
 #include <string>
 #include <thread>
 
-#include "test_env.h"
-#include "tola_agent.h"
-#include "vorn_dbg.h"
+#include "app_fixture.h"
+#include "case_file.h"
 
 namespace {
 
 const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
 const std::string kBackupFile = kAclFile + ".bkp";
-const std::string kLogFile = "/var/log/tola.log";
 
 const std::string kHead = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ACLConfig>\n<TOLA>";
 const std::string kDefaultRecord =
@@ -44,12 +43,7 @@ std::string aclFile(const std::string& record, const std::string& aces) {
     return kHead + record + "\n</TOLA>\n<ACL>" + aces + "\n</ACL>\n</ACLConfig>";
 }
 
-class AclFileTest : public ::testing::Test {
-  protected:
-    void SetUp() override { vorn_dbg_stop(); }  // the log reopens under this test's root
-    std::string log() const { return root.readFile(kLogFile); }
-    tola_test::TempRoot root;
-};
+using AclFileTest = tola_test::RootTest;
 
 TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
     TOLAAgent agent;
@@ -70,18 +64,9 @@ TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
     tola_copy_text(record.lastCheckInDate, "2017-03-09T14:05:00");
     EXPECT_TRUE(agent.SetRuntimeConfig(record));
 
-    const std::string expected = aclFile(
-        "\n<CheckInFlag>true</CheckInFlag>"
-        "\n<FactoryResetFlag>false</FactoryResetFlag>"
-        "\n<CheckInIntervalOverrideFlag>true</CheckInIntervalOverrideFlag>"
-        "\n<CheckInInterval>4294967295</CheckInInterval>"
-        "\n<CheckInURL>https://portal.tola.test/checkin?a=1</CheckInURL>"
-        "\n<PayloadEncryptionKey>k3y</PayloadEncryptionKey>"
-        "\n<LastCommand><102></LastCommand>"
-        "\n<Version>17</Version>"
-        "\n<AclConfigStatus>-2</AclConfigStatus>"
-        "\n<LastCheckInDate>2017-03-09T14:05:00</LastCheckInDate>",
-        ace("WiFiSSID", "True", "False") + ace("AdminPassword", "False", "True"));
+    // Byte for byte, without a final newline.
+    const std::string expected =
+        tola_test::readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/cases/acl_config_written.xml");
     EXPECT_EQ(expected, root.readFile(kAclFile));
     EXPECT_EQ(expected + "\n", root.readFile(kBackupFile));
     // No temporary file is left beside the targets.
@@ -158,7 +143,7 @@ TEST_F(AclFileTest, RepairsAtStart) {
             }
         }
         vorn_dbg_stop();
-        root.remove(kLogFile);
+        root.remove("/var/log/tola.log");
         {
             TOLAAgent agent;
             EXPECT_EQ(0, agent.Initialize());
@@ -171,7 +156,7 @@ TEST_F(AclFileTest, RepairsAtStart) {
         }
         EXPECT_EQ(c.expectedMain, root.readFile(kAclFile));       // byte-exact, no final newline
         EXPECT_EQ(c.backup != absent, root.exists(kBackupFile));  // a start writes no backup
-        EXPECT_EQ(c.expectCorruption, log().find(corruptedLine) != std::string::npos);
+        EXPECT_EQ(c.expectCorruption, Log().find(corruptedLine) != std::string::npos);
     }
 }
 
@@ -189,7 +174,6 @@ TEST_F(AclFileTest, HandEditedListIsBounded) {
     EXPECT_EQ(0, std::memcmp(std::string(100, 'L').data(), acl->entries[0].name, 100));
     EXPECT_EQ(TOLA_ACE_WRITE_ENABLED, acl->entries[0].flags);
     EXPECT_STREQ("item198", acl->entries[199].name);
-    EXPECT_NE(std::string::npos, log().find("ACE count = 200"));
 }
 
 TEST_F(AclFileTest, WithoutTheSharedListTheFileIsLeftEmpty) {
@@ -202,7 +186,6 @@ TEST_F(AclFileTest, WithoutTheSharedListTheFileIsLeftEmpty) {
     EXPECT_EQ(0, agent.Initialize());
     EXPECT_FALSE(agent.IsInitialized());
     EXPECT_EQ(nullptr, agent.AclBlock());
-    EXPECT_NE(std::string::npos, log().find("share memory get failed, errno = "));
 
     tolaagent_runtime_config_t record;
     agent.GetRuntimeConfig(record);
@@ -211,54 +194,30 @@ TEST_F(AclFileTest, WithoutTheSharedListTheFileIsLeftEmpty) {
     EXPECT_EQ("", root.readFile(kAclFile));
     EXPECT_EQ("previous backup", root.readFile(kBackupFile));
     EXPECT_FALSE(agent.InitializeACL());
-    EXPECT_NE(std::string::npos, log().find("Access Control List Database is empty"));
 }
 
 TEST_F(AclFileTest, OnlyTextsTheReaderGivesBackAreStorable) {
-    struct Case {
-        std::string text;
-        bool storable;
-    } cases[] = {
-        {"https://portal.example:8443/checkin?id=7", true},
-        {"blanks, > and ]] alone and a DEL \x7f", true},
-        {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", true},  // two, three and four bytes
-        {std::string(125, 'u') + "\xc3\xa9", true},           // the field keeps all of it
-        {std::string(126, 'u') + "\xc3\xa9", false},          // the field keeps half of it
-        {std::string(127, 'u') + "<", true},                  // the field does not keep it
-        {"a<b", false},
-        {"a&b", false},
-        {"a]]>b", false},
-        {"tab\there", false},
-        {"line\nbreak", false},
-        {"\xff", false},
-        {"\xc0\xaf", false},          // an overlong "/"
-        {"\xe2\x82", false},          // cut short
-        {"\xed\xa0\x80", false},      // a surrogate
-        {"\xef\xbf\xbe", false},      // U+FFFE
-        {"\xf4\x90\x80\x80", false},  // past U+10FFFF
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        ASSERT_EQ(tola_storable_text(c.text.c_str(), TOLA_TEXT_MAX), c.storable);
-        if (!c.storable) {
+    for (const auto& c : tola_test::readCases("storable_texts.tsv", 2)) {
+        SCOPED_TRACE(c[0]);
+        ASSERT_EQ(tola_storable_text(c[0].c_str(), TOLA_TEXT_MAX), c[1] == "1");
+        if (c[1] == "0") {
             continue;
         }
         // What is storable comes back unchanged after a restart.
-        {
+        for (bool write : {true, false}) {
             TOLAAgent agent;
             agent.Initialize();
             tolaagent_runtime_config_t record;
             agent.GetRuntimeConfig(record);
-            tola_copy_text(record.payloadEncryptionKey, c.text.c_str());
-            agent.SetRuntimeConfig(record);
+            if (write) {
+                tola_copy_text(record.payloadEncryptionKey, c[0].c_str());
+                agent.SetRuntimeConfig(record);
+            } else {
+                EXPECT_EQ(tola_record_text(record.payloadEncryptionKey), c[0].substr(0, TOLA_TEXT_MAX));
+            }
         }
-        TOLAAgent restarted;
-        restarted.Initialize();
-        tolaagent_runtime_config_t record;
-        restarted.GetRuntimeConfig(record);
-        EXPECT_EQ(tola_record_text(record.payloadEncryptionKey), c.text.substr(0, TOLA_TEXT_MAX));
     }
-    EXPECT_EQ(log().find("looks like file got corrupted"), std::string::npos);
+    EXPECT_EQ(Log().find("looks like file got corrupted"), std::string::npos);
 }
 
 TEST_F(AclFileTest, UnstorableNamesNeverReachTheFile) {
@@ -276,10 +235,6 @@ TEST_F(AclFileTest, UnstorableNamesNeverReachTheFile) {
     agent.GetRuntimeConfig(record);
     agent.SetRuntimeConfig(record);
     EXPECT_EQ(root.readFile(kAclFile), aclFile(kDefaultRecord, ace("Good", "True", "True")));
-    EXPECT_NE(log().find("Access control entry Bad&Name refused, its name cannot be stored"),
-              std::string::npos);
-    EXPECT_NE(log().find("Access control entry Planted< left out, its name cannot be stored"),
-              std::string::npos);
 }
 
 TEST_F(AclFileTest, WritesNeverFollowAPlantedLinkAndNeverTearUnderConcurrentWriters) {
@@ -321,6 +276,108 @@ TEST_F(AclFileTest, WritesNeverFollowAPlantedLinkAndNeverTearUnderConcurrentWrit
     done = true;
     reader.join();
     EXPECT_EQ(torn, 0);
+}
+
+using SharedAclTest = tola_test::RootTest;
+
+TEST_F(SharedAclTest, HeaderTellsFreshLoadedAndWiped) {
+    TOLAAgent agent;
+    ASSERT_TRUE(agent.InitializeSharedMemory());
+    tola_acl_shm_t* acl = agent.AclBlock();
+    EXPECT_EQ(TOLA_ACL_HEADER_FRESH, acl->header);
+    EXPECT_EQ(0, acl->count);
+    // The segment has the size other processes expect.
+    struct shmid_ds info {};
+    ASSERT_EQ(0, shmctl(shmget(root.shmKey(), 0, 0), IPC_STAT, &info));
+    EXPECT_EQ(20808u, info.shm_segsz);
+    // Attaching twice keeps the same block.
+    EXPECT_TRUE(agent.InitializeSharedMemory());
+    EXPECT_EQ(acl, agent.AclBlock());
+
+    EXPECT_TRUE(agent.InitializeACL());
+    EXPECT_EQ(TOLA_ACL_HEADER_LOADED, acl->header);
+
+    agent.SetACEProperties("A", true, true);
+    agent.SetRestoreDefaultsFlag(true);
+    agent.SerializeACL();
+    EXPECT_EQ(TOLA_ACL_HEADER_WIPED, acl->header);
+    EXPECT_EQ(0, acl->count);
+}
+
+TEST_F(SharedAclTest, ExistingNameIsUpdatedInPlace) {
+    TOLAAgent agent;
+    agent.Initialize();
+    tola_acl_shm_t* acl = agent.AclBlock();
+    agent.SetACEProperties("WiFiSSID", false, false);
+    agent.SetACEProperties("wifissid", true, false);  // names are case-sensitive
+    ASSERT_EQ(2, acl->count);
+    struct Case {
+        bool display, write;
+        uint32_t flags;
+    } cases[] = {{true, false, 1}, {false, true, 2}, {true, true, 3}, {false, false, 0}};
+    for (const Case& c : cases) {
+        agent.SetACEProperties("WiFiSSID", c.display, c.write);
+        EXPECT_EQ(2, acl->count);
+        EXPECT_EQ(c.flags, acl->entries[0].flags);
+        EXPECT_EQ(1u, acl->entries[1].flags);
+    }
+}
+
+TEST_F(SharedAclTest, TableHoldsTwoHundredNames) {
+    TOLAAgent agent;
+    agent.Initialize();
+    tola_acl_shm_t* acl = agent.AclBlock();
+    for (int i = 0; i < TOLA_ACL_MAX_ENTRIES; ++i) {
+        agent.SetACEProperties(("item" + std::to_string(i)).c_str(), false, false);
+    }
+    ASSERT_EQ(200, acl->count);
+    agent.SetACEProperties("one too many", true, true);
+    EXPECT_EQ(200, acl->count);
+    EXPECT_EQ(1u, LogCount("Access Control Entitties count reached to max"));
+    // Known names are still updated.
+    agent.SetACEProperties("item199", true, true);
+    EXPECT_EQ(3u, acl->entries[199].flags);
+    EXPECT_EQ(1u, LogCount("Access Control Entitties count reached to max"));
+}
+
+TEST_F(SharedAclTest, HundredCharacterNamesHaveNoTerminatorAndAreStillFound) {
+    TOLAAgent agent;
+    agent.Initialize();
+    tola_acl_shm_t* acl = agent.AclBlock();
+    const std::string exact(100, 'a');
+    const std::string longer = std::string(100, 'b') + "tail";
+    agent.SetACEProperties(exact.c_str(), true, false);
+    agent.SetACEProperties(longer.c_str(), true, false);
+    agent.SetACEProperties("next", false, false);
+    ASSERT_EQ(3, acl->count);
+    EXPECT_EQ(0, std::memcmp(exact.data(), acl->entries[0].name, 100));
+    EXPECT_EQ(0, std::memcmp(longer.data(), acl->entries[1].name, 100));
+    // The field is full; the next entry's name follows at once.
+    EXPECT_STREQ("next", acl->entries[2].name);
+
+    agent.SetACEProperties(exact.c_str(), false, true);
+    agent.SetACEProperties(longer.substr(0, 100).c_str(), true, true);
+    EXPECT_EQ(3, acl->count);
+    EXPECT_EQ(TOLA_ACE_WRITE_ENABLED, acl->entries[0].flags);
+    EXPECT_EQ(3u, acl->entries[1].flags);
+    // A shorter prefix is another name.
+    agent.SetACEProperties(exact.substr(0, 99).c_str(), true, true);
+    EXPECT_EQ(4, acl->count);
+}
+
+TEST_F(SharedAclTest, SecondStartAttachesWithoutClearing) {
+    TOLAAgent first;
+    first.Initialize();
+    first.SetACEProperties("Kept", true, true);  // not yet in the file
+    TOLAAgent second;
+    ASSERT_TRUE(second.InitializeSharedMemory());
+    ASSERT_NE(first.AclBlock(), second.AclBlock());
+    EXPECT_EQ(TOLA_ACL_HEADER_LOADED, second.AclBlock()->header);
+    ASSERT_EQ(1, second.AclBlock()->count);
+    EXPECT_STREQ("Kept", second.AclBlock()->entries[0].name);
+    // Each attachment sees the other's writes.
+    second.SetACEProperties("Kept", false, false);
+    EXPECT_EQ(0u, first.AclBlock()->entries[0].flags);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// A TOLAApp on a fresh simulated device: config.xml read, agent state initialised, debug log
-// opened under the temporary root. Shared by the check-in client's unit tests.
+// A fresh simulated device for the agent's unit tests (RootTest), and a TOLAApp on it with
+// config.xml read, agent state initialised and the debug log opened under the root (AppTest).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -36,7 +36,32 @@ inline std::string Encrypt(const std::string& key, const std::string& plain) {
     return out;
 }
 
-class AppTest : public ::testing::Test {
+// An SMS as the portal sends it.
+inline std::string Sms(const std::string& plain, const std::string& key = kFactoryKey) {
+    return "<TOLA><" + Encrypt(key, plain) + ">";
+}
+
+inline size_t countOf(const std::string& text, const std::string& what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
+        ++n;
+    }
+    return n;
+}
+
+// A fresh root; the debug log reopens under it at its first line.
+class RootTest : public ::testing::Test {
+  protected:
+    void SetUp() override { vorn_dbg_stop(); }
+    void TearDown() override { vorn_dbg_stop(); }
+    std::string Log() const { return root.readFile("/var/log/tola.log"); }
+    static size_t Count(const std::string& text, const std::string& what) { return countOf(text, what); }
+    size_t LogCount(const std::string& what) const { return countOf(Log(), what); }
+
+    TempRoot root;
+};
+
+class AppTest : public RootTest {
   protected:
     void SetUp() override { Start(); }
     void TearDown() override { Stop(); }
@@ -85,14 +110,6 @@ class AppTest : public ::testing::Test {
         return rc;
     }
 
-    std::string Log() const { return root.readFile("/var/log/tola.log"); }
-    static size_t Count(const std::string& text, const std::string& what) {
-        size_t n = 0;
-        for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
-            ++n;
-        }
-        return n;
-    }
     // Journal lines of one platform call (device changes and waits), optionally only those with
     // the given result.
     std::vector<ardo::json> Journal(const std::string& call, int result = -1000) const {
@@ -110,7 +127,6 @@ class AppTest : public ::testing::Test {
         return lines;
     }
 
-    TempRoot root;
     std::unique_ptr<TOLAApp> app;
 };
 

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <thread>
+#include <tuple>
 
 #include "app_fixture.h"
 #include "canned_http.h"
@@ -30,57 +31,43 @@ std::string InnerOf(const std::string& envelope, const std::string& key) {
 
 class CheckInTest : public AppTest {};
 
+// Under the portal's key once there is one, else under the factory key.
 TEST_F(CheckInTest, RequestIsTrimmedAndEncryptedIntoTheEnvelope) {
-    struct Case {
-        const char* runtimeKey;
-        const char* usedKey;
-        const char* logged;
-    } cases[] = {
-        {"", kFactoryKey, "Encrypt request by using factory provisioned encryption key"},
-        {"k", "k", "Encrypt request by using encryption key obtained from the server"},
-    };
-    for (const Case& c : cases) {
-        tola_copy_text(app->RuntimeConfig().payloadEncryptionKey, c.runtimeKey);
+    for (const auto& [runtimeKey, usedKey] : {std::make_pair("", kFactoryKey), std::make_pair("k", "k")}) {
+        tola_copy_text(app->RuntimeConfig().payloadEncryptionKey, runtimeKey);
         app->RecordModemInformation();
         std::string request = "\n {\"a\":1}\r\n\n\t\v\b ";
         std::string checkIn = "{\"IMEI\":\"%IMEI%\",\"Request\":\"%ENCRYPTEDREQUEST%\"}";
         EXPECT_TRUE(app->ProcessCheckIn(request, checkIn));
         EXPECT_EQ(request, "{\"a\":1}");
         EXPECT_EQ(json::parse(checkIn)["IMEI"], "356938035643809");
-        EXPECT_EQ(InnerOf(checkIn, c.usedKey), "{\"a\":1}");
-        EXPECT_NE(Log().find(c.logged), std::string::npos);
+        EXPECT_EQ(InnerOf(checkIn, usedKey), "{\"a\":1}");
     }
 }
 
 TEST_F(CheckInTest, NoPortalUrlMeansNoCheckIn) {
     app->PerformCheckIn();
-    EXPECT_NE(Log().find("Don't perform check-in, device hasn't been activated"), std::string::npos);
     EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallConnect").empty());
 }
 
 TEST_F(CheckInTest, FailedAttemptsFollowTheRetryCount) {
-    struct Case {
-        const char* retries;
-        size_t attempts;
-        size_t waits;  // between failed attempts, none after the last
-    } cases[] = {{"0", 1, 0}, {"2", 3, 2}, {"4294967295", 0, 0}};
-    for (const Case& c : cases) {
-        SetConfigValue("CheckInFailedRetries", c.retries);
+    // Retries, attempts, waits between failed attempts (none after the last).
+    const std::tuple<const char*, size_t, size_t> cases[] = {{"0", 1, 0}, {"2", 3, 2}, {"4294967295", 0, 0}};
+    for (auto [retries, attempts, expectedWaits] : cases) {
+        SetConfigValue("CheckInFailedRetries", retries);
         root.remove("/var/lib/ardo/calls.jsonl");
         root.remove("/var/lib/ardo/waits.jsonl");
         Activate(kDeadUrl);
-        size_t before = Count(Log(), "HTTP request failed");
         app->PerformCheckIn();
-        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallConnect", 0).size(), c.attempts) << c.retries;
+        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallConnect", 0).size(), attempts) << retries;
         // Every failed attempt ends its data call.
-        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), c.attempts) << c.retries;
+        EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), attempts) << retries;
         size_t waits = 0;
         for (const json& sleep : Journal("sys_sleepSeconds")) {
             waits += sleep["args"]["seconds"] == app->Config().checkInRetryInterval ? 1 : 0;
             EXPECT_TRUE(sleep["args"]["full"].get<bool>());
         }
-        EXPECT_EQ(waits, c.waits) << c.retries;
-        EXPECT_EQ(Count(Log(), "HTTP request failed") - before, c.attempts) << c.retries;
+        EXPECT_EQ(waits, expectedWaits) << retries;
         EXPECT_STREQ(Stored().lastCommand, "");
     }
 }
@@ -90,8 +77,6 @@ TEST_F(CheckInTest, UnparsableAnswerIsRetriedAtOnceOnTheSameCall) {
     Activate(portal.url());
     app->PerformCheckIn();
     ASSERT_EQ(portal.bodies().size(), 2u);
-    EXPECT_EQ(Count(Log(), "HTTP request failed"), 0u);
-    EXPECT_EQ(Count(Log(), "Failed to parse Check-in Response"), 1u);
     // Only the accepted answer ends the data call.
     EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), 1u);
     EXPECT_EQ(root.readFile("/opt/ardo/data/tola/tola_downloaded_config"),
@@ -122,12 +107,9 @@ TEST_F(CheckInTest, TheAnswerReplacesTheDownloadedFileWhole) {
               R"({"ResultCode":1,"Version":"7"})");
     std::string seen((std::istreambuf_iterator<char>(earlier)), std::istreambuf_iterator<char>());
     EXPECT_EQ(seen, "previous answer");
-    // Nothing is left beside it.
-    std::string listing;
     for (const auto& entry : std::filesystem::directory_iterator(root.path("/opt/ardo/data/tola"))) {
-        listing += entry.path().filename().string() + " ";
+        EXPECT_EQ(entry.path().string().find(".tmp"), std::string::npos);  // nothing left beside it
     }
-    EXPECT_EQ(listing.find(".tmp"), std::string::npos) << listing;
 }
 
 TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
@@ -151,10 +133,7 @@ TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
 }
 
 TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
-    struct Case {
-        const char* url;
-        const char* entry;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"https://portal.tola.test/checkin", "portal.tola.test:443:127.0.0.1"},
         {"HTTPS://portal.tola.test/checkin", "portal.tola.test:443:127.0.0.1"},
         {"http://portal.tola.test/checkin", "portal.tola.test:80:127.0.0.1"},
@@ -164,13 +143,12 @@ TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
         {"portal.tola.test/checkin", ""},  // no scheme: matches no pattern
     };
     ASSERT_TRUE(app->EstablishAdminApnCall(1));
-    for (const Case& c : cases) {
+    for (auto [url, entry] : cases) {
         HttpHelper client;
-        app->PrepareRequest(client, c.url);
+        app->PrepareRequest(client, url);
         EXPECT_EQ(client.GetInterface(), "lo");
-        EXPECT_EQ(client.GetResolveEntry(), c.entry) << c.url;
+        EXPECT_EQ(client.GetResolveEntry(), entry) << url;
     }
-    EXPECT_EQ(Count(Log(), "Failed to get host name from url."), 1u);
 }
 
 TEST_F(CheckInTest, NoForcedResolutionWithoutAnAnswerOrForOtherDataCallTypes) {

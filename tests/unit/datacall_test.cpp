@@ -2,7 +2,10 @@
 // data-usage query.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "app_fixture.h"
+#include "case_file.h"
 #include "sys_device.h"
 
 using ardo::json;
@@ -10,22 +13,21 @@ using tola_test::AppTest;
 
 namespace {
 
-class DataCallTest : public AppTest {};
+using DataCallTest = AppTest;
 
 TEST_F(DataCallTest, InternetCallOnTheOnlyAttemptCountsAsFailedEvenWhenUp) {
-    struct Case {
-        int status, statusAfterConnect, rc;
-        size_t connects, routingWaits;
-    } cases[] = {{2, 2, 0, 0, 0}, {0, 2, 1, 1, 1}, {0, 0, 1, 1, 0}};  // already up needs no connect
+    // Status before and after a connect, result, connects, routing waits; up already needs no connect.
+    const std::tuple<int, int, int, size_t, size_t> cases[] = {
+        {2, 2, 0, 0, 0}, {0, 2, 1, 1, 1}, {0, 0, 1, 1, 0}};
     SetConfigValue("DataCallType", "1");
-    for (const Case& c : cases) {
-        ardo::deviceStateSet("/data_call/internet/status", c.status);
-        ardo::deviceStateSet("/data_call/internet/status_after_connect", c.statusAfterConnect);
+    for (auto [status, statusAfterConnect, rc, newConnects, routingWaits] : cases) {
+        ardo::deviceStateSet("/data_call/internet/status", status);
+        ardo::deviceStateSet("/data_call/internet/status_after_connect", statusAfterConnect);
         size_t connects = Journal("sys_cellularDataConnect").size(),
                waits = Count(Log(), "sleeping for 20 seconds");
-        EXPECT_EQ(app->CheckDataCallAndConnect(), c.rc);
-        EXPECT_EQ(Journal("sys_cellularDataConnect").size() - connects, c.connects);
-        EXPECT_EQ(Count(Log(), "sleeping for 20 seconds") - waits, c.routingWaits);
+        EXPECT_EQ(app->CheckDataCallAndConnect(), rc);
+        EXPECT_EQ(Journal("sys_cellularDataConnect").size() - connects, newConnects);
+        EXPECT_EQ(Count(Log(), "sleeping for 20 seconds") - waits, routingWaits);
     }
     // Two attempts allowed: a call that comes up on the first one is reported up.
     ardo::deviceStateSet("/data_call/internet/status", 0);
@@ -53,21 +55,18 @@ TEST_F(DataCallTest, AppsApnCallLearnsTheInterfaceByTheSizeProtocol) {
 }
 
 TEST_F(DataCallTest, AppsApnCallRetriesOnceThenGivesUp) {
-    struct Case {
-        json faults;
-        bool up;
-        size_t failuresLogged;
-    } cases[] = {
+    // The connect's scripted results, up, failures logged.
+    const std::tuple<json, bool, size_t> cases[] = {
         {json::array({1, 1}), false, 2},
         {json::array({1}), true, 1},
         {json::array({7, 7}), false, 2},  // "too small" without a size: nothing to allocate
     };
-    for (const Case& c : cases) {
-        ardo::deviceStateSet("/faults/sys_cellularDataUsageAPNCallConnect", c.faults);
+    for (const auto& [faults, up, failuresLogged] : cases) {
+        ardo::deviceStateSet("/faults/sys_cellularDataUsageAPNCallConnect", faults);
         size_t before = Count(Log(), "sys_cellularDataUsageAPNCallConnect returned");
-        EXPECT_EQ(app->EstablishAdminApnCall(1), c.up) << c.faults;
-        EXPECT_EQ(Count(Log(), "sys_cellularDataUsageAPNCallConnect returned") - before, c.failuresLogged);
-        EXPECT_EQ(app->InterfaceName().empty(), !c.up);
+        EXPECT_EQ(app->EstablishAdminApnCall(1), up) << faults;
+        EXPECT_EQ(Count(Log(), "sys_cellularDataUsageAPNCallConnect returned") - before, failuresLogged);
+        EXPECT_EQ(app->InterfaceName().empty(), !up);
         ardo::deviceStateSet("/faults", json::object());
     }
     EXPECT_EQ(Count(Log(), "AdminAPNCallConnect failed"), 2u);
@@ -83,28 +82,12 @@ TEST_F(DataCallTest, EndRequestDisconnectsOnlyAnOpenAppsCall) {
 }
 
 TEST_F(DataCallTest, DataUsageQueryPreconditions) {
-    struct Case {
-        const char* pointer;
-        json value;
-        bool allowed;
-        const char* logged;
-    } cases[] = {
-        {"/service/radio_technology", 5, true, "Device technology is 5. OK to contact"},
-        {"/service/radio_technology", 6, true, "Device technology is 6. OK to contact"},
-        {"/service/radio_technology", 3, false, "Device technology is 3. Cannot contact"},
-        {"/sim/carrier", 2, false, "SIM carrier is non-veltra 2"},
-        {"/faults/sys_getSIMCarrier", 4, false, "sys_getSIMCarrier returned 4"},
-        {"/service/status", 1, false, "No service. Cannot get data usage"},
-        {"/faults/sys_getCellularServiceStatus", 3, false, "sys_getCellularServiceStatus returned 3"},
-        {"/faults/sys_getCellularServiceStats", 6, false, "sys_getCellularServiceStats returned 6."},
-        {"/service/network", 1, false, "Device is in roaming network."},
-    };
     json factory = ardo::deviceStateRead();
-    for (const Case& c : cases) {
+    for (const auto& c : tola_test::readCases("datausage_preconditions.tsv", 4)) {
         ardo::deviceStateUpdate([&](json& s) { s = factory; });
-        ardo::deviceStateSet(c.pointer, c.value);
-        EXPECT_EQ(app->CheckPreconditionsForRequest(), c.allowed) << c.pointer;
-        EXPECT_NE(Log().find(c.logged), std::string::npos) << c.logged;
+        ardo::deviceStateSet(c[0], json::parse(c[1]));
+        EXPECT_EQ(app->CheckPreconditionsForRequest(), c[2] == "1") << c[0];
+        EXPECT_NE(Log().find(c[3]), std::string::npos) << c[3];
     }
 }
 

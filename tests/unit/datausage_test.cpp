@@ -4,8 +4,10 @@
 #include <chrono>
 #include <cstdint>
 #include <thread>
+#include <tuple>
 
 #include "app_fixture.h"
+#include "case_file.h"
 
 using ardo::json;
 using tola_test::AppTest;
@@ -59,64 +61,40 @@ TEST_F(DataUsageTest, NoticeWithStatusZeroEndsTheWait) {
 }
 
 TEST_F(DataUsageTest, NoFiguresWithoutAFreshNotice) {
-    struct Case {
-        const char* notice;
-        int status, network;
-        bool asked;  // false: a roaming device does not ask, and a notice from before counts for nothing
-    } cases[] = {{"never", 0, 0, true}, {"publish", 1, 0, true}, {"publish", 0, 1, false}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.notice) + std::to_string(c.status) + std::to_string(c.network));
-        ardo::deviceStateSet("/data_usage/notice", c.notice);
-        ardo::deviceStateSet("/data_usage/notice_status", c.status);
-        ardo::deviceStateSet("/service/network", c.network);
+    // The service's notice and its status, roaming, asked (a roaming device does not ask, and a
+    // notice from before counts for nothing).
+    const std::tuple<const char*, int, int, bool> cases[] = {
+        {"never", 0, 0, true}, {"publish", 1, 0, true}, {"publish", 0, 1, false}};
+    for (auto [notice, status, network, asked] : cases) {
+        SCOPED_TRACE(std::string(notice) + std::to_string(status) + std::to_string(network));
+        ardo::deviceStateSet("/data_usage/notice", notice);
+        ardo::deviceStateSet("/data_usage/notice_status", status);
+        ardo::deviceStateSet("/service/network", network);
         root.remove("/var/lib/ardo/calls.jsonl");
         size_t timeouts = Count(Log(), "no data usage info within 15 seconds");
         Notice(0);
         app->GetUpdatedDataUsage();
         EXPECT_FALSE(app->GotDataUsageInfo());
-        EXPECT_EQ(Journal("dua_start_data_usage_script").empty(), !c.asked);
-        EXPECT_EQ(Count(Log(), "no data usage info within 15 seconds") - timeouts, c.asked ? 1u : 0u);
+        EXPECT_EQ(Journal("dua_start_data_usage_script").empty(), !asked);
+        EXPECT_EQ(Count(Log(), "no data usage info within 15 seconds") - timeouts, asked ? 1u : 0u);
         app->RecordDataUsageInformation();
         EXPECT_EQ(Filled().substr(0, 10), "%PLANTYPE%");
     }
 }
 
 TEST_F(DataUsageTest, PlanLinesGiveTheEightTexts) {
-    json line = json::parse(
-        R"({"type":"Line","allowance":"10","unit":"GB","usage":"2.35","cycle_end_date":"2024-05-31","prepay":"N"})");
-    json shared = json::parse(R"({"type":"Shared","allowance":"50","unit":"GB","usage":"17.80",
-                                   "cycle_end_date":"2024-06-30","prepay":"Y"})");
-    json quoted = line;
-    quoted["usage"] = "2\"35";
-    json empty = line;
-    empty["unit"] = "";
-    struct Case {
-        json plans;
-        int status;
-        const char* expected;  // null: no valid figures
-    } cases[] = {
-        {json::array({line}), 0, "Line|10|GB|2.35|2.35|2024-05-31|2024-05-14T08:30:00Z|N"},
-        {json::array({shared, line}), 0, "Shared|50|GB|2.35|17.80|2024-06-30|2024-05-14T08:30:00Z|Y"},
-        {json::array({shared}), 0, nullptr},
-        {json::array(), 0, nullptr},
-        {json::array({line}), 3, nullptr},
-        {json::array({quoted}), 0, nullptr},
-        {json::array({empty}), 0, nullptr},
-        {json::array({"Line", 7, line}), 0, "Line|10|GB|2.35|2.35|2024-05-31|2024-05-14T08:30:00Z|N"},
-    };
-    for (const Case& c : cases) {
-        ardo::deviceStateSet("/data_usage/plans", c.plans);
-        ardo::deviceStateSet("/data_usage/status", c.status);
+    for (const auto& c : tola_test::readCases("datausage_plans.tsv", 3)) {
+        ardo::deviceStateSet("/data_usage/plans", json::parse(c[0]));
+        ardo::deviceStateSet("/data_usage/status", std::stoi(c[1]));
         FreshFigures();
         app->RecordDataUsageInformation();
-        EXPECT_EQ(app->GotDataUsageInfo(), c.expected != nullptr) << c.plans;
-        if (c.expected != nullptr) {
-            EXPECT_EQ(Filled(), c.expected);
+        EXPECT_EQ(app->GotDataUsageInfo(), c[2] != "-") << c[0];
+        if (c[2] != "-") {
+            EXPECT_EQ(Filled(), c[2]);
         }
     }
-    ardo::deviceStateSet("/data_usage/plans", json::array({line}));
+    ardo::deviceStateSet("/faults/dua_get_data_usage_info", 1);  // the plans of the last case
     FreshFigures();
-    ardo::deviceStateSet("/faults/dua_get_data_usage_info", 1);
     app->RecordDataUsageInformation();
     EXPECT_FALSE(app->GotDataUsageInfo());
 }

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -24,53 +25,34 @@ namespace {
 
 const int kResults[] = {1, -1};
 
-std::string Sms(const std::string& plain) {
-    char* out = nullptr;
-    std::string text =
-        AesEncrypt(tola_test::kFactoryKey, plain.c_str(), &out) == 0 && out != nullptr ? out : "";
-    std::free(out);
-    return "<TOLA><" + text + ">";
-}
+using tola_test::Sms;
 
 struct Flow {
     const char* name;
     std::function<void(TOLAApp&, const std::string& portalUrl)> run;
 };
 
-// One device per run: its own root, config.xml read, agent state initialised.
-class Device {
+// One device per run: its own root, config.xml read, agent state initialised, portal URL stored.
+class Device : public tola_test::AppTest {
   public:
-    explicit Device(const json& faults) {
+    Device(const json& faults, const std::string& url) {
         if (!faults.empty()) {
             ardo::deviceStateSet("/faults", faults);
         }
+        Start();
+        Activate(url);
         root.remove("/var/lib/ardo/calls.jsonl");
-        vorn_dbg_stop();
-        vorn_dbg_start();
-        app = std::make_unique<TOLAApp>();
-        app->ReadSettings();
-        app->Agent().Initialize();
-        app->Agent().GetRuntimeConfig(app->RuntimeConfig());
     }
-    ~Device() { vorn_dbg_stop(); }
+    ~Device() override { vorn_dbg_stop(); }
+    void TestBody() override {}
 
-    void Activate(const std::string& url) {
-        tolaagent_runtime_config_t& rc = app->RuntimeConfig();
-        tola_copy_text(rc.checkInURL, url.c_str());
-        rc.checkInFlag = true;
-        app->Agent().SetRuntimeConfig(rc);
-        root.remove("/var/lib/ardo/calls.jsonl");
-    }
     // The calls of the run so far, with their results.
     std::vector<std::pair<std::string, int>> Calls() const {
         std::vector<std::pair<std::string, int>> calls;
-        std::string text = root.readFile("/var/lib/ardo/calls.jsonl");
-        for (size_t start = 0, end; start < text.size(); start = end + 1) {
-            end = std::min(text.find('\n', start), text.size());
-            json line = json::parse(text.substr(start, end - start), nullptr, false);
-            if (line.is_object()) {
-                calls.emplace_back(line.value("call", ""), line.value("result", 0));
-            }
+        std::istringstream in(root.readFile("/var/lib/ardo/calls.jsonl"));
+        for (std::string text; std::getline(in, text);) {
+            json line = json::parse(text, nullptr, false);
+            calls.emplace_back(line.value("call", ""), line.value("result", 0));
         }
         return calls;
     }
@@ -78,17 +60,14 @@ class Device {
     bool RecordReadsBack() {
         app->Agent().Uninitialize();
         app.reset();
-        std::string before = root.readFile("/var/log/tola.log");
+        size_t before = Log().size();
         TOLAAgent again;
         again.Initialize();
-        std::string log = root.readFile("/var/log/tola.log").substr(before.size());
         again.Uninitialize();
         return !root.readFile("/opt/ardo/data/tola/acl_config.xml").empty() &&
-               log.find("looks like file got corrupted") == std::string::npos;
+               Log().find("looks like file got corrupted", before) == std::string::npos;
     }
-
-    tola_test::TempRoot root;
-    std::unique_ptr<TOLAApp> app;
+    TOLAApp& App() { return *app; }
 };
 
 TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
@@ -126,9 +105,8 @@ TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
         SCOPED_TRACE(flow.name);
         std::vector<std::pair<std::string, int>> good;
         {
-            Device device(json::object());
-            device.Activate(portal.url());
-            flow.run(*device.app, portal.url());
+            Device device(json::object(), portal.url());
+            flow.run(device.App(), portal.url());
             good = device.Calls();
             std::printf("%s: %zu calls\n", flow.name, good.size());
             ASSERT_TRUE(device.RecordReadsBack());
@@ -139,14 +117,10 @@ TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
             for (int failure : kResults) {
                 SCOPED_TRACE(call + " #" + std::to_string(occurrence) + " -> " + std::to_string(failure));
                 // The calls before this one answer 0 (they succeed, changing nothing); this one fails.
-                json script = json::array();
-                for (int i = 0; i < occurrence; ++i) {
-                    script.push_back(0);
-                }
+                json script = std::vector<int>(occurrence, 0);
                 script.push_back(failure);
-                Device device(json{{call, script}});
-                device.Activate(portal.url());
-                flow.run(*device.app, portal.url());
+                Device device(json{{call, script}}, portal.url());
+                flow.run(device.App(), portal.url());
                 bool met = false;
                 for (const auto& [name, rc] : device.Calls()) {
                     met = met || (name == call && rc == failure);

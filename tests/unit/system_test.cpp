@@ -1,19 +1,35 @@
+// The simulated device's own behaviour, beyond what the conformance suite checks on every backend:
+// its state document and scripted faults, the watchdog record, the journals, the factory reset,
+// host name resolution, the debug log and the bus as the standard tools see it.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <functional>
+#include <regex>
+#include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "bus_recorder.h"
 #include "device_state.h"
 #include "http_helper.h"
 #include "maintenance_thread.h"
+#include "msgbus_handler.h"
+#include "private_bus.h"
 #include "sys_core.h"
+#include "sys_datacall.h"
 #include "sys_settings.h"
 #include "test_env.h"
+#include "vorn_dbg.h"
 #include "watchdog.h"
 #include "xmldata.h"
 
@@ -37,19 +53,14 @@ json state() {
 
 }  // namespace
 
+// Counting keep-alives is checked on every backend; here, the simulated device's own record.
 TEST(Watchdog, RegistrationAndKeepAlivesAreRecorded) {
     tola_test::TempRoot root(true);
-    ASSERT_EQ(sys_watchdogApplicationRegister("tola", 1), 0);
     ASSERT_EQ(sys_watchdogApplicationRegister("odd/na~me", 1), 0);
-    EXPECT_EQ(state()["watchdog"]["registered"]["tola"], true);
     EXPECT_EQ(state()["watchdog"]["registered"]["odd/na~me"], true);
-
     ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", 4242), 0);
-    ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", 4242), 0);
-    json s = state();
-    EXPECT_EQ(s["watchdog"]["keepalives"]["tola"], 2);
-    EXPECT_EQ(s["watchdog"]["last_keepalive"]["tola"]["pid"], 4242);
-    EXPECT_NEAR(s["watchdog"]["last_keepalive"]["tola"]["time"].get<double>(),
+    EXPECT_EQ(state()["watchdog"]["last_keepalive"]["tola"]["pid"], 4242);
+    EXPECT_NEAR(state()["watchdog"]["last_keepalive"]["tola"]["time"].get<double>(),
                 static_cast<double>(sys_time()), 5);
 
     // Keep-alives stay out of the device state file: it is neither rewritten nor replaced.
@@ -60,26 +71,21 @@ TEST(Watchdog, RegistrationAndKeepAlivesAreRecorded) {
     ASSERT_EQ(0, stat(ardo::deviceStatePath().c_str(), &after));
     EXPECT_EQ(before.st_ino, after.st_ino);
     EXPECT_EQ(before.st_mtim.tv_nsec, after.st_mtim.tv_nsec);
-    EXPECT_EQ(ardo::deviceKeepAlives()["keepalives"]["tola"], 3);
     EXPECT_EQ(state()["watchdog"]["last_keepalive"]["tola"]["pid"], 4243);
     // The record is rewritten in place: a longer predecessor's tail after the first line is not
     // part of it, and a damaged record counts from zero again.
     std::string record = root.readFile("/run/ardo/watchdog.json");
     root.writeFile("/run/ardo/watchdog.json", record + "\"tail of an older, longer record\"}\n");
-    EXPECT_EQ(ardo::deviceKeepAlives()["keepalives"]["tola"], 3);
+    EXPECT_EQ(ardo::deviceKeepAlives()["keepalives"]["tola"], 2);
     root.writeFile("/run/ardo/watchdog.json", "{\"keepalives\": ");
     ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", 4243), 0);
     EXPECT_EQ(ardo::deviceKeepAlives()["keepalives"]["tola"], 1);
 
-    ASSERT_EQ(sys_watchdogApplicationRegister("tola", 0), 0);
-    EXPECT_EQ(state()["watchdog"]["registered"]["tola"], false);
+    ASSERT_EQ(sys_watchdogApplicationRegister("odd/na~me", 0), 0);
+    EXPECT_EQ(state()["watchdog"]["registered"]["odd/na~me"], false);
     std::vector<json> calls = journal(root);
-    ASSERT_EQ(calls.size(), 3u);
-    EXPECT_EQ(calls[2]["call"], "sys_watchdogApplicationRegister");
-    EXPECT_EQ(calls[2]["args"]["reg"], 0);
-
-    EXPECT_NE(sys_watchdogApplicationRegister(nullptr, 1), 0);
-    EXPECT_NE(sys_watchdogApplicationKeepAlive(nullptr, 1), 0);
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[1]["args"]["reg"], 0);
 }
 
 TEST(Watchdog, IntervalComesFromTheDeviceStateWhenSet) {
@@ -237,4 +243,307 @@ TEST(RebootDeathTest, EndsTheProcessWhenTheDeviceStateSaysSo) {
     EXPECT_EQ(state()["power"]["reboots"], 1);
     EXPECT_EQ(state()["power"]["factory_resets"], 1);
     EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
+}
+
+TEST(DeviceState, MissingOrUnparsableDocumentGivesFactoryDefaults) {
+    tola_test::TempRoot root(true);
+    EXPECT_FALSE(root.exists("/var/lib/ardo/device.json"));
+    EXPECT_EQ(ardo::deviceStateRead(), ardo::deviceFactoryState());
+    EXPECT_TRUE(root.exists("/var/lib/ardo/device.json"));
+    root.writeFile("/var/lib/ardo/device.json", "{ not json");
+    EXPECT_EQ(ardo::deviceStateRead(), ardo::deviceFactoryState());
+}
+
+TEST(DeviceState, ConcurrentUpdatesAreNotLost) {
+    tola_test::TempRoot root(true);
+    ardo::deviceStateSet("/test/counter", 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 25; ++i) {
+                ardo::deviceStateUpdate(
+                    [](json& s) { s["test"]["counter"] = s["test"]["counter"].get<int>() + 1; });
+            }
+        });
+    }
+    for (auto& t : threads) {
+        t.join();
+    }
+    EXPECT_EQ(ardo::deviceStateValue<int>("/test/counter", -1), 100);
+}
+
+TEST(DeviceState, FaultsAreTakenInOrderThenCleared) {
+    tola_test::TempRoot root(true);
+    ardo::deviceStateSet("/faults/sys_x", json::array({7, 1}));
+    ardo::deviceStateSet("/faults/sys_always", 3);
+    int rc = 0;
+    ASSERT_TRUE(ardo::deviceTakeFault("sys_x", &rc));
+    EXPECT_EQ(rc, 7);
+    ASSERT_TRUE(ardo::deviceTakeFault("sys_x", &rc));
+    EXPECT_EQ(rc, 1);
+    EXPECT_FALSE(ardo::deviceTakeFault("sys_x", &rc));
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(ardo::deviceTakeFault("sys_always", &rc));
+        EXPECT_EQ(rc, 3);
+    }
+    EXPECT_FALSE(ardo::deviceTakeFault("sys_none", &rc));
+}
+
+// `tola-devicectl fault set` refuses a call that is not in deviceFaultCalls(): the list must name
+// every hook of the host platform (the literal names asked of deviceTakeFault, and the getters
+// and setters the settings tables generate), and nothing else.
+TEST(DeviceFaultCalls, ListsEveryHookOfTheHostPlatform) {
+    std::set<std::string> hooks;
+    const std::regex literal(R"re(deviceTakeFault\("([^"]+)")re");
+    const std::regex generated(R"(\b((?:sys|deviceui|webui)_\w+)\b)");
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::string(TOLA_SOURCE_DIR) + "/platform/host")) {
+        if (entry.path().extension() != ".cpp") {
+            continue;
+        }
+        std::string file = entry.path().stem();
+        std::string text = tola_test::readWholeFile(entry.path());
+        for (std::sregex_iterator m(text.begin(), text.end(), literal), end; m != end; ++m) {
+            hooks.insert((*m)[1]);
+        }
+        if (file == "settings") {
+            for (std::sregex_iterator m(text.begin(), text.end(), generated), end; m != end; ++m) {
+                std::string name = (*m)[1];
+                if (name.size() < 2 || name.compare(name.size() - 2, 2, "_t") != 0) {
+                    hooks.insert(name);
+                }
+            }
+            hooks.erase("sys_settings");  // the header's name
+        }
+    }
+    std::set<std::string> listed(ardo::deviceFaultCalls().begin(), ardo::deviceFaultCalls().end());
+    EXPECT_EQ(listed, hooks);
+}
+
+using tola_test::TempRoot;
+
+namespace {
+
+constexpr const char* kResolver = "/opt/ardo/tmp/router2/resolv_data_usage.conf";
+
+struct Resolved {
+    int rc;
+    std::vector<std::string> addresses;
+};
+
+Resolved Resolve(const char* host, int wanted = 20) {
+    char buffer[SYS_RESOLVE_BUFFER_SIZE];
+    std::memset(buffer, 0, sizeof buffer);
+    int count = wanted;
+    Resolved r{sys_resolveHostName(host, kResolver, "lo", "lo", 2, buffer, &count), {}};
+    for (int i = 0; i < count; ++i) {
+        r.addresses.emplace_back(buffer + i * SYS_RESOLVE_ENTRY_SIZE);
+    }
+    return r;
+}
+
+TEST(Resolve, HostsFileAnswersFirst) {
+    TempRoot root;
+    root.writeFile("/etc/hosts",
+                   "# test names\n127.0.0.1 portal.tola.test other\n::1 portal.tola.test\n"
+                   "not-an-address bad.tola.test\n10.0.0.7\tOTHER.tola.test # comment\n");
+    struct Case {
+        const char* host;
+        int wanted;
+        std::vector<std::string> addresses;
+    } cases[] = {
+        {"portal.tola.test", 20, {"127.0.0.1", "::1"}},
+        {"PORTAL.tola.test", 1, {"127.0.0.1"}},
+        {"other.tola.test", 20, {"10.0.0.7"}},
+        {"192.0.2.5", 20, {"192.0.2.5"}},
+    };
+    for (const Case& c : cases) {
+        Resolved r = Resolve(c.host, c.wanted);
+        EXPECT_EQ(r.rc, 0) << c.host;
+        EXPECT_EQ(r.addresses, c.addresses) << c.host;
+    }
+}
+
+TEST(Resolve, FailuresAreReportedNotHidden) {
+    TempRoot root;
+    root.writeFile(kResolver, "# no servers here\nsearch tola.test\nnameserver not-an-ip\n");
+    EXPECT_EQ(Resolve("unknown.tola.test").rc, 1);
+    root.writeFile(kResolver, "nameserver 127.0.0.1\n");  // nothing listens on port 53
+    Resolved r = Resolve("unknown.tola.test");
+    EXPECT_NE(r.rc, 0);
+    EXPECT_TRUE(r.addresses.empty());
+    ardo::deviceStateSet("/faults/sys_resolveHostName", 3);
+    EXPECT_EQ(Resolve("portal.tola.test").rc, 3);
+    EXPECT_EQ(Resolve("").rc, 3);
+}
+
+// Logs one line at each level under the given ARDO_LOG_LEVEL (nullptr: unset) and returns the
+// levels that reached the log, as digits.
+std::string levelsWritten(const tola_test::TempRoot& root, const char* setting) {
+    if (setting != nullptr) {
+        setenv("ARDO_LOG_LEVEL", setting, 1);
+    } else {
+        unsetenv("ARDO_LOG_LEVEL");
+    }
+    root.remove("/var/log/tola.log");
+    vorn_dbg_stop();
+    vorn_dbg_start();
+    for (int level : {3, 5, 6, 7}) {
+        vorn_dbg_log(level, "[%s]:[%s] - line at %d", "TOLA", vorn_dbg_get_level_name(level), level);
+    }
+    vorn_dbg_stop();
+    std::string log = root.readFile("/var/log/tola.log");
+    std::string written;
+    for (char level : {'3', '5', '6', '7'}) {
+        if (log.find(std::string("line at ") + level) != std::string::npos) {
+            written += level;
+        }
+    }
+    return written;
+}
+
+TEST(HostLog, LevelThresholdKeepsTheLinesAtOrBelowIt) {
+    tola_test::TempRoot root(true);
+    struct Case {
+        const char* setting;
+        const char* written;
+    } cases[] = {
+        {nullptr, "3567"}, {"7", "3567"}, {"6", "356"},   {"5", "35"},    {"3", "3"},        {"0", ""},
+        {"", "3567"},      {"8", "3567"}, {"-1", "3567"}, {"6x", "3567"}, {"debug", "3567"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.written, levelsWritten(root, c.setting)) << (c.setting ? c.setting : "(unset)");
+    }
+
+    // A dropped line is never formatted: an argument that would fault when read is harmless.
+    setenv("ARDO_LOG_LEVEL", "6", 1);
+    vorn_dbg_start();
+    vorn_dbg_log(7, "%s", reinterpret_cast<const char*>(16));
+    vorn_dbg_stop();
+
+    unsetenv("ARDO_LOG_LEVEL");
+    vorn_dbg_start();
+    vorn_dbg_stop();
+}
+
+TEST(HostLog, TheLogIsItsOwnersAloneNewOrOld) {
+    tola_test::TempRoot root(true);
+    for (bool existing : {false, true}) {
+        SCOPED_TRACE(existing);
+        vorn_dbg_stop();
+        root.remove("/var/log/tola.log");
+        if (existing) {
+            root.writeFile("/var/log/tola.log", "older lines\n");
+            chmod(root.path("/var/log/tola.log").c_str(), 0644);
+        }
+        vorn_dbg_start();
+        vorn_dbg_log(3, "[%s]:[%s] - a line", "TOLA", vorn_dbg_get_level_name(3));
+        vorn_dbg_stop();
+        struct stat st {};
+        ASSERT_EQ(stat(root.path("/var/log/tola.log").c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 0777, 0600u);
+        EXPECT_EQ(root.readFile("/var/log/tola.log").find("older lines") == 0, existing);
+    }
+}
+
+}  // namespace
+
+// Each line of the debug log starts with its time (ISO 8601 UTC, milliseconds) and then the text
+// as the agent wrote it. Under systemd (JOURNAL_STREAM) errors and notices, and only those, also
+// go to stderr with journald's level prefix.
+TEST(HostLog, LinesCarryTheirTimeAndReachTheJournalUpToNotices) {
+    tola_test::TempRoot root(true);
+    unsetenv("ARDO_LOG_LEVEL");
+    unsetenv("ARDO_LOG_STDERR");
+    setenv("JOURNAL_STREAM", "8:12345", 1);
+    root.remove("/var/log/tola.log");
+    testing::internal::CaptureStderr();
+    vorn_dbg_stop();
+    vorn_dbg_start();
+    for (int level : {3, 5, 6}) {
+        vorn_dbg_log(level, "[%s]:[%s] - line at %d", "TOLA", "f", level);
+    }
+    vorn_dbg_stop();
+    std::string mirrored = testing::internal::GetCapturedStderr();
+    unsetenv("JOURNAL_STREAM");
+    vorn_dbg_start();
+    vorn_dbg_stop();
+
+    EXPECT_EQ(mirrored, "<3>[TOLA]:[f] - line at 3\n<5>[TOLA]:[f] - line at 5\n");
+    std::string log = root.readFile("/var/log/tola.log");
+    const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[TOLA\]:\[f\] - line at (\d)\n)");
+    std::string levels;
+    for (std::sregex_iterator m(log.begin(), log.end(), line), end; m != end; ++m) {
+        levels += (*m)[1];
+    }
+    EXPECT_EQ(levels, "356") << log;
+}
+
+namespace {
+
+using Recorder = tola_test::BusRecorder;
+
+class MsgbusTest : public ::testing::Test {
+  protected:
+    // A handler with the recorder as callback, subscribed to channels.
+    void subscribe(MsgbusHandler& handler, std::initializer_list<const char*> channels) {
+        ASSERT_EQ(handler.Initialize(), 0);
+        for (const char* channel : channels) {
+            ASSERT_EQ(handler.RegisterForChannelSubscription(channel, true), 0) << channel;
+        }
+    }
+
+    tola_test::TempRoot root{true};
+    tola_test::PrivateBus bus;
+    Recorder rec;
+};
+
+}  // namespace
+
+TEST_F(MsgbusTest, StandardToolsInjectAndOddSignalsAreIgnored) {
+    MsgbusHandler subscriber(&rec);
+    // Not the SMS channel: busctl leaves the bus before the receiver can ask for its user.
+    subscribe(subscriber, {"any.text", "modem2.time_change"});
+    std::string busctl = "busctl --address='" + bus.address() + "' emit ";
+    std::string emit = busctl + "/com/ardo/Msgbus com.ardo.Msgbus1 Notify ";
+    // A variant kind that is not ours, a wrong signature and a wrong path: all dropped.
+    for (const std::string& args :
+         {emit + "sv any.text u 7", emit + "ss any.text x",
+          busctl + "/other com.ardo.Msgbus1 Notify sv any.text s wrongpath",
+          emit + "sv modem2.time_change ay 2 1 2", emit + "sv any.text s '<TOLA><x>'"}) {
+        ASSERT_EQ(std::system(args.c_str()), 0) << args;
+    }
+    // Separate tool runs are separate connections: wait for both rather than rely on order.
+    ASSERT_TRUE(rec.waitFor("any.text"));
+    ASSERT_TRUE(rec.waitFor("modem2.time_change"));
+    std::vector<std::string> got = rec.received();
+    std::sort(got.begin(), got.end());
+    EXPECT_EQ(got, (std::vector<std::string>{"any.text=str:<TOLA><x>", "modem2.time_change=bin:0102"}));
+}
+
+TEST_F(MsgbusTest, RefusesUnreachableBusesAndWhatDBusCannotCarry) {
+    {
+        tola_test::PrivateBus restoresTheAddress;
+        for (const char* address :
+             {"unix:path=/nonexistent/tola/bus", "tcp:host=127.0.0.1,port=1", "garbage"}) {
+            SCOPED_TRACE(address);
+            setenv("ARDO_BUS_ADDRESS", address, 1);
+            MsgbusHandler handler;
+            EXPECT_NE(handler.Initialize(), 0);
+            EXPECT_NE(handler.PublishData("x", 1), 0);
+            EXPECT_NE(handler.RegisterForChannelSubscription("x", true), 0);
+        }
+    }
+    MsgbusHandler handler;
+    ASSERT_EQ(handler.Initialize(), 0);
+    // What D-Bus cannot carry: a quote in a match rule, a text that is not UTF-8.
+    EXPECT_NE(handler.RegisterForChannelSubscription("it's", true), 0);
+    EXPECT_NE(handler.PublishData("x", std::string("\xff\xfe")), 0);
+
+    // Scripted faults come first.
+    ardo::deviceStateSet("/faults/MsgbusHandler::PublishData", ardo::json::array({4}));
+    ardo::deviceStateSet("/faults/MsgbusHandler::RegisterForChannelSubscription", ardo::json::array({5}));
+    EXPECT_EQ(handler.PublishData("x", 1), 4);
+    EXPECT_EQ(handler.RegisterForChannelSubscription("x", true), 5);
+    EXPECT_EQ(handler.PublishData("x", 1), 0);
 }
