@@ -97,7 +97,7 @@ TEST_F(LinuxBackendTest, RegistrationAndOperatorGiveRoamingAndCarrier) {
 }
 
 TEST(LinuxNetworkTime, ParsesModemManagerTimes) {
-    for (const std::vector<std::string>& c : caseRows("linux_network_times.tsv")) {
+    for (const std::vector<std::string>& c : tola_test::readCases("linux_network_times.tsv", 2)) {
         time_t seconds = 0;
         bool ok = ardo_linux::parseNetworkTime(c[0], &seconds);
         EXPECT_EQ(ok ? std::to_string(seconds) : "refused", c[1]) << c[0];

@@ -225,7 +225,7 @@ TEST_F(GetterTest, KnownDevicesAreCopiedUpToTheCapacityAndForgottenByAnySpelling
 }
 
 TEST_F(GetterTest, DhcpEndAddressStaysInsideTheNetwork) {
-    for (const std::vector<std::string>& c : caseRows("platform_dhcp_end.tsv")) {
+    for (const std::vector<std::string>& c : tola_test::readCases("platform_dhcp_end.tsv", 4)) {
         char end[SYS_IP_TEXT_SIZE] = "unchanged";
         int rc = GetDhcpEndAddress(c[0].c_str(), c[1].c_str(), std::stoi(c[2]), end, sizeof end);
         EXPECT_EQ(rc == 0 ? std::string(end) : "refused", c[3]) << c[0] << " +" << c[2];

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "app_fixture.h"
-#include "case_file.h"
+#include "case_rows.h"
 
 namespace {
 

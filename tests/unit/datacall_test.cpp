@@ -5,7 +5,7 @@
 #include <tuple>
 
 #include "app_fixture.h"
-#include "case_file.h"
+#include "case_rows.h"
 #include "sys_device.h"
 
 using ardo::json;

@@ -7,7 +7,7 @@
 #include <tuple>
 
 #include "app_fixture.h"
-#include "case_file.h"
+#include "case_rows.h"
 
 using ardo::json;
 using tola_test::AppTest;

@@ -3,7 +3,7 @@
 
 #include "app_fixture.h"
 #include "canned_http.h"
-#include "case_file.h"
+#include "case_rows.h"
 #include "tola_json_parser.h"
 
 using ardo::json;

@@ -8,7 +8,7 @@
 
 #include "app_fixture.h"
 #include "canned_http.h"
-#include "case_file.h"
+#include "case_rows.h"
 #include "device_state.h"
 
 using ardo::json;

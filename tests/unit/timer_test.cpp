@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "app_fixture.h"
-#include "case_file.h"
+#include "case_rows.h"
 #include "device_state.h"
 #include "private_bus.h"
 #include "sys_core.h"
