@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <regex>
 #include <string>
@@ -18,28 +20,58 @@
 #include "test_env.h"
 #include "tola_agent.h"
 
+#define EXPECT_HAS(text, part) EXPECT_NE((text).find(part), std::string::npos) << (part) << " in:\n" << (text)
+#define EXPECT_LACKS(text, part) \
+    EXPECT_EQ((text).find(part), std::string::npos) << (part) << " in:\n" << (text)
+
 namespace tola_test {
 
-const std::string kAgentBinary = std::string(TOLA_BIN_DIR) + "/tola_agent";
-const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
+using ardo::json;
 
-// tola-devicectl's standard output for the arguments and standard input; its exit status in
-// *status.
-inline std::string Devicectl(const std::string& args, const std::string& input = "/dev/null",
-                             int* status = nullptr) {
-    std::string command =
-        "'" + std::string(TOLA_BIN_DIR) + "/tola-devicectl' " + args + " < '" + input + "' 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    std::string out;
+const std::string kBin = std::string(TOLA_BIN_DIR) + "/";
+const std::string kAgentBinary = kBin + "tola_agent";
+const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
+const std::string kLogFile = "/var/log/tola.log";
+const std::string kImei = "356938035643809";
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+
+// Runs a shell command line; its exit status, standard output and standard error.
+inline Outcome Shell(const std::string& command) {
+    char errFile[] = "/tmp/tola-e2e-err-XXXXXX";
+    close(mkstemp(errFile));
+    FILE* pipe = popen((command + " 2>" + errFile).c_str(), "r");
+    Outcome run{-1, "", ""};
     char buffer[4096];
     for (size_t n; pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        out.append(buffer, n);
+        run.out.append(buffer, n);
     }
     int rc = pipe != nullptr ? pclose(pipe) : -1;
+    run.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    run.err = readWholeFile(errFile);
+    unlink(errFile);
+    return run;
+}
+
+// tola-devicectl's standard output for the arguments (shell words) and standard input.
+inline std::string Devicectl(const std::string& args, const std::string& input = "/dev/null",
+                             int* status = nullptr) {
+    Outcome run = Shell("'" + kBin + "tola-devicectl' " + args + " < '" + input + "'");
     if (status != nullptr) {
-        *status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+        *status = run.status;
     }
-    return out;
+    return run.out;
+}
+
+inline size_t Count(const std::string& text, const std::string& what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+        ++n;
+    }
+    return n;
 }
 
 // Stores the runtime record with the portal URL, key and check-in flag, as an earlier run of the
@@ -60,7 +92,11 @@ inline void StoreRecord(const std::string& url, bool checkIn, const std::string&
 
 class E2ETest : public ::testing::Test {
   protected:
-    // Starts tola-portal, over HTTP and HTTPS or over HTTP alone.
+    void SetUp() override { unsetenv("ARDO_CA_FILE"); }
+    void TearDown() override { unsetenv("ARDO_CA_FILE"); }
+
+    // Starts tola-portal, over HTTP and HTTPS (its certificate trusted by the agent) or over
+    // HTTP alone.
     void StartPortal(bool https) {
         portalOut = root.dir() + "/portal.out";
         std::vector<std::string> args = {"--dir", root.dir() + "/portal", "--no-https"};
@@ -69,14 +105,16 @@ class E2ETest : public ::testing::Test {
             args.back() = "--scenario";
             args.push_back(root.path("/scenario.json"));
         }
-        portal = std::make_unique<ChildProcess>(std::string(TOLA_BIN_DIR) + "/tola-portal", args, portalOut);
+        portal = std::make_unique<ChildProcess>(kBin + "tola-portal", args, portalOut);
         ASSERT_TRUE(waitForText(portalOut, "ready "));
         std::smatch m;
         std::string text = readWholeFile(portalOut);
         ASSERT_TRUE(std::regex_search(text, m, std::regex("http=(\\d+)(?: https=(\\d+) ca=(\\S+))?")));
         portalUrl = "http://127.0.0.1:" + m[1].str();
-        httpsPort = m[2];
-        caFile = m[3];
+        httpsUrl = "https://portal.tola.test:" + m[2].str();
+        if (https) {
+            setenv("ARDO_CA_FILE", m[3].str().c_str(), 1);
+        }
     }
     // A request to the portal's admin interface; its answer.
     std::string Admin(const std::string& path, const std::string& body, int* status = nullptr) {
@@ -91,29 +129,53 @@ class E2ETest : public ::testing::Test {
         return answer;
     }
     // Everything the portal received, oldest first.
-    ardo::json Received() {
-        ardo::json j = ardo::json::parse(Admin("/admin/received", ""), nullptr, false);
-        return j.is_array() ? j : ardo::json::array();
+    json Received() {
+        json j = json::parse(Admin("/admin/received", ""), nullptr, false);
+        return j.is_array() ? j : json::array();
+    }
+    // The answers the portal holds for a device.
+    int Queued(const std::string& imei) {
+        json devices = json::parse(Admin("/admin/devices", ""), nullptr, false);
+        return devices.contains(imei) ? devices[imei].value("queued", -1) : 0;
     }
 
-    void StartAgent() {
+    // Starts the agent; with starts, waits for the log's starts-th start line.
+    void StartAgent(size_t starts = 0) {
         agentOut = root.dir() + "/agent.out";
         agent = std::make_unique<ChildProcess>(kAgentBinary, std::vector<std::string>{}, agentOut);
+        if (starts > 0) {
+            ASSERT_TRUE(WaitForLog("TOLA started", starts, 20000)) << readWholeFile(agentOut);
+        }
     }
     void StopAgent() {
         agent->signal(SIGTERM);
-        int status = -1;
-        EXPECT_TRUE(agent->waitForExit(status, 10000)) << status << readWholeFile(agentOut);
-        agent.reset();
+        EXPECT_EQ(AgentEnds(10000), 0);
     }
-    std::string Log() const { return root.readFile("/var/log/tola.log"); }
+    // Waits for the agent to end (on a stop, or a reboot); its exit status.
+    int AgentEnds(int timeoutMs = 30000) {
+        int status = -1;
+        EXPECT_TRUE(agent->waitForExit(status, timeoutMs)) << status << readWholeFile(agentOut);
+        agent.reset();
+        return status;
+    }
+    // Waits until the agent's log holds the text count times.
+    bool WaitForLog(const std::string& text, size_t count = 1, int timeoutMs = 10000) {
+        for (int waited = 0; Count(Log(), text) < count; waited += 10) {
+            if (waited >= timeoutMs) {
+                return false;
+            }
+            usleep(10000);
+        }
+        return true;
+    }
+    std::string Log() const { return root.readFile(kLogFile); }
     std::string Acl() const { return root.readFile(kAclFile); }
 
     TempRoot root;
     PrivateBus bus;
     std::unique_ptr<ChildProcess> portal;
     std::unique_ptr<ChildProcess> agent;
-    std::string portalOut, agentOut, portalUrl, httpsPort, caFile;
+    std::string portalOut, agentOut, portalUrl, httpsUrl;
 };
 
 }  // namespace tola_test
