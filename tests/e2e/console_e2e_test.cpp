@@ -4,18 +4,12 @@
 #include <fcntl.h>
 #include <poll.h>
 
-#include <chrono>
 #include <fstream>
 
 #include "e2e_fixture.h"
 
 namespace tola_test {
 namespace {
-
-long long NowMs() {
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
-}
 
 // A headless Chromium driven over the DevTools protocol on a pipe (--remote-debugging-pipe):
 // JSON commands separated by NUL bytes on file descriptors 3 (to the browser) and 4 (from it).
@@ -29,35 +23,22 @@ class HeadlessBrowser {
         return access(path.c_str(), X_OK) == 0 ? path : "";
     }
 
-    explicit HeadlessBrowser(const std::string& workDir) {
+    explicit HeadlessBrowser(const std::string& dir) {
         int to[2], from[2];
         if (pipe2(to, O_CLOEXEC) != 0 || pipe2(from, O_CLOEXEC) != 0) {
             return;
         }
-        std::vector<std::string> args = {Find(),
-                                         "--headless=new",
-                                         "--no-sandbox" /* tests may run as root */,
-                                         "--disable-gpu",
-                                         "--no-first-run",
-                                         "--disable-extensions",
-                                         "--remote-debugging-pipe",
-                                         "--window-size=1200,900",
-                                         "--user-data-dir=" + workDir + "/profile",
-                                         "about:blank"};
-        std::vector<char*> argv;
-        for (std::string& a : args) {
-            argv.push_back(a.data());
-        }
-        argv.push_back(nullptr);
-        mPid = fork();
-        if (mPid == 0) {
+        // --no-sandbox: tests may run as root.
+        std::string command =
+            "exec '" + Find() +
+            "' --headless=new --no-sandbox --disable-gpu --no-first-run --disable-extensions "
+            "--remote-debugging-pipe --window-size=1200,900 --user-data-dir='" +
+            dir + "' about:blank > '" + dir + ".log' 2>&1";
+        if ((mPid = fork()) == 0) {
             setpgid(0, 0);  // the browser's helpers end with it (see the destructor)
             dup2(to[0], 3);
             dup2(from[1], 4);
-            int log = open((workDir + ".log").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            dup2(log, STDOUT_FILENO);
-            dup2(log, STDERR_FILENO);
-            execv(argv[0], argv.data());
+            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
             _exit(127);
         }
         close(to[0]);
@@ -65,22 +46,21 @@ class HeadlessBrowser {
         mToBrowser = to[1];
         mFromBrowser = from[0];
         json target = Call("Target.createTarget", {{"url", "about:blank"}}, false, 30000);
-        json attached = Call("Target.attachToTarget",
-                             {{"targetId", target.value("targetId", "")}, {"flatten", true}}, false);
-        mSession = attached.value("sessionId", "");
+        mSession = Call("Target.attachToTarget",
+                        {{"targetId", target.value("targetId", "")}, {"flatten", true}}, false)
+                       .value("sessionId", "");
         Call("Page.enable", json::object());
-        mWhy += mSession.empty() ? " (see " + workDir + ".log)" : "";
+        mWhy += mSession.empty() ? " (see " + dir + ".log)" : "";
     }
     ~HeadlessBrowser() {
-        if (mPid > 0) {
-            Call("Browser.close", json::object(), false, 5000);
-            for (long long end = NowMs() + 5000; mPid > 0 && NowMs() < end; usleep(50 * 1000)) {
-                mPid = waitpid(mPid, nullptr, WNOHANG) == mPid ? -1 : mPid;
-            }
-            if (mPid > 0) {
-                kill(-mPid, SIGKILL);  // its own process group, made at start
-                waitpid(mPid, nullptr, 0);
-            }
+        Call("Browser.close", json::object(), false, 5000);
+        int i = 0;
+        for (; mPid > 0 && i < 100 && waitpid(mPid, nullptr, WNOHANG) == 0; ++i) {
+            usleep(50 * 1000);
+        }
+        if (mPid > 0 && i == 100) {
+            kill(-mPid, SIGKILL);  // its own process group, made at start
+            waitpid(mPid, nullptr, 0);
         }
         close(mToBrowser);
         close(mFromBrowser);
@@ -99,7 +79,7 @@ class HeadlessBrowser {
     }
     // Waits until the expression is truthy.
     bool WaitFor(const std::string& expression) {
-        for (long long end = NowMs() + 10000; NowMs() < end; usleep(100 * 1000)) {
+        for (int i = 0; i < 100; ++i, usleep(100 * 1000)) {
             if (Eval("!!(" + expression + ")") == true) {
                 return true;
             }
@@ -111,27 +91,23 @@ class HeadlessBrowser {
     // old page is marked before, the new one has no mark.
     bool NavigateBy(const std::string& script) {
         Eval("window.__oldPage = true");
-        if (Eval("(function () { " + script + "; return true; })()").is_null()) {
-            mWhy = "the script failed: " + script;
-            return false;
-        }
-        return WaitFor("window.__oldPage === undefined && document.readyState === 'complete'");
+        mWhy = "the script failed: " + script;
+        return !Eval("(function () { " + script + "; return true; })()").is_null() &&
+               WaitFor("window.__oldPage === undefined && document.readyState === 'complete'");
     }
     bool Navigate(const std::string& url) { return NavigateBy("location.href = " + json(url).dump()); }
     // Picks file for the <input type=file> that selector names, as a user would.
     bool PickFile(const std::string& selector, const std::string& file) {
-        json node = Call("Runtime.evaluate",
-                         {{"expression", "document.querySelector(" + json(selector).dump() + ")"}});
+        json node = Call("Runtime.evaluate", {{"expression", "document.querySelector('" + selector + "')"}});
         return node.is_object() && node["result"].contains("objectId") &&
                !Call("DOM.setFileInputFiles", {{"files", {file}}, {"objectId", node["result"]["objectId"]}})
                     .is_null();
     }
     // Saves the page as a PNG (docs/console.png is one).
-    bool Screenshot(const std::string& pngPath) {
-        json shot = Call("Page.captureScreenshot", {{"format", "png"}, {"captureBeyondViewport", true}});
-        std::ofstream(pngPath + ".b64") << shot.value("data", "");
-        return std::system(("base64 -d '" + pngPath + ".b64' > '" + pngPath + "' && rm '" + pngPath + ".b64'")
-                               .c_str()) == 0;
+    bool Screenshot(const std::string& png) {
+        std::ofstream(png + ".b64") << Call("Page.captureScreenshot", {{"format", "png"}}).value("data", "");
+        return std::system(("base64 -d '" + png + ".b64' > '" + png + "' && rm '" + png + ".b64'").c_str()) ==
+               0;
     }
 
   private:
@@ -148,7 +124,7 @@ class HeadlessBrowser {
             mWhy = method + ": the browser's pipe is closed";
             return nullptr;
         }
-        for (long long end = NowMs() + timeoutMs;;) {
+        for (;;) {
             for (size_t nul; (nul = mBuffer.find('\0')) != std::string::npos;) {
                 json message = json::parse(mBuffer.substr(0, nul), nullptr, false);
                 mBuffer.erase(0, nul + 1);
@@ -159,9 +135,8 @@ class HeadlessBrowser {
             }
             char chunk[65536];
             struct pollfd p = {mFromBrowser, POLLIN, 0};
-            ssize_t n = 0;
-            if (end <= NowMs() || poll(&p, 1, static_cast<int>(end - NowMs())) <= 0 ||
-                (n = read(mFromBrowser, chunk, sizeof chunk)) <= 0) {
+            ssize_t n = poll(&p, 1, timeoutMs) > 0 ? read(mFromBrowser, chunk, sizeof chunk) : 0;
+            if (n <= 0) {
                 mWhy = method + ": no answer from the browser";
                 return nullptr;
             }
