@@ -37,32 +37,22 @@ class PortalE2E : public E2ETest {
     std::string Exchange(const std::string& head, const std::string& body, bool expectContinue = false) {
         int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in addr{AF_INET,
-                         htons(static_cast<uint16_t>(std::stoi(portalUrl.substr(portalUrl.rfind(':') + 1)))),
+                         htons(static_cast<uint16_t>(std::stoi(portalUrl.substr(17)))),
                          {htonl(INADDR_LOOPBACK)},
                          {}};
         timeval timeout{5, 0};
         setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-        std::string answer, out = head + "\r\nConnection: close\r\n\r\n";
-        char chunk[4096];
-        if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-            out.clear();
-        } else if (expectContinue) {
-            send(fd, out.data(), out.size(), MSG_NOSIGNAL);
-            ssize_t n = recv(fd, chunk, sizeof chunk, 0);
-            answer.assign(chunk, n > 0 ? static_cast<size_t>(n) : 0);
-            out.clear();
-            if (answer.rfind("HTTP/1.1 100", 0) != 0) {
-                close(fd);
-                return answer;  // refused before the body
-            }
-            answer.clear();
+        std::string answer, request = head + "\r\nConnection: close\r\n\r\n" + (expectContinue ? "" : body);
+        char chunk[65536];
+        connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+        send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+        ssize_t n = expectContinue ? recv(fd, chunk, sizeof chunk, 0) : 0;
+        if (expectContinue && std::string(chunk, n > 0 ? n : 0).rfind("HTTP/1.1 100", 0) != 0) {
+            close(fd);
+            return std::string(chunk, n > 0 ? n : 0);  // refused before the body
         }
-        out += body;
-        for (size_t done = 0; done < out.size();) {
-            ssize_t n = send(fd, out.data() + done, out.size() - done, MSG_NOSIGNAL);
-            done = n > 0 ? done + static_cast<size_t>(n) : out.size();
-        }
-        for (ssize_t n; (n = recv(fd, chunk, sizeof chunk, 0)) > 0;) {
+        send(fd, body.data(), expectContinue ? body.size() : 0, MSG_NOSIGNAL);
+        while ((n = recv(fd, chunk, sizeof chunk, 0)) > 0) {
             answer.append(chunk, static_cast<size_t>(n));
         }
         close(fd);
@@ -73,7 +63,7 @@ class PortalE2E : public E2ETest {
 // Two portals on one port would split the devices between them: the second one refuses to start.
 TEST_F(PortalE2E, PortInUseIsRefused) {
     StartPortal(false);
-    std::string port = portalUrl.substr(portalUrl.rfind(':') + 1);
+    std::string port = portalUrl.substr(17);
     Outcome run = Shell("timeout 10 '" + kBin + "tola-portal' --no-https --dir '" + root.dir() +
                         "/second' --http-port " + port);
     EXPECT_EQ(run.status, 1);

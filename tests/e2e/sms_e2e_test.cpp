@@ -62,12 +62,9 @@ TEST_F(SmsE2E, OnlyRootReachesTheAgentOnASystemBus) {
         root.remove(kLogFile);
         StoreRecord("", false, "old-key");
         StartAgent(1);
-        ASSERT_NE(std::system(("setpriv --reuid=nobody --regid=nogroup --clear-groups busctl --address='" +
-                               systemBus.address() +
-                               "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv sms.msg.tola s '<TOLA><" +
-                               body + ">' 2>/dev/null")
-                                  .c_str()),
-                  -1);
+        Shell("setpriv --reuid=nobody --regid=nogroup --clear-groups busctl --address='" +
+              systemBus.address() +
+              "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv sms.msg.tola s '<TOLA><" + body + ">'");
         // Root's command, sent after it: once it is stored, the other one has been dealt with.
         ASSERT_EQ(Sms("send --key old-key '<101>root-key'"), 0);
         ASSERT_TRUE(WaitForAcl("<PayloadEncryptionKey>root-key</PayloadEncryptionKey>")) << Log();
