@@ -128,8 +128,9 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
         EXPECT_HAS(Acl(), std::string("<Name>WiFiSSID</Name>\n<DisplayEnabled>True</DisplayEnabled>\n") +
                               "<WriteEnabled>" + (c.accepted ? "False" : "True") +
                               "</WriteEnabled>\n</ACE>\n</ACL>");
-        EXPECT_EQ(Devicectl("acl"), std::string("header: 1\ncount: 1\n0 name=WiFiSSID display=1 write=") +
-                                        (c.accepted ? "0\n" : "1\n"));
+        EXPECT_EQ(Shell(kCtl + "acl").out,
+                  std::string("header: 1\ncount: 1\n0 name=WiFiSSID display=1 write=") +
+                      (c.accepted ? "0\n" : "1\n"));
         std::string journal = root.readFile("/var/lib/ardo/calls.jsonl");
         for (const char* call : {"ardo.tola.acl", "sys_setSambaFolderSettings"}) {
             EXPECT_EQ(journal.find(call) != std::string::npos, c.accepted) << call;
@@ -211,7 +212,7 @@ TEST_F(CheckInE2E, DeeplyNestedAnswerCostsNoLastingMemory) {
     };
     ASSERT_TRUE(WaitForLog("Success no new configuration follows"));
     long before = rssKb();
-    ASSERT_FALSE(Devicectl("sms send '<103>'").empty());
+    ASSERT_EQ(Shell(kCtl + "sms send '<103>'").status, 0);
     ASSERT_TRUE(WaitForLog("Failed to parse Check-in Response", 1, 20000));
     for (int i = 0; i < 400 && server.bodies().size() < 3; ++i) {
         usleep(25 * 1000);

@@ -21,7 +21,7 @@ TEST(CliE2E, CasesFromTheTable) {
     const std::string docs = std::string(TOLA_SOURCE_DIR) + "/tests/corpus/e2e";
     for (std::vector<std::string> fields : ReadCases("cli_cases.tsv")) {
         fields.resize(4);
-        std::string command = Replace(fields[0], "@CTL@", "'" + kBin + "tola-devicectl'");
+        std::string command = Replace(fields[0], "@CTL@", kCtl);
         command = Replace(command, "@AGENT@", "'" + kAgentBinary + "'");
         command = Replace(command, "@PORTAL@", "timeout 10 '" + kBin + "tola-portal'");  // if it starts
         command = Replace(Replace(command, "@ROOT@", root.dir()), "@DOCS@", docs);
@@ -37,7 +37,7 @@ TEST(CliE2E, CasesFromTheTable) {
     }
     // status reads the agent's record: the flag, the URL and the key in use, masked.
     StoreRecord("https://127.0.0.1:8443/", true, "fleet-key-0042");
-    std::string status = Devicectl("status");
+    std::string status = Shell(kCtl + "status").out;
     EXPECT_HAS(status, "check-in flag   true\n");
     EXPECT_HAS(status, "check-in URL    https://127.0.0.1:8443/\n");
     EXPECT_HAS(status, "key in use      fle...42 (14 characters)");

@@ -31,6 +31,7 @@ using ardo::json;
 
 const std::string kBin = std::string(TOLA_BIN_DIR) + "/";
 const std::string kAgentBinary = kBin + "tola_agent";
+const std::string kCtl = "'" + kBin + "tola-devicectl' ";
 const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
 const std::string kLogFile = "/var/log/tola.log";
 const std::string kImei = "356938035643809";
@@ -45,7 +46,7 @@ inline Outcome Shell(const std::string& command) {
     char errFile[] = "/tmp/tola-e2e-err-XXXXXX";
     close(mkstemp(errFile));
     FILE* pipe = popen((command + " 2>" + errFile).c_str(), "r");
-    Outcome run{-1, "", ""};
+    Outcome run{-1, "", ""};  // status, out, err
     char buffer[4096];
     for (size_t n; pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
         run.out.append(buffer, n);
@@ -55,16 +56,6 @@ inline Outcome Shell(const std::string& command) {
     run.err = readWholeFile(errFile);
     unlink(errFile);
     return run;
-}
-
-// tola-devicectl's standard output for the arguments (shell words) and standard input.
-inline std::string Devicectl(const std::string& args, const std::string& input = "/dev/null",
-                             int* status = nullptr) {
-    Outcome run = Shell("'" + kBin + "tola-devicectl' " + args + " < '" + input + "'");
-    if (status != nullptr) {
-        *status = run.status;
-    }
-    return run.out;
 }
 
 inline size_t Count(const std::string& text, const std::string& what) {

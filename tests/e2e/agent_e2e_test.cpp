@@ -1,23 +1,71 @@
-// SMS commands end to end: tola-devicectl publishes on the private bus, the real agent acts, the
-// real portal answers the check-ins and the key-and-URL exchange.
+// The real tola_agent on a simulated device with a private bus: the quit signals, a failed start,
+// the shared list it leaves to tola-devicectl, and SMS commands end to end (tola-devicectl publishes
+// on the bus, the agent acts, the real portal answers the check-ins and the key-and-URL exchange).
 #include "e2e_fixture.h"
 
 namespace tola_test {
 namespace {
 
+using AgentSpineE2E = E2ETest;
+
+TEST_F(AgentSpineE2E, QuitSignalsRunTheStopSequence) {
+    size_t runs = 0;
+    for (int sig : {SIGTERM, SIGINT}) {
+        SCOPED_TRACE(sig);
+        StartAgent(++runs);
+        EXPECT_TRUE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", false));
+        agent->signal(sig);
+        EXPECT_EQ(AgentEnds(10000), 0);
+        EXPECT_EQ(Count(Log(), "End TOLA Agent"), runs);
+        EXPECT_FALSE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
+        EXPECT_EQ(0, ardo::deviceStateValue<int>("/sdk/sessions", -1));
+        EXPECT_TRUE(root.exists(kAclFile));
+    }
+}
+
+TEST_F(AgentSpineE2E, FailedStartStillEndsWithStatusZero) {
+    setenv("ARDO_LOG_STDERR", "1", 1);
+    root.remove("/opt/ardo/etc/tola/config.xml");
+    StartAgent();
+    std::string out = agentOut;
+    EXPECT_EQ(AgentEnds(10000), 0);
+    unsetenv("ARDO_LOG_STDERR");
+    EXPECT_HAS(readWholeFile(out), "Failed to read settings for agent");
+    EXPECT_HAS(readWholeFile(out), "End TOLA Agent");
+    EXPECT_LACKS(readWholeFile(out), "TOLA started");
+}
+
+TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
+    auto ace = [](const std::string& name, const char* display, const char* write) {
+        return "<ACE><Name>" + name + "</Name><DisplayEnabled>" + display +
+               "</DisplayEnabled><WriteEnabled>" + write + "</WriteEnabled></ACE>";
+    };
+    root.writeFile(kAclFile, "<ACLConfig><TOLA/><ACL>" + ace("WiFiSSID", "True", "False") +
+                                 ace(std::string(120, 'n'), "False", "True") + "</ACL></ACLConfig>");
+    StartAgent(1);
+    StopAgent();
+    // The segment outlives the agent, as on the device.
+    Outcome acl = Shell(kCtl + "acl");
+    EXPECT_EQ(acl.out, "header: 1\ncount: 2\n0 name=WiFiSSID display=1 write=0\n1 name=" +
+                           std::string(100, 'n') + " display=0 write=1\n");
+    EXPECT_EQ(0, acl.status);
+}
+
 class SmsE2E : public E2ETest {
   protected:
     // Runs tola-devicectl sms ARGS; its exit status.
-    int Sms(const std::string& args) {
-        int status = -1;
-        Devicectl("sms " + args, "/dev/null", &status);
-        return status;
-    }
+    int Sms(const std::string& args) { return Shell(kCtl + "sms " + args).status; }
     bool WaitForAcl(const std::string& text) { return waitForText(root.path(kAclFile), text); }
 };
 
 TEST_F(SmsE2E, CommandsOnTheBusChangeTheStoredRecord) {
+    StartPortal(false);
     StartAgent(1);
+    // A new URL leads to a check-in there.
+    ASSERT_EQ(Sms("send '<102>" + portalUrl + "'"), 0);
+    ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << Log();
+    EXPECT_HAS(Acl(), "<CheckInFlag>true</CheckInFlag>");
+    ASSERT_TRUE(WaitForAcl("<LastCommand>1</LastCommand>"));
     ASSERT_EQ(Sms("send '<101>key-by-sms'"), 0);
     EXPECT_TRUE(WaitForAcl("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>")) << Log();
     // Under the new key; then a malformed one: refused. Then texts the record file cannot hold:
@@ -33,7 +81,7 @@ TEST_F(SmsE2E, CommandsOnTheBusChangeTheStoredRecord) {
     StartAgent(2);
     EXPECT_LACKS(Log(), "looks like file got corrupted");
     EXPECT_HAS(Acl(), "<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>");
-    EXPECT_HAS(Acl(), "<CheckInURL></CheckInURL>");
+    EXPECT_HAS(Acl(), "<CheckInURL>" + portalUrl + "</CheckInURL>");
     StopAgent();
 }
 
@@ -53,7 +101,7 @@ TEST_F(SmsE2E, OnlyRootReachesTheAgentOnASystemBus) {
     std::string config = root.readFile("/opt/ardo/etc/tola/config.xml");
     ASSERT_TRUE(std::regex_search(config, key, std::regex("<BaseEncryptionKey>([^<]*)<")));
     root.writeFile("/plain", "<101>stolen-key");
-    std::string body = Devicectl("encrypt --key '" + key[1].str() + "'", root.path("/plain"));
+    std::string body = Shell(kCtl + "encrypt --key '" + key[1].str() + "' < " + root.path("/plain")).out;
     body.erase(body.find_last_not_of("\n") + 1);
     ASSERT_FALSE(body.empty());
     for (const Case& c : cases) {
@@ -73,16 +121,6 @@ TEST_F(SmsE2E, OnlyRootReachesTheAgentOnASystemBus) {
         EXPECT_EQ(Log().find("Dropped a message on sms.msg.tola") == std::string::npos, c.busRefuses)
             << Log();
     }
-}
-
-TEST_F(SmsE2E, NewUrlLeadsToACheckInThere) {
-    StartPortal(false);
-    StartAgent(1);
-    ASSERT_EQ(Sms("send '<102>" + portalUrl + "'"), 0);
-    ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << Log();
-    EXPECT_HAS(Acl(), "<CheckInURL>" + portalUrl + "</CheckInURL>");
-    EXPECT_HAS(Acl(), "<CheckInFlag>true</CheckInFlag>");
-    StopAgent();
 }
 
 TEST_F(SmsE2E, KeyAndUrlProvisionAFreshDevice) {
