@@ -95,6 +95,10 @@ class HeadlessBrowser {
         return !Eval("(function () { " + script + "; return true; })()").is_null() &&
                WaitFor("window.__oldPage === undefined && document.readyState === 'complete'");
     }
+    std::string Text(const std::string& selector) {
+        json text = Eval("document.querySelector(\"" + selector + "\").textContent");
+        return text.is_string() ? text.get<std::string>() : "";
+    }
     bool Navigate(const std::string& url) { return NavigateBy("location.href = " + json(url).dump()); }
     // Picks file for the <input type=file> that selector names, as a user would.
     bool PickFile(const std::string& selector, const std::string& file) {
@@ -183,7 +187,7 @@ TEST_F(ConsoleE2E, DocumentQueuedInTheBrowserIsConfirmedInTheTimeline) {
     HeadlessBrowser browser(root.dir() + "/browser");
     ASSERT_TRUE(browser.ok()) << browser.why();
     ASSERT_TRUE(browser.Navigate(portalUrl + "/")) << browser.why();
-    EXPECT_EQ(browser.Eval("document.querySelector('#devices td:nth-child(4)').textContent"), "1");
+    EXPECT_EQ(browser.Text("#devices td:nth-child(4)"), "1");
     ASSERT_TRUE(browser.NavigateBy("document.querySelector('#devices a').click()")) << browser.why();
     EXPECT_EQ(browser.Eval("document.getElementById('f-imei').value"), kImei);
 
@@ -193,10 +197,8 @@ TEST_F(ConsoleE2E, DocumentQueuedInTheBrowserIsConfirmedInTheTimeline) {
     ASSERT_TRUE(browser.NavigateBy(Fill("f-code", "0") + Fill("f-document", refused) +
                                    "document.getElementById('f-submit').click()"))
         << browser.why();
-    json errors = browser.Eval("document.getElementById('errors').textContent");
-    ASSERT_TRUE(errors.is_string()) << browser.Eval("document.body.innerText");
-    EXPECT_HAS(errors.get<std::string>(), "code 158");
-    EXPECT_HAS(errors.get<std::string>(), "Invalid Private IP address");
+    EXPECT_HAS(browser.Text("#errors"), "code 158");
+    EXPECT_HAS(browser.Text("#errors"), "Invalid Private IP address");
     EXPECT_EQ(browser.Eval("document.getElementById('f-document').value"), refused);
     EXPECT_EQ(Queued(kImei), 0);
 
@@ -219,8 +221,7 @@ TEST_F(ConsoleE2E, DocumentQueuedInTheBrowserIsConfirmedInTheTimeline) {
     json kinds =
         browser.Eval("Array.from(document.querySelectorAll('#timeline .entry')).map(e => e.dataset.kind)");
     EXPECT_EQ(kinds, json({"receipt", "answer", "checkin", "answer", "checkin"})) << kinds;
-    EXPECT_HAS(browser.Eval("document.querySelector('#timeline .entry').textContent").get<std::string>(),
-               "ErrorCode 0");
+    EXPECT_HAS(browser.Text("#timeline .entry"), "ErrorCode 0");
     // The answer decrypted beside its wire form.
     json answer = browser.Eval(
         "Array.from(document.querySelectorAll('#timeline .entry[data-kind=answer] pre'))"
@@ -229,8 +230,7 @@ TEST_F(ConsoleE2E, DocumentQueuedInTheBrowserIsConfirmedInTheTimeline) {
     EXPECT_HAS(answer[0].get<std::string>(), "\"LEDEnabled\": false");
     EXPECT_HAS(answer[1].get<std::string>(), "EncryptedConfiguration");
     EXPECT_LACKS(answer[1].get<std::string>(), "LEDEnabled");
-    EXPECT_HAS(browser.Eval("document.getElementById('summary').textContent").get<std::string>(),
-               "ErrorCode 0");
+    EXPECT_HAS(browser.Text("#summary"), "ErrorCode 0");
     EXPECT_TRUE(browser.Screenshot(std::string(TOLA_BIN_DIR) + "/../console.png")) << browser.why();
 }
 
