@@ -162,18 +162,6 @@ class ConsoleE2E : public E2ETest {
                             "the console's browser test is skipped";
         }
     }
-    // One check-in of the real agent; with a configuration it applies it, confirms and reboots.
-    void CheckIn(bool untilReboot) {
-        ardo::deviceStateSet("/power/end_process_on_reboot", untilReboot);
-        StoreRecord(httpsUrl, true);
-        StartAgent();
-        if (untilReboot) {
-            AgentEnds();
-        } else {
-            ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << readWholeFile(agentOut);
-            StopAgent();
-        }
-    }
     // Sets a form field of the page.
     static std::string Fill(const std::string& id, const std::string& value) {
         return "document.getElementById('" + id + "').value = " + json(value).dump() + ";";
@@ -182,7 +170,10 @@ class ConsoleE2E : public E2ETest {
 
 TEST_F(ConsoleE2E, DocumentQueuedInTheBrowserIsConfirmedInTheTimeline) {
     StartPortal(true);
-    CheckIn(false);  // the console lists devices that have checked in
+    StoreRecord(httpsUrl, true);  // the console lists devices that have checked in
+    StartAgent();
+    ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << readWholeFile(agentOut);
+    StopAgent();
 
     HeadlessBrowser browser(root.dir() + "/browser");
     ASSERT_TRUE(browser.ok()) << browser.why();
@@ -213,7 +204,10 @@ TEST_F(ConsoleE2E, DocumentQueuedInTheBrowserIsConfirmedInTheTimeline) {
         << browser.Eval("document.body.innerText");
     EXPECT_EQ(Queued(kImei), 1);
 
-    CheckIn(true);
+    // The agent's next check-in applies it, confirms it and reboots.
+    ardo::deviceStateSet("/power/end_process_on_reboot", true);
+    StartAgent();
+    AgentEnds();
     EXPECT_EQ(ardo::deviceStateValue<int>("/settings/ledEnabled", -1), 0);
 
     ASSERT_TRUE(browser.Navigate(portalUrl + "/device?imei=" + kImei)) << browser.why();
