@@ -94,11 +94,7 @@ TEST_F(SmsE2E, OnlyRootReachesTheAgentOnASystemBus) {
         {"", true},  // the shipped policy
         {"<policy context=\"default\"><allow send_interface=\"com.ardo.Msgbus1\"/></policy>", false},
     };
-    std::smatch key;
-    std::string config = root.readFile("/opt/ardo/etc/tola/config.xml");
-    ASSERT_TRUE(std::regex_search(config, key, std::regex("<BaseEncryptionKey>([^<]*)<")));
-    root.writeFile("/plain", "<101>stolen-key");
-    std::string body = Shell(kCtl + "encrypt --key '" + key[1].str() + "' < " + root.path("/plain")).out;
+    std::string body = Shell("printf '<101>stolen-key' | " + kCtl + "encrypt --key " + kFactoryKey).out;
     body.erase(body.find_last_not_of("\n") + 1);
     ASSERT_FALSE(body.empty());
     for (const Case& c : cases) {

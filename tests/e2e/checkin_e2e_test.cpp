@@ -15,9 +15,8 @@ class CheckInE2E : public E2ETest {
     // A new device for the portal (it forgets the key it handed out before) and its next answer.
     void Script(const json& answer) {
         Admin("/admin/reset", "");
-        int status = 0;
-        Admin("/admin/answers", answer.dump(), &status);
-        ASSERT_EQ(status, 200);
+        Admin("/admin/answers", answer.dump());
+        ASSERT_EQ(adminStatus, 200);
     }
 };
 
@@ -143,8 +142,8 @@ TEST_F(CheckInE2E, ADownloadedConfigurationIsConfirmedAtStartUpWithTheDeviceIden
     StartPortal(false);
     StoreRecord(portalUrl, false, "", 1);
     char* cipher = nullptr;
-    ASSERT_EQ(
-        AesEncrypt("VeltraFactoryKey-2017", R"([{"DevicePreferences": {"LEDEnabled": false}}])", &cipher), 0);
+    ASSERT_EQ(AesEncrypt(kFactoryKey.c_str(), R"([{"DevicePreferences": {"LEDEnabled": false}}])", &cipher),
+              0);
     root.writeFile("/opt/ardo/data/tola/tola_downloaded_config",
                    json({{"ResultCode", 0}, {"Version", "8"}, {"EncryptedConfiguration", cipher}}).dump());
     std::free(cipher);

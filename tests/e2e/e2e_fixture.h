@@ -35,6 +35,7 @@ const std::string kCtl = "'" + kBin + "tola-devicectl' ";
 const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
 const std::string kLogFile = "/var/log/tola.log";
 const std::string kImei = "356938035643809";
+const std::string kFactoryKey = "VeltraFactoryKey-2017";  // in the root's config.xml
 
 struct Outcome {
     int status;
@@ -132,16 +133,12 @@ class E2ETest : public ::testing::Test {
             setenv("ARDO_CA_FILE", m[3].str().c_str(), 1);
         }
     }
-    // A request to the portal's admin interface; its answer.
-    std::string Admin(const std::string& path, const std::string& body, int* status = nullptr) {
+    // A request to the portal's admin interface; its answer (its HTTP status in adminStatus).
+    std::string Admin(const std::string& path, const std::string& body) {
         HttpHelper client;
         client.SetTimeout(5);
         std::string answer;
-        int code = 0;
-        client.ExecuteGetRequest(portalUrl + path, body, answer, code);
-        if (status != nullptr) {
-            *status = code;
-        }
+        client.ExecuteGetRequest(portalUrl + path, body, answer, adminStatus);
         return answer;
     }
     // Everything the portal received, oldest first.
@@ -189,9 +186,9 @@ class E2ETest : public ::testing::Test {
 
     TempRoot root;
     PrivateBus bus;
-    std::unique_ptr<ChildProcess> portal;
-    std::unique_ptr<ChildProcess> agent;
+    std::unique_ptr<ChildProcess> portal, agent;
     std::string portalOut, agentOut, portalUrl, httpsUrl;
+    int adminStatus = 0;
 };
 
 }  // namespace tola_test
