@@ -84,16 +84,16 @@ class HeadlessBrowser {
                 return true;
             }
         }
-        mWhy = "timed out waiting for " + expression;
+        ADD_FAILURE() << "timed out waiting for " << expression << " " << mWhy;
         return false;
     }
     // Runs script (a click, a form's submit) and waits until the page it leads to has loaded: the
     // old page is marked before, the new one has no mark.
     bool NavigateBy(const std::string& script) {
         Eval("window.__oldPage = true");
-        mWhy = "the script failed: " + script;
-        return !Eval("(function () { " + script + "; return true; })()").is_null() &&
-               WaitFor("window.__oldPage === undefined && document.readyState === 'complete'");
+        bool ran = !Eval("(function () { " + script + "; return true; })()").is_null();
+        EXPECT_TRUE(ran) << "the script failed: " << script;
+        return ran && WaitFor("window.__oldPage === undefined && document.readyState === 'complete'");
     }
     std::string Text(const std::string& selector) {
         json text = Eval("document.querySelector(\"" + selector + "\").textContent");
@@ -177,17 +177,16 @@ TEST_F(ConsoleE2E, DocumentQueuedInTheBrowserIsConfirmedInTheTimeline) {
 
     HeadlessBrowser browser(root.dir() + "/browser");
     ASSERT_TRUE(browser.ok()) << browser.why();
-    ASSERT_TRUE(browser.Navigate(portalUrl + "/")) << browser.why();
+    ASSERT_TRUE(browser.Navigate(portalUrl + "/"));
     EXPECT_EQ(browser.Text("#devices td:nth-child(4)"), "1");
-    ASSERT_TRUE(browser.NavigateBy("document.querySelector('#devices a').click()")) << browser.why();
+    ASSERT_TRUE(browser.NavigateBy("document.querySelector('#devices a').click()"));
     EXPECT_EQ(browser.Eval("document.getElementById('f-imei').value"), kImei);
 
     // A document the device would refuse: the parser's code and text in the page, nothing queued,
     // the fields kept.
     const std::string refused = R"([{"LANSettings": {"RouterIPv4Address": "8.8.8.8"}}])";
     ASSERT_TRUE(browser.NavigateBy(Fill("f-code", "0") + Fill("f-document", refused) +
-                                   "document.getElementById('f-submit').click()"))
-        << browser.why();
+                                   "document.getElementById('f-submit').click()"));
     EXPECT_HAS(browser.Text("#errors"), "code 158");
     EXPECT_HAS(browser.Text("#errors"), "Invalid Private IP address");
     EXPECT_EQ(browser.Eval("document.getElementById('f-document').value"), refused);
@@ -196,12 +195,9 @@ TEST_F(ConsoleE2E, DocumentQueuedInTheBrowserIsConfirmedInTheTimeline) {
     // An accepted one, picked from a file.
     root.writeFile("/document.json", R"([{"DevicePreferences": {"LEDEnabled": false}}])");
     ASSERT_TRUE(browser.PickFile("#f-file", root.path("/document.json"))) << browser.why();
-    ASSERT_TRUE(browser.WaitFor("document.getElementById('f-document').value.indexOf('LEDEnabled') >= 0"))
-        << browser.why();
-    ASSERT_TRUE(browser.NavigateBy(Fill("f-version", "7") + "document.getElementById('f-submit').click()"))
-        << browser.why();
-    EXPECT_EQ(browser.Eval("!!document.getElementById('notice')"), true)
-        << browser.Eval("document.body.innerText");
+    ASSERT_TRUE(browser.WaitFor("document.getElementById('f-document').value.indexOf('LEDEnabled') >= 0"));
+    ASSERT_TRUE(browser.NavigateBy(Fill("f-version", "7") + "document.getElementById('f-submit').click()"));
+    EXPECT_EQ(browser.Eval("!!document.getElementById('notice')"), true);
     EXPECT_EQ(Queued(kImei), 1);
 
     // The agent's next check-in applies it, confirms it and reboots.
@@ -210,7 +206,7 @@ TEST_F(ConsoleE2E, DocumentQueuedInTheBrowserIsConfirmedInTheTimeline) {
     AgentEnds();
     EXPECT_EQ(ardo::deviceStateValue<int>("/settings/ledEnabled", -1), 0);
 
-    ASSERT_TRUE(browser.Navigate(portalUrl + "/device?imei=" + kImei)) << browser.why();
+    ASSERT_TRUE(browser.Navigate(portalUrl + "/device?imei=" + kImei));
     // Newest first: the receipt, then the answer that carried the document and its check-in.
     json kinds =
         browser.Eval("Array.from(document.querySelectorAll('#timeline .entry')).map(e => e.dataset.kind)");

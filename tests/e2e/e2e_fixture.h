@@ -21,9 +21,8 @@
 #include "test_env.h"
 #include "tola_agent.h"
 
-#define EXPECT_HAS(text, part) EXPECT_NE((text).find(part), std::string::npos) << (part) << " in:\n" << (text)
-#define EXPECT_LACKS(text, part) \
-    EXPECT_EQ((text).find(part), std::string::npos) << (part) << " in:\n" << (text)
+#define EXPECT_HAS(text, part) EXPECT_NE((text).find(part), std::string::npos) << (part) << " in " << (text)
+#define EXPECT_LACKS(text, part) EXPECT_EQ((text).find(part), std::string::npos) << (part) << " in " << (text)
 
 namespace tola_test {
 

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# agent_package_test.sh BUILD_DIR: builds the tola-agent .deb from BUILD_DIR, unpacks it into a
-# scratch root and checks what a device integrator relies on: the control data, the files at the
-# agent's fixed paths, the systemd unit and its sandbox, and that the packaged agent starts from
-# the packaged configuration and stops cleanly on the unit's stop signal.
+# agent_package_test.sh BUILD_DIR: builds the tola-agent .deb, unpacks it into a scratch root and
+# checks what a device integrator relies on: control data, files, the systemd unit and its sandbox,
+# and that the packaged agent starts from the packaged files and stops cleanly on SIGTERM.
 set -euo pipefail
 build=$(cd "$1" && pwd)
 . "$(dirname "$0")/../../scripts/lib.sh"
