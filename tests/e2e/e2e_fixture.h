@@ -4,11 +4,14 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,28 +21,73 @@
 #include "test_env.h"
 #include "tola_agent.h"
 
+#define EXPECT_HAS(text, part) EXPECT_NE((text).find(part), std::string::npos) << (part) << " in " << (text)
+#define EXPECT_LACKS(text, part) EXPECT_EQ((text).find(part), std::string::npos) << (part) << " in " << (text)
+
 namespace tola_test {
 
-const std::string kAgentBinary = std::string(TOLA_BIN_DIR) + "/tola_agent";
-const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
+using ardo::json;
 
-// tola-devicectl's standard output for the arguments and standard input; its exit status in
-// *status.
-inline std::string Devicectl(const std::string& args, const std::string& input = "/dev/null",
-                             int* status = nullptr) {
-    std::string command =
-        "'" + std::string(TOLA_BIN_DIR) + "/tola-devicectl' " + args + " < '" + input + "' 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    std::string out;
+const std::string kBin = std::string(TOLA_BIN_DIR) + "/";
+const std::string kAgentBinary = kBin + "tola_agent";
+const std::string kCtl = "'" + kBin + "tola-devicectl' ";
+const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
+const std::string kLogFile = "/var/log/tola.log";
+const std::string kImei = "356938035643809";
+const std::string kFactoryKey = "VeltraFactoryKey-2017";  // in the root's config.xml
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+
+// Runs a shell command line; its exit status, standard output and standard error.
+inline Outcome Shell(const std::string& command) {
+    char errFile[] = "/tmp/tola-e2e-err-XXXXXX";
+    close(mkstemp(errFile));
+    FILE* pipe = popen((command + " 2>" + errFile).c_str(), "r");
+    Outcome run{-1, "", ""};  // status, out, err
     char buffer[4096];
     for (size_t n; pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        out.append(buffer, n);
+        run.out.append(buffer, n);
     }
     int rc = pipe != nullptr ? pclose(pipe) : -1;
-    if (status != nullptr) {
-        *status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    run.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    run.err = readWholeFile(errFile);
+    unlink(errFile);
+    return run;
+}
+
+inline size_t Count(const std::string& text, const std::string& what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+        ++n;
     }
-    return out;
+    return n;
+}
+
+inline std::string Replace(std::string text, const std::string& from, const std::string& to) {
+    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+    }
+    return text;
+}
+
+// The rows of a case file in tests/corpus/e2e: tab-separated fields, "#" starting a comment line.
+inline std::vector<std::vector<std::string>> ReadCases(const std::string& name) {
+    std::vector<std::vector<std::string>> rows;
+    std::stringstream lines(readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/e2e/" + name));
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty() && line[0] != '#') {
+            rows.emplace_back();
+            std::stringstream fields(line);
+            for (std::string field; std::getline(fields, field, '\t');) {
+                rows.back().push_back(field);
+            }
+        }
+    }
+    EXPECT_FALSE(rows.empty()) << name;
+    return rows;
 }
 
 // Stores the runtime record with the portal URL, key and check-in flag, as an earlier run of the
@@ -60,7 +108,11 @@ inline void StoreRecord(const std::string& url, bool checkIn, const std::string&
 
 class E2ETest : public ::testing::Test {
   protected:
-    // Starts tola-portal, over HTTP and HTTPS or over HTTP alone.
+    void SetUp() override { unsetenv("ARDO_CA_FILE"); }
+    void TearDown() override { unsetenv("ARDO_CA_FILE"); }
+
+    // Starts tola-portal, over HTTP and HTTPS (its certificate trusted by the agent) or over
+    // HTTP alone.
     void StartPortal(bool https) {
         portalOut = root.dir() + "/portal.out";
         std::vector<std::string> args = {"--dir", root.dir() + "/portal", "--no-https"};
@@ -69,51 +121,73 @@ class E2ETest : public ::testing::Test {
             args.back() = "--scenario";
             args.push_back(root.path("/scenario.json"));
         }
-        portal = std::make_unique<ChildProcess>(std::string(TOLA_BIN_DIR) + "/tola-portal", args, portalOut);
+        portal = std::make_unique<ChildProcess>(kBin + "tola-portal", args, portalOut);
         ASSERT_TRUE(waitForText(portalOut, "ready "));
         std::smatch m;
         std::string text = readWholeFile(portalOut);
         ASSERT_TRUE(std::regex_search(text, m, std::regex("http=(\\d+)(?: https=(\\d+) ca=(\\S+))?")));
         portalUrl = "http://127.0.0.1:" + m[1].str();
-        httpsPort = m[2];
-        caFile = m[3];
+        httpsUrl = "https://portal.tola.test:" + m[2].str();
+        if (https) {
+            setenv("ARDO_CA_FILE", m[3].str().c_str(), 1);
+        }
     }
-    // A request to the portal's admin interface; its answer.
-    std::string Admin(const std::string& path, const std::string& body, int* status = nullptr) {
+    // A request to the portal's admin interface; its answer (its HTTP status in adminStatus).
+    std::string Admin(const std::string& path, const std::string& body) {
         HttpHelper client;
         client.SetTimeout(5);
         std::string answer;
-        int code = 0;
-        client.ExecuteGetRequest(portalUrl + path, body, answer, code);
-        if (status != nullptr) {
-            *status = code;
-        }
+        client.ExecuteGetRequest(portalUrl + path, body, answer, adminStatus);
         return answer;
     }
     // Everything the portal received, oldest first.
-    ardo::json Received() {
-        ardo::json j = ardo::json::parse(Admin("/admin/received", ""), nullptr, false);
-        return j.is_array() ? j : ardo::json::array();
+    json Received() {
+        json j = json::parse(Admin("/admin/received", ""), nullptr, false);
+        return j.is_array() ? j : json::array();
+    }
+    // The answers the portal holds for a device.
+    int Queued(const std::string& imei) {
+        json devices = json::parse(Admin("/admin/devices", ""), nullptr, false);
+        return devices.contains(imei) ? devices[imei].value("queued", -1) : 0;
     }
 
-    void StartAgent() {
+    // Starts the agent; with starts, waits for the log's starts-th start line.
+    void StartAgent(size_t starts = 0) {
         agentOut = root.dir() + "/agent.out";
         agent = std::make_unique<ChildProcess>(kAgentBinary, std::vector<std::string>{}, agentOut);
+        if (starts > 0) {
+            ASSERT_TRUE(WaitForLog("TOLA started", starts, 20000)) << readWholeFile(agentOut);
+        }
     }
     void StopAgent() {
         agent->signal(SIGTERM);
-        int status = -1;
-        EXPECT_TRUE(agent->waitForExit(status, 10000)) << status << readWholeFile(agentOut);
-        agent.reset();
+        EXPECT_EQ(AgentEnds(10000), 0);
     }
-    std::string Log() const { return root.readFile("/var/log/tola.log"); }
+    // Waits for the agent to end (on a stop, or a reboot); its exit status.
+    int AgentEnds(int timeoutMs = 30000) {
+        int status = -1;
+        EXPECT_TRUE(agent->waitForExit(status, timeoutMs)) << status << readWholeFile(agentOut);
+        agent.reset();
+        return status;
+    }
+    // Waits until the agent's log holds the text count times.
+    bool WaitForLog(const std::string& text, size_t count = 1, int timeoutMs = 10000) {
+        for (int waited = 0; Count(Log(), text) < count; waited += 10) {
+            if (waited >= timeoutMs) {
+                return false;
+            }
+            usleep(10000);
+        }
+        return true;
+    }
+    std::string Log() const { return root.readFile(kLogFile); }
     std::string Acl() const { return root.readFile(kAclFile); }
 
     TempRoot root;
     PrivateBus bus;
-    std::unique_ptr<ChildProcess> portal;
-    std::unique_ptr<ChildProcess> agent;
-    std::string portalOut, agentOut, portalUrl, httpsPort, caFile;
+    std::unique_ptr<ChildProcess> portal, agent;
+    std::string portalOut, agentOut, portalUrl, httpsUrl;
+    int adminStatus = 0;
 };
 
 }  // namespace tola_test

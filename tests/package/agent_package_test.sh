@@ -1,9 +1,7 @@
 #!/usr/bin/env bash
-# agent_package_test.sh BUILD_DIR: builds the tola-agent .deb from BUILD_DIR, unpacks it into a
-# scratch root and checks what a device integrator relies on: the control data (dependencies
-# from the linked libraries, conffiles, maintainer scripts), the files at the agent's fixed
-# paths, the systemd unit (systemd-analyze verify and its sandbox), and that the packaged agent
-# starts from the packaged configuration and stops cleanly on the unit's stop signal.
+# agent_package_test.sh BUILD_DIR: builds the tola-agent .deb, unpacks it into a scratch root and
+# checks what a device integrator relies on: control data, files, the systemd unit and its sandbox,
+# and that the packaged agent starts from the packaged files and stops cleanly on SIGTERM.
 set -euo pipefail
 build=$(cd "$1" && pwd)
 . "$(dirname "$0")/../../scripts/lib.sh"
@@ -22,7 +20,7 @@ root=$work/root
 dpkg -x "$deb" "$root"
 dpkg-deb -e "$deb" "$work/control"
 
-# Control data.
+# Control data: dependencies from the linked libraries, conffiles, maintainer scripts.
 depends=$(dpkg-deb -f "$deb" Depends)
 for lib in libc6 libstdc++6 libssl3 libxml2 libcurl4 libc-ares2 libsystemd0 libyajl2; do
     [[ ", $depends" == *", $lib "* ]] || fail "Depends lacks $lib: $depends"
@@ -37,37 +35,32 @@ for script in postinst prerm postrm; do
     check "$script is a valid shell script" sh -n "$work/control/$script"
 done
 
-# Files at the paths the agent and systemd use. Programs and documents follow the build's
-# install prefix (/usr in scripts/package); the agent's own paths and the unit's are fixed.
+# Files at the paths the agent and systemd use (programs and documents follow the install prefix).
+# Whatever holds a key is root's alone; only root may send the bus notices that carry SMS.
 unit=$root/lib/systemd/system/tola-agent.service
-[ -f "$unit" ] || { echo "FAIL: no unit in /lib/systemd/system" >&2; exit 1; }
-exec_start=$(sed -n 's/^ExecStart=//p' "$unit")
-[[ "$exec_start" == */sbin/tola_agent ]] || fail "ExecStart is '$exec_start'"
-agent=$root$exec_start
-[ -x "$agent" ] || fail "ExecStart $exec_start is not in the package"
-file "$agent" | grep -q ", stripped" || fail "the packaged agent is not stripped"
 conf=$root/opt/ardo/etc/tola
-[ -f "$conf/config.xml" ] || fail "no /opt/ardo/etc/tola/config.xml"
+while IFS='|' read -r file line; do
+    check "$file lacks $line" grep -qxE "$line" "$root$file"
+done <<'TABLE'
+/usr/lib/tmpfiles.d/tola-agent.conf|f /var/log/tola.log 0600 root root.*
+/usr/share/dbus-1/system.d/com.ardo.Msgbus1.conf|.*<deny send_interface="com.ardo.Msgbus1"/>.*
+/etc/logrotate.d/tola-agent|    copytruncate
+/etc/default/tola-agent|ARDO_LOG_LEVEL=5
+/lib/systemd/system/tola-agent.service|ExecStart=.*/sbin/tola_agent
+TABLE
+agent=$root$(sed -n 's/^ExecStart=//p' "$unit")
+[ -x "$agent" ] || fail "ExecStart $agent is not in the package"
+file "$agent" | grep -q ", stripped" || fail "the packaged agent is not stripped"
 # Every template file that config.xml names ships beside it.
 while read -r name; do
     [ -f "$conf/$name" ] || fail "config.xml names $name, which is not packaged"
 done < <(grep -oE '[A-Za-z0-9_.-]+\.json' "$conf/config.xml" | sort -u)
-# Whatever holds a key is root's alone; only root may send the bus notices that carry SMS.
 [ "$(stat -c %a "$root/opt/ardo/data/tola")" = 700 ] || fail "/opt/ardo/data/tola is not a 0700 folder"
 [ "$(stat -c %a "$conf/config.xml")" = 600 ] || fail "config.xml (the factory key) is not 0600"
-check "tmpfiles creates the debug log 0600" grep -qE '^f /var/log/tola.log 0600 root root' \
-    "$root/usr/lib/tmpfiles.d/tola-agent.conf"
-policy=$root/usr/share/dbus-1/system.d/com.ardo.Msgbus1.conf
-[ -f "$policy" ] || fail "no D-Bus policy in /usr/share/dbus-1/system.d"
-check "the D-Bus policy denies com.ardo.Msgbus1 by default" grep -q '<deny send_interface="com.ardo.Msgbus1"/>' "$policy"
-[ -f "$root/etc/logrotate.d/tola-agent" ] || fail "no logrotate entry for the debug log"
-check "logrotate copies and truncates" grep -qx '    copytruncate' "$root/etc/logrotate.d/tola-agent"
-check "the package logs at level 5" grep -qx 'ARDO_LOG_LEVEL=5' "$root/etc/default/tola-agent"
-[ -f "$root/usr/lib/tmpfiles.d/tola-agent.conf" ] || fail "no tmpfiles.d entry"
 [ -n "$(find "$root" -path '*/share/doc/tola-agent/operator-guide.md')" ] || fail "no documentation"
 
-# The unit: how it stops and restarts, and the sandbox around a daemon that
-# writes only its state folder but shares System V shared memory with the device.
+# The unit: how it stops and restarts, and the sandbox around a daemon that writes only its
+# state folder but shares System V shared memory with the device.
 for line in Restart=always KillSignal=SIGTERM ProtectSystem=strict RuntimeDirectory=ardo UMask=0077 \
             ReadWritePaths=/opt/ardo/data/tola PrivateTmp=yes NoNewPrivileges=yes ProtectHome=yes \
             WantedBy=multi-user.target; do
@@ -113,8 +106,5 @@ else
     fail "the packaged agent did not start"
 fi
 
-if [ "$failures" -ne 0 ]; then
-    echo "$failures check(s) failed" >&2
-    exit 1
-fi
+[ "$failures" -eq 0 ] || { echo "$failures check(s) failed" >&2; exit 1; }
 echo "tola-agent package: $(stat -c %s "$deb") bytes, all checks passed"

@@ -1,0 +1,160 @@
+// The real tola_agent on a simulated device with a private bus: the quit signals, a failed start,
+// the shared list it leaves to tola-devicectl, and SMS commands end to end (tola-devicectl publishes
+// on the bus, the agent acts, the real portal answers the check-ins and the key-and-URL exchange).
+#include "e2e_fixture.h"
+
+namespace tola_test {
+namespace {
+
+using AgentSpineE2E = E2ETest;
+
+TEST_F(AgentSpineE2E, QuitSignalsRunTheStopSequence) {
+    size_t runs = 0;
+    for (int sig : {SIGTERM, SIGINT}) {
+        SCOPED_TRACE(sig);
+        StartAgent(++runs);
+        EXPECT_TRUE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", false));
+        agent->signal(sig);
+        EXPECT_EQ(AgentEnds(10000), 0);
+        EXPECT_EQ(Count(Log(), "End TOLA Agent"), runs);
+        EXPECT_FALSE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
+        EXPECT_EQ(0, ardo::deviceStateValue<int>("/sdk/sessions", -1));
+        EXPECT_TRUE(root.exists(kAclFile));
+    }
+}
+
+TEST_F(AgentSpineE2E, FailedStartStillEndsWithStatusZero) {
+    root.remove("/opt/ardo/etc/tola/config.xml");
+    StartAgent();
+    EXPECT_EQ(AgentEnds(10000), 0);
+    EXPECT_HAS(Log(), "Failed to read settings for agent");
+    EXPECT_HAS(Log(), "End TOLA Agent");
+    EXPECT_LACKS(Log(), "TOLA started");
+}
+
+TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
+    auto ace = [](const std::string& name, const char* display, const char* write) {
+        return "<ACE><Name>" + name + "</Name><DisplayEnabled>" + display +
+               "</DisplayEnabled><WriteEnabled>" + write + "</WriteEnabled></ACE>";
+    };
+    root.writeFile(kAclFile, "<ACLConfig><TOLA/><ACL>" + ace("WiFiSSID", "True", "False") +
+                                 ace(std::string(120, 'n'), "False", "True") + "</ACL></ACLConfig>");
+    StartAgent(1);
+    StopAgent();
+    // The segment outlives the agent, as on the device.
+    Outcome acl = Shell(kCtl + "acl");
+    EXPECT_EQ(acl.out, "header: 1\ncount: 2\n0 name=WiFiSSID display=1 write=0\n1 name=" +
+                           std::string(100, 'n') + " display=0 write=1\n");
+    EXPECT_EQ(0, acl.status);
+}
+
+class SmsE2E : public E2ETest {
+  protected:
+    // Runs tola-devicectl sms ARGS; its exit status.
+    int Sms(const std::string& args) { return Shell(kCtl + "sms " + args).status; }
+    bool WaitForAcl(const std::string& text) { return waitForText(root.path(kAclFile), text); }
+};
+
+TEST_F(SmsE2E, CommandsOnTheBusChangeTheStoredRecord) {
+    StartPortal(false);
+    StartAgent(1);
+    // A new URL leads to a check-in there.
+    ASSERT_EQ(Sms("send '<102>" + portalUrl + "'"), 0);
+    ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << Log();
+    EXPECT_HAS(Acl(), "<CheckInFlag>true</CheckInFlag>");
+    ASSERT_TRUE(WaitForAcl("<LastCommand>1</LastCommand>"));
+    ASSERT_EQ(Sms("send '<101>key-by-sms'"), 0);
+    EXPECT_TRUE(WaitForAcl("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>")) << Log();
+    // Under the new key; then a malformed one: refused. Then texts the record file cannot hold:
+    // refused, and the device still knows its key after a restart.
+    ASSERT_EQ(Sms("send --key key-by-sms '<150>apn.by.sms'"), 0);
+    ASSERT_EQ(Sms("raw '<TOLA><not a command'"), 0);
+    ASSERT_EQ(Sms("send --key key-by-sms '<102>http://portal.test/c?a=1&b=2'"), 0);
+    ASSERT_EQ(Sms("send --key key-by-sms '<101>k<y'"), 0);
+    ASSERT_TRUE(WaitForLog("refused, it cannot be stored", 2));
+    EXPECT_EQ(Count(Log(), "Invalid SMS received"), 1u);
+    EXPECT_EQ(ardo::deviceStateRead()["modem"]["profiles"]["0:1"]["apn"], "apn.by.sms");
+    StopAgent();
+    StartAgent(2);
+    EXPECT_LACKS(Log(), "looks like file got corrupted");
+    EXPECT_HAS(Acl(), "<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>");
+    EXPECT_HAS(Acl(), "<CheckInURL>" + portalUrl + "</CheckInURL>");
+    StopAgent();
+}
+
+// On a system bus an unprivileged user cannot command the agent, even one who knows the factory
+// key: the shipped bus policy refuses the signal, and where a bus lets it through all the same,
+// the platform drops it by its sender's user.
+TEST_F(SmsE2E, OnlyRootReachesTheAgentOnASystemBus) {
+    const std::string policy = std::string(TOLA_SOURCE_DIR) + "/packaging/dbus/com.ardo.Msgbus1.conf";
+    struct Case {
+        std::string extraPolicy;
+        bool busRefuses;
+    } cases[] = {
+        {"", true},  // the shipped policy
+        {"<policy context=\"default\"><allow send_interface=\"com.ardo.Msgbus1\"/></policy>", false},
+    };
+    std::string body = Shell("printf '<101>stolen-key' | " + kCtl + "encrypt --key " + kFactoryKey).out;
+    body.erase(body.find_last_not_of("\n") + 1);
+    ASSERT_FALSE(body.empty());
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.extraPolicy);
+        PrivateBus systemBus(SystemStyleBusConfig({policy}, c.extraPolicy));
+        root.remove(kLogFile);
+        StoreRecord("", false, "old-key");
+        StartAgent(1);
+        Shell("setpriv --reuid=nobody --regid=nogroup --clear-groups busctl --address='" +
+              systemBus.address() +
+              "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv sms.msg.tola s '<TOLA><" + body + ">'");
+        // Root's command, sent after it: once it is stored, the other one has been dealt with.
+        ASSERT_EQ(Sms("send --key old-key '<101>root-key'"), 0);
+        ASSERT_TRUE(WaitForAcl("<PayloadEncryptionKey>root-key</PayloadEncryptionKey>")) << Log();
+        StopAgent();
+        EXPECT_LACKS(Log(), "stolen-key");
+        EXPECT_EQ(Log().find("Dropped a message on sms.msg.tola") == std::string::npos, c.busRefuses)
+            << Log();
+    }
+}
+
+TEST_F(SmsE2E, KeyAndUrlProvisionAFreshDevice) {
+    StartPortal(false);
+    Admin("/admin/provision",
+          json{{"DeviceEncryptionKey", "provisioned-key"}, {"CheckInUrl", portalUrl}}.dump());
+    StoreRecord("", true);  // as it leaves the factory: it would check in, but knows no portal
+    StartAgent(1);
+    ASSERT_TRUE(WaitForLog("Don't perform check-in, device hasn't been activated"));
+    ASSERT_EQ(Sms("send '<104>" + portalUrl + "/provision'"), 0);
+    ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << Log();
+    StopAgent();
+    EXPECT_HAS(Acl(), "<PayloadEncryptionKey>provisioned-key</PayloadEncryptionKey>");
+    json received = Received();
+    ASSERT_GE(received.size(), 2u) << received.dump(2);
+    EXPECT_EQ(received[0]["kind"], "provision");
+    EXPECT_EQ(received[0]["imei"], kImei);
+    EXPECT_EQ(received[0]["path"], "/provision");
+    EXPECT_EQ(received[1]["kind"], "checkin");
+    EXPECT_EQ(received[1]["key"], "device");  // opened with the key it handed out
+}
+
+TEST_F(SmsE2E, FactoryResetRestartsWithOrWithoutCheckIn) {
+    StartPortal(false);
+    for (bool checksIn : {false, true}) {
+        SCOPED_TRACE(checksIn);
+        StoreRecord(portalUrl, false);  // no check-in at start; only the reset decides
+        ardo::deviceStateSet("/power/end_process_on_reboot", true);
+        root.remove(kLogFile);
+        StartAgent(1);
+        ASSERT_EQ(Sms(std::string("send '<200>") + (checksIn ? "1'" : "0'")), 0);
+        AgentEnds(10000);  // the reset restarts the device
+        EXPECT_HAS(Acl(), "<FactoryResetFlag>true</FactoryResetFlag>");
+        EXPECT_EQ(Acl().find(portalUrl) != std::string::npos, checksIn);
+
+        StartAgent(2);  // 300 ms: more than the boot wait at this time scale
+        EXPECT_EQ(waitForText(portalOut, "check-in from", checksIn ? 20000 : 300), checksIn);
+        StopAgent();
+        EXPECT_HAS(Acl(), "<FactoryResetFlag>false</FactoryResetFlag>");
+    }
+}
+
+}  // namespace
+}  // namespace tola_test
