@@ -1,6 +1,6 @@
 // The command lines of tola_agent, tola-devicectl and tola-portal as an operator types them, and
 // tola-portal's admin API and console form as curl and a browser use them: the cases in
-// tests/corpus/e2e (cli_cases.tsv, portal_cases.tsv), each file run in order against one device
+// tests/corpus/cases/e2e_cli.tsv and e2e_portal.tsv, each file run in order against one device
 // and one portal.
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -8,6 +8,7 @@
 
 #include <cctype>
 
+#include "case_rows.h"
 #include "e2e_fixture.h"
 
 namespace tola_test {
@@ -16,7 +17,6 @@ namespace {
 // An expected text: a part of the text, "!" and a text never in it, or "=" and the whole text;
 // "\\n" is a line break.
 void ExpectText(const std::string& actual, std::string expected) {
-    expected = Replace(expected, "\\n", "\n");
     if (!expected.empty() && expected[0] == '=') {
         EXPECT_EQ(actual, expected.substr(1));
     } else if (!expected.empty() && expected[0] == '!') {
@@ -84,8 +84,7 @@ TEST_F(TableE2E, CommandLines) {
                                   "@ROOT@",   root.dir(),
                                   "@DOCS@",   std::string(TOLA_SOURCE_DIR) + "/tests/corpus/e2e",
                                   "@PORT@",   portalUrl.substr(17)};
-    for (std::vector<std::string> fields : ReadCases("cli_cases.tsv")) {
-        fields.resize(4);
+    for (std::vector<std::string> fields : tola_test::readCases("e2e_cli.tsv", 4)) {
         for (size_t i = 0; i < std::size(places); i += 2) {
             fields[0] = Replace(fields[0], places[i], places[i + 1]);
             fields[3] = Replace(fields[3], places[i], places[i + 1]);
@@ -117,9 +116,9 @@ TEST_F(TableE2E, AdminApiAndConsoleForm) {
     // Beyond 8 KB: an answer of about 12 KB, its end marked.
     json big = {{"ResultCode", 0},
                 {"Configuration", json::array({{{"Comment", std::string(12000, 'x') + "END"}}})}};
-    for (std::vector<std::string> row : ReadCases("portal_cases.tsv")) {
+    for (const std::vector<std::string>& row : tola_test::readCases("e2e_portal.tsv", 0)) {
         SCOPED_TRACE(row[0] + " " + row[2]);
-        std::string body = Replace(Replace(row[2], "\\n", "\n"), "@BIG@", big.dump());
+        std::string body = Replace(row[2], "@BIG@", big.dump());
         size_t document = body.find("document=");
         if (document != std::string::npos) {
             body = body.substr(0, document + 9) + FormValue(body.substr(document + 9));

@@ -73,23 +73,6 @@ inline std::string Replace(std::string text, const std::string& from, const std:
     return text;
 }
 
-// The rows of a case file in tests/corpus/e2e: tab-separated fields, "#" starting a comment line.
-inline std::vector<std::vector<std::string>> ReadCases(const std::string& name) {
-    std::vector<std::vector<std::string>> rows;
-    std::stringstream lines(readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/e2e/" + name));
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line[0] != '#') {
-            rows.emplace_back();
-            std::stringstream fields(line);
-            for (std::string field; std::getline(fields, field, '\t');) {
-                rows.back().push_back(field);
-            }
-        }
-    }
-    EXPECT_FALSE(rows.empty()) << name;
-    return rows;
-}
-
 // Stores the runtime record with the portal URL, key and check-in flag, as an earlier run of the
 // agent (or the factory) left it.
 inline void StoreRecord(const std::string& url, bool checkIn, const std::string& key = "",

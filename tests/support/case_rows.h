@@ -82,7 +82,8 @@ inline std::string unescapeField(const std::string& field) {
     return out;
 }
 
-// The rows of a .tsv case file, each with exactly `fields` fields (empty fields included).
+// The rows of a .tsv case file, each with exactly `fields` fields (empty fields included), or
+// with as many as it holds when `fields` is 0.
 inline std::vector<std::vector<std::string>> readCases(const std::string& name, size_t fields) {
     std::ifstream in(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/cases/" + name);
     std::vector<std::vector<std::string>> rows;
@@ -95,8 +96,10 @@ inline std::vector<std::vector<std::string>> readCases(const std::string& name, 
         for (std::string cell; std::getline(cells, cell, '\t');) {
             row.push_back(unescapeField(cell));
         }
-        row.resize(std::max(row.size(), fields));  // trailing empty fields
-        EXPECT_EQ(row.size(), fields) << name << ": " << line;
+        if (fields != 0) {
+            row.resize(std::max(row.size(), fields));  // trailing empty fields
+            EXPECT_EQ(row.size(), fields) << name << ": " << line;
+        }
         rows.push_back(row);
     }
     EXPECT_FALSE(rows.empty()) << name;
