@@ -18,21 +18,9 @@
 #include "http_helper.h"
 
 using tola_test::CannedHttpServer;
+using tola_test::listenOnLoopback;
 
 namespace {
-
-// A socket listening on loopback that accepts nobody; its port.
-int listenOnLoopback(int fd) {
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof addr;
-    if (bind(fd, reinterpret_cast<sockaddr*>(&addr), len) != 0 || listen(fd, 8) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
-        throw std::runtime_error("listen failed");
-    }
-    return ntohs(addr.sin_port);
-}
 
 // An HTTPS server whose self-signed certificate names portal.tola.test only; counts the requests
 // that got through the handshake.

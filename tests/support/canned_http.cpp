@@ -12,23 +12,23 @@
 
 namespace tola_test {
 
-CannedHttpServer::CannedHttpServer(std::vector<std::string> answers) : mAnswers(std::move(answers)) {
-    mListen = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int one = 1;
-    setsockopt(mListen, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+int listenOnLoopback(int fd) {
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (mListen < 0 || bind(mListen, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-        listen(mListen, 16) != 0) {
-        close(mListen);
+    socklen_t len = sizeof addr;
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&addr), len) != 0 || listen(fd, 16) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
         throw std::runtime_error("socket/bind/listen failed");
     }
-    socklen_t len = sizeof addr;
-    getsockname(mListen, reinterpret_cast<sockaddr*>(&addr), &len);
-    mPort = ntohs(addr.sin_port);
-    mThread = std::thread([this] { serve(); });
+    return ntohs(addr.sin_port);
 }
+
+CannedHttpServer::CannedHttpServer(std::vector<std::string> answers)
+    : mAnswers(std::move(answers)),
+      mListen(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
+      mPort(listenOnLoopback(mListen)),
+      mThread([this] { serve(); }) {}
 
 CannedHttpServer::~CannedHttpServer() {
     mStop = true;

@@ -10,6 +10,9 @@
 
 namespace tola_test {
 
+// Binds a TCP socket to a free loopback port and listens on it; returns the port.
+int listenOnLoopback(int fd);
+
 class CannedHttpServer {
   public:
     // Each answer is the body of a "200 OK" with Content-Type application/json.

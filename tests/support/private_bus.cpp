@@ -4,12 +4,14 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <regex>
 #include <stdexcept>
@@ -17,29 +19,44 @@
 
 #include "test_env.h"
 
+extern char** environ;
+
 namespace tola_test {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The first line the daemon prints on fd (it writes its address in one piece), or "" when
-// nothing comes within timeoutMs or the daemon ends first.
-std::string readLine(int fd, int timeoutMs) {
-    pollfd pfd{fd, POLLIN, 0};
-    char buffer[512];
-    ssize_t n = poll(&pfd, 1, timeoutMs) > 0 ? read(fd, buffer, sizeof buffer) : 0;
-    std::string text(buffer, n > 0 ? static_cast<size_t>(n) : 0);
-    size_t end = text.find('\n');
-    return end == std::string::npos ? std::string() : text.substr(0, end);
+// Starts argv[0] (searched on PATH) with its stdout and stderr on the given descriptors.
+pid_t spawn(std::vector<std::string> args, int outFd, int errFd) {
+    std::vector<char*> argv;
+    for (std::string& s : args) {
+        argv.push_back(s.data());
+    }
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, outFd, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errFd, STDERR_FILENO);
+    pid_t pid = -1;
+    int rc = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (rc != 0) {
+        throw std::runtime_error("cannot start " + args[0] + ": " + std::strerror(rc));
+    }
+    return pid;
+}
+
+void stop(pid_t pid, int sig) {
+    if (pid > 0) {
+        kill(pid, sig);
+        waitpid(pid, nullptr, 0);
+    }
 }
 
 void removeTree(const std::string& dir) {
-    if (!dir.empty()) {
-        std::string cmd = "rm -rf '" + dir + "'";
-        int ignored = std::system(cmd.c_str());
-        (void)ignored;
-    }
+    int ignored = std::system(("rm -rf '" + dir + "'").c_str());
+    (void)ignored;
 }
 
 }  // namespace
@@ -56,62 +73,50 @@ std::string SystemStyleBusConfig(const std::vector<std::string>& policyFiles,
     for (const std::string& file : policyFiles) {
         ours += "<include>" + file + "</include>\n";
     }
-    ours += extraPolicy + "\n</busconfig>";
     size_t end = text.rfind("</busconfig>");
     if (end == std::string::npos) {
         throw std::runtime_error("no </busconfig> in /usr/share/dbus-1/system.conf");
     }
-    return text.replace(end, std::string("</busconfig>").size(), ours);
+    return text.replace(end, std::string("</busconfig>").size(), ours + extraPolicy + "\n</busconfig>");
 }
 
-PrivateBus::PrivateBus() {
-    start(
-        "<busconfig><type>session</type><listen>unix:path=@DIR@/bus</listen><auth>EXTERNAL</auth>"
-        "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
-        "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n");
-}
+PrivateBus::PrivateBus()
+    : PrivateBus(
+          "<busconfig><type>session</type><listen>unix:path=@DIR@/bus</listen><auth>EXTERNAL</auth>"
+          "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
+          "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n") {}
 
 PrivateBus::PrivateBus(const std::string& config) {
-    start(config);
-}
-
-void PrivateBus::start(const std::string& config) {
     char templ[] = "/tmp/tola-bus-XXXXXX";
     if (mkdtemp(templ) == nullptr) {
         throw std::runtime_error("mkdtemp failed");
     }
     mDir = templ;
     chmod(mDir.c_str(), 0755);
-    std::string configArg = "--config-file=" + mDir + "/bus.conf";
     std::string text = config;
     for (size_t at = text.find("@DIR@"); at != std::string::npos; at = text.find("@DIR@", at)) {
         text.replace(at, 5, mDir);
     }
     std::ofstream(mDir + "/bus.conf") << text;
-    // The address comes back on stdout; the daemon's own messages go to a file beside its socket,
-    // shown if it fails to start.
-    int pipeFds[2] = {-1, -1};
+    // The daemon prints its address (in one write) on stdout; its own messages go to a log
+    // beside its socket, shown if it fails to start.
     std::string logPath = mDir + "/daemon.log";
     int logFd = open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    pid_t pid = pipe2(pipeFds, O_CLOEXEC) == 0 ? fork() : -1;
-    if (pid == 0) {
-        // Only async-signal-safe calls between fork and exec.
-        dup2(pipeFds[1], STDOUT_FILENO);
-        dup2(logFd, STDERR_FILENO);
-        execlp("dbus-daemon", "dbus-daemon", "--nofork", configArg.c_str(), "--print-address=1",
-               static_cast<char*>(nullptr));
-        _exit(127);
+    int pipeFds[2] = {-1, -1};
+    if (pipe2(pipeFds, O_CLOEXEC) == 0) {
+        mPid = spawn({"dbus-daemon", "--nofork", "--config-file=" + mDir + "/bus.conf", "--print-address=1"},
+                     pipeFds[1], logFd);
     }
     close(pipeFds[1]);
     close(logFd);
-    mPid = pid;
-    mAddress = pid > 0 ? readLine(pipeFds[0], 10000) : "";
+    pollfd pfd{pipeFds[0], POLLIN, 0};
+    char buffer[512];
+    ssize_t n = poll(&pfd, 1, 10000) > 0 ? read(pipeFds[0], buffer, sizeof buffer) : 0;
     close(pipeFds[0]);
+    std::string line(buffer, n > 0 ? static_cast<size_t>(n) : 0);
+    mAddress = line.substr(0, line.find('\n') == std::string::npos ? 0 : line.find('\n'));
     if (mAddress.empty()) {
-        if (mPid > 0) {
-            kill(mPid, SIGKILL);
-            waitpid(mPid, nullptr, 0);
-        }
+        stop(mPid, SIGKILL);
         std::string log = readWholeFile(logPath);
         removeTree(mDir);
         throw std::runtime_error("dbus-daemon did not start: " + log);
@@ -123,52 +128,32 @@ void PrivateBus::start(const std::string& config) {
 }
 
 PrivateBus::~PrivateBus() {
-    if (mPid > 0) {
-        kill(mPid, SIGTERM);
-        waitpid(mPid, nullptr, 0);
-    }
-    if (mHadAddress) {
-        setenv("ARDO_BUS_ADDRESS", mOldAddress.c_str(), 1);
-    } else {
-        unsetenv("ARDO_BUS_ADDRESS");
-    }
+    stop(mPid, SIGTERM);
+    mHadAddress ? setenv("ARDO_BUS_ADDRESS", mOldAddress.c_str(), 1) : unsetenv("ARDO_BUS_ADDRESS");
     removeTree(mDir);
 }
 
 ChildProcess::ChildProcess(const std::string& binary, const std::vector<std::string>& args,
-                           const std::string& outputFile) {
-    // Everything the child needs is prepared before fork.
-    std::vector<std::string> argvStrings;
-    argvStrings.push_back(binary);
-    argvStrings.insert(argvStrings.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (std::string& s : argvStrings) {
-        argv.push_back(s.data());
-    }
-    argv.push_back(nullptr);
+                           const std::string& outputFile)
+    : mOutputFile(outputFile) {
     int out = open(outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (out < 0) {
         throw std::runtime_error("cannot open " + outputFile);
     }
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(out, STDOUT_FILENO);
-        dup2(out, STDERR_FILENO);
-        execv(binary.c_str(), argv.data());
-        _exit(127);
+    std::vector<std::string> argv{binary};
+    argv.insert(argv.end(), args.begin(), args.end());
+    try {
+        mPid = spawn(argv, out, out);
+    } catch (...) {
+        close(out);
+        throw;
     }
     close(out);
-    if (pid < 0) {
-        throw std::runtime_error("fork failed");
-    }
-    mPid = pid;
-    mOutputFile = outputFile;
 }
 
 ChildProcess::~ChildProcess() {
-    if (mPid > 0 && !mReaped) {
-        kill(mPid, SIGKILL);
-        waitpid(mPid, nullptr, 0);
+    if (!mReaped) {
+        stop(mPid, SIGKILL);
     }
     std::string output = readWholeFile(mOutputFile);
     for (const char* mark : {"WARNING: ThreadSanitizer:", "ERROR: AddressSanitizer:", "ERROR: LeakSanitizer:",
@@ -182,44 +167,33 @@ ChildProcess::~ChildProcess() {
 }
 
 void ChildProcess::signal(int sig) {
-    if (mPid > 0 && !mReaped) {
+    if (!mReaped) {
         kill(mPid, sig);
     }
 }
 
 bool ChildProcess::waitForExit(int& exitStatus, int timeoutMs) {
     auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!mReaped) {
-        pid_t r = waitpid(mPid, &mStatus, WNOHANG);
-        if (r == mPid) {
-            mReaped = true;
-            break;
-        }
+    for (pid_t r; !mReaped && !(mReaped = (r = waitpid(mPid, &mStatus, WNOHANG)) == mPid);) {
         if (r < 0 || Clock::now() >= deadline) {
             exitStatus = -1;
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    if (WIFEXITED(mStatus)) {
-        exitStatus = WEXITSTATUS(mStatus);
-        return true;
-    }
-    exitStatus = WIFSIGNALED(mStatus) ? -WTERMSIG(mStatus) : -1;
-    return false;
+    exitStatus = WIFEXITED(mStatus) ? WEXITSTATUS(mStatus) : WIFSIGNALED(mStatus) ? -WTERMSIG(mStatus) : -1;
+    return WIFEXITED(mStatus);
 }
 
 bool waitForText(const std::string& file, const std::string& text, int timeoutMs) {
     auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
-        if (readWholeFile(file).find(text) != std::string::npos) {
-            return true;
-        }
+    while (readWholeFile(file).find(text) == std::string::npos) {
         if (Clock::now() >= deadline) {
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    return true;
 }
 
 }  // namespace tola_test

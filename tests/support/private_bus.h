@@ -25,7 +25,6 @@ class PrivateBus {
     const std::string& address() const { return mAddress; }
 
   private:
-    void start(const std::string& config);
     std::string mDir;
     std::string mAddress;
     pid_t mPid = -1;

@@ -5,14 +5,13 @@
 #endif
 #include <sys/ipc.h>
 #include <sys/shm.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 
 #include "host_env.h"
@@ -25,23 +24,14 @@ std::atomic<int> gCounter{0};
 
 const char* const kVariables[] = {"ARDO_ROOT", "ARDO_SHM_KEY", "ARDO_TIME_SCALE"};
 
-void run(const std::string& command) {
-    int rc = std::system(command.c_str());
-    if (rc != 0) {
-        throw std::runtime_error("command failed: " + command);
-    }
-}
-
 // Removes a root and its ACL segment.
 void removeRoot(const std::string& dir, int shmKey) {
     int id = shmget(static_cast<key_t>(shmKey), 0, 0);
     if (id >= 0) {
         shmctl(id, IPC_RMID, nullptr);
     }
-    if (!dir.empty()) {
-        int ignored = std::system(("rm -rf '" + dir + "'").c_str());
-        (void)ignored;
-    }
+    std::error_code ignored;
+    std::filesystem::remove_all(dir, ignored);
 }
 
 #ifndef TOLA_NO_GTEST
@@ -90,8 +80,10 @@ TempRoot::TempRoot(bool bare, double timeScale) {
     setenv("ARDO_TIME_SCALE", std::to_string(timeScale).c_str(), 1);
     // A simulated device starts as a running process, whatever an earlier test stopped.
     ardo::hostResetProcessStop();
-    if (!bare) {
-        run(std::string("TOLA_BIN_DIR=/nonexistent '") + TOLA_SOURCE_DIR + "/scripts/mkroot' '" + mDir + "'");
+    std::string mkroot =
+        std::string("TOLA_BIN_DIR=/nonexistent '") + TOLA_SOURCE_DIR + "/scripts/mkroot' '" + mDir + "'";
+    if (!bare && std::system(mkroot.c_str()) != 0) {
+        throw std::runtime_error("command failed: " + mkroot);
     }
 }
 
@@ -115,8 +107,7 @@ std::string TempRoot::readFile(const std::string& devicePath) const {
 }
 
 bool TempRoot::exists(const std::string& devicePath) const {
-    struct stat st {};
-    return stat(path(devicePath).c_str(), &st) == 0;
+    return access(path(devicePath).c_str(), F_OK) == 0;
 }
 
 void TempRoot::remove(const std::string& devicePath) const {
@@ -125,9 +116,7 @@ void TempRoot::remove(const std::string& devicePath) const {
 
 std::string readWholeFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 }  // namespace tola_test
