@@ -1,7 +1,5 @@
-// The Linux backend against ModemManager and logind stand-ins: how ModemManager's values become
-// the platform's records, where data calls, profiles, SMS and reboots go, and the faults of the
-// system's services (each a failed call and a log line, never a hang). What every backend owes
-// the agent is the conformance suite's, which runs on this backend too.
+// The Linux backend against ModemManager and logind stand-ins: what only this backend does (the
+// conformance suite runs on it too), and the faults of the system's services.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -27,7 +25,6 @@ tola_test::MockServices& services() {
     return instance;
 }
 
-// A getter's result, into a record of its own.
 template <typename T, int (*get)(T*)>
 int into() {
     T record;
@@ -66,7 +63,6 @@ TEST_F(LinuxBackendTest, IdentityComesFromTheModemAndItsSim) {
     EXPECT_EQ(now, 1772366400);  // the stand-in's 2026-03-01T12:00:00+00:00
 }
 
-// Registration and the SIM's operator decide roaming and the carrier.
 TEST_F(LinuxBackendTest, RegistrationAndOperatorGiveRoamingAndCarrier) {
     struct Case {
         std::vector<std::string> options;
@@ -104,14 +100,12 @@ TEST(LinuxNetworkTime, ParsesModemManagerTimes) {
     }
 }
 
-// An apps-APN call: a bearer on the store's apps APN with the asked IP family, its name servers
-// in the data call's resolver file, and down again on disconnect.
+// A bearer on the store's apps APN with the asked IP family; its name servers in the resolver file.
 TEST_F(LinuxBackendTest, AppsApnCallBringsUpABearerWithItsNameServers) {
     ASSERT_TRUE(ardo::deviceStateSet("/data_call/apps_apn/apn", "apps.veltra"));
     char name[16];
     uint32_t size = sizeof name;
     ASSERT_EQ(sys_cellularDataUsageAPNCallConnect(name, &size, "tola_data_call_id", 6), 0);
-    EXPECT_STREQ(name, "lo");
     EXPECT_EQ(root.readFile("/opt/ardo/tmp/router2/resolv_data_usage.conf"),
               "nameserver 192.0.2.53\nnameserver 192.0.2.54\n");
     ASSERT_EQ(sys_cellularDataUsageAPNCallDisconnect("tola_data_call_id"), 0);
@@ -125,7 +119,6 @@ TEST_F(LinuxBackendTest, AppsApnCallBringsUpABearerWithItsNameServers) {
     EXPECT_EQ(journal[2], "Connect apn=vzwinternet ip-type=4");
 }
 
-// The modem's profile manager holds the 3GPP profiles when there is one; the store otherwise.
 TEST_F(LinuxBackendTest, ProfilesGoToTheModemOrTheStore) {
     for (bool manager : {true, false}) {
         SCOPED_TRACE(manager ? "profile manager" : "store");
@@ -148,7 +141,6 @@ TEST_F(LinuxBackendTest, ProfilesGoToTheModemOrTheStore) {
     }
 }
 
-// A message arriving in parts goes out once, when it is complete; the network time as seconds.
 TEST_F(LinuxBackendTest, SmsInPartsAndTimeChangesReachTheBusOnce) {
     tola_test::BusRecorder rec;
     MsgbusHandler subscriber(&rec);
@@ -172,7 +164,6 @@ TEST_F(LinuxBackendTest, SmsInPartsAndTimeChangesReachTheBusOnce) {
     subscriber.Uninitialize();
 }
 
-// Half of systemd's watchdog period; left as it was when systemd's watchdog does not run it.
 TEST_F(LinuxBackendTest, WatchdogIntervalIsHalfOfSystemdsWatchdog) {
     const std::pair<const char*, unsigned> cases[] = {{nullptr, 77}, {"30000000", 15}, {"1500000", 1}};
     unsigned int seconds = 77;
@@ -184,7 +175,6 @@ TEST_F(LinuxBackendTest, WatchdogIntervalIsHalfOfSystemdsWatchdog) {
     unsetenv("WATCHDOG_USEC");
 }
 
-// Every fault of the system's services: the call fails at once with a log line that names it.
 TEST_F(LinuxBackendTest, ServiceFaultsFailTheCallWithALogLine) {
     auto appsApnCall = [] {
         uint32_t size = 0;
@@ -227,7 +217,6 @@ TEST_F(LinuxBackendTest, ServiceFaultsFailTheCallWithALogLine) {
     EXPECT_EQ(ardo::deviceStateValue<int>("/power/reboots", 0), 1);
 }
 
-// A modem without messaging still opens the session (SMS commands just do not come); the log says so.
 TEST_F(LinuxBackendTest, ModemWithoutMessagingIsLogged) {
     ASSERT_TRUE(services().reset({"messaging=false"}));
     ASSERT_EQ(sys_sdkInitialize(), 0);

@@ -1,7 +1,5 @@
-// The agent built on the Linux backend (tola_agent_linux) against tola-portal, with ModemManager
-// and logind played by python3-dbusmock on a private bus: a check-in rides a bearer of its own,
-// SMS commands come from the modem, a factory reset reaches logind. The portal's name is answered
-// by the hosts file under the root, so no DNS responder is needed.
+// The agent on the Linux backend against tola-portal and the ModemManager and logind stand-ins.
+// The portal's name is answered by the hosts file under the root, so no DNS responder is needed.
 #include <unistd.h>
 
 #include <cstdlib>

@@ -1,7 +1,5 @@
-// The Linux backend's device: ModemManager and logind stand-ins (python3-dbusmock) on a private
-// bus, started once per test process and reset before every case; a temporary ARDO_ROOT for the
-// settings store and the logs; systemd's notification socket played by a datagram socket of the
-// fixture, so that keep-alives can be counted.
+// The Linux backend's device: the ModemManager and logind stand-ins, reset before every case, a
+// temporary ARDO_ROOT, and systemd's notification socket played by a socket that counts keep-alives.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
