@@ -37,58 +37,36 @@ struct Value {
     int (*set)(int);
     int value, success;
 };
-#define SYS(X, value) \
-    { #X, sys_get##X, sys_set##X, value, 0 }
+#define SYS(X, value) (Value{#X, sys_get##X, sys_set##X, value, 0})
 #define FLAG(X) SYS(X, -1)
-#define UI(X) \
-    { #X, deviceui_get_##X, deviceui_set_##X, -1, DEVICEUI_SUCCESS }
-#define READ_ONLY(fn) \
-    { #fn, fn, nullptr, 0, 0 }
+#define UI(X) (Value{#X, deviceui_get_##X, deviceui_set_##X, -1, DEVICEUI_SUCCESS})
+#define READ_ONLY(fn) (Value{#fn, fn, nullptr, 0, 0})
 
-const Value kValues[] = {
-    FLAG(IPv6Enabled),
-    FLAG(ManualDNSEnabled),
-    FLAG(DMZEnabled),
-    FLAG(IPv6TransparentModeEnabled),
-    FLAG(VPNPassthroughEnabled),
-    FLAG(MacFilterWhiteListEnabled),
-    FLAG(GPSPrivacyAgreementAccepted),
-    FLAG(NMEAOverWiFiEnabled),
-    FLAG(GPSStartupState),
-    FLAG(WiFiEnabled),
-    FLAG(HWFactoryResetEnabled),
-    FLAG(LEDEnabled),
-    FLAG(UIStealthModeEnabled),
-    FLAG(AudioAlertsEnabled),
-    FLAG(PortFilteringEnabled),
-    FLAG(PortForwardingEnabled),
-    FLAG(SambaEnabled),
-    FLAG(SambaPrimaryNetworkEnabled),
-    FLAG(SambaGuestNetworkEnabled),
-    FLAG(CellularDataEnabled),
-    SYS(NMEAOverWiFiSettings, 10110),
-    SYS(WiFiMaxClients, 7),
-    SYS(UniversalChargingSettings, 25),
+// A table as a call, so that its short rows share lines.
+template <typename T, typename... V>
+std::vector<T> rows(V... v) {
+    return {v...};
+}
+
+const std::vector<Value> kValues = rows<Value>(
+    FLAG(IPv6Enabled), FLAG(ManualDNSEnabled), FLAG(DMZEnabled), FLAG(IPv6TransparentModeEnabled),
+    FLAG(VPNPassthroughEnabled), FLAG(MacFilterWhiteListEnabled), FLAG(GPSPrivacyAgreementAccepted),
+    FLAG(NMEAOverWiFiEnabled), FLAG(GPSStartupState), FLAG(WiFiEnabled), FLAG(HWFactoryResetEnabled),
+    FLAG(LEDEnabled), FLAG(UIStealthModeEnabled), FLAG(AudioAlertsEnabled), FLAG(PortFilteringEnabled),
+    FLAG(PortForwardingEnabled), FLAG(SambaEnabled), FLAG(SambaPrimaryNetworkEnabled),
+    FLAG(SambaGuestNetworkEnabled), FLAG(CellularDataEnabled), SYS(NMEAOverWiFiSettings, 10110),
+    SYS(WiFiMaxClients, 7), SYS(UniversalChargingSettings, 25),
     SYS(USBTetheringEnabled, SYS_USB_MODE_USB_ONLY),
     SYS(UINotificationSettings, SYS_SOUND_STARTUP | SYS_SOUND_ROAMING),
     SYS(CellularDataConnectionPreference, SYS_DATA_CONNECT_MANUAL),
-    SYS(EnabledRadioTechnologies, SYS_RAT_LTE),
-    UI(wifi_display_setting_enabled),
-    UI(display_setting_enabled),
-    UI(notification_display_wakeup_setting_enabled),
-    UI(usb_connection_prompt_enabled),
-    UI(file_sharing_display_setting_enabled),
-    UI(admin_password_enabled),
-    {"screen_timeout", deviceui_get_screen_timeout_settings, deviceui_set_screen_timeout_settings, 45000,
-     DEVICEUI_SUCCESS},
-    READ_ONLY(sys_getCellularServiceStatus),
-    READ_ONLY(sys_getSIMCarrier),
-    READ_ONLY(sys_validateHomeNetwork),
-    READ_ONLY(sys_getCellularDataConnectionStatus),
-    READ_ONLY(sys_getWiFiCarrierEnabled),
-    READ_ONLY(sys_getWiFiGuestCarrierEnabled),
-    READ_ONLY(sys_getActiveModemProfileIndex),
-};
+    SYS(EnabledRadioTechnologies, SYS_RAT_LTE), UI(wifi_display_setting_enabled), UI(display_setting_enabled),
+    UI(notification_display_wakeup_setting_enabled), UI(usb_connection_prompt_enabled),
+    UI(file_sharing_display_setting_enabled), UI(admin_password_enabled),
+    Value{"screen_timeout", deviceui_get_screen_timeout_settings, deviceui_set_screen_timeout_settings, 45000,
+          DEVICEUI_SUCCESS},
+    READ_ONLY(sys_getCellularServiceStatus), READ_ONLY(sys_getSIMCarrier), READ_ONLY(sys_validateHomeNetwork),
+    READ_ONLY(sys_getCellularDataConnectionStatus), READ_ONLY(sys_getWiFiCarrierEnabled),
+    READ_ONLY(sys_getWiFiGuestCarrierEnabled), READ_ONLY(sys_getActiveModemProfileIndex));
 
 #define TEXT(T, field) (Text{offsetof(T, field), sizeof(T::field)})
 #define RECORD(fn, ...) (record(#fn, fn, {__VA_ARGS__}))
@@ -115,7 +93,7 @@ std::vector<Getter> getters() {
     using Login = webui_login_settings_t;
     using Usage = dua_data_usage_info_t;
     const size_t plan = offsetof(Usage, PlanDisplayInfo);
-    std::vector<Getter> all = {
+    std::vector<Getter> all = rows<Getter>(
         RECORD(sys_getHardwareInfo, TEXT(Hw, model), TEXT(Hw, macAddress), TEXT(Hw, imei), TEXT(Hw, meid),
                TEXT(Hw, esn)),
         RECORD(sys_getSubscriberInfo, TEXT(Sub, mdn), TEXT(Sub, min), TEXT(Sub, imsi)),
@@ -149,8 +127,7 @@ std::vector<Getter> getters() {
                                                        static_cast<char*>(p), 32);
                },
                {Text{0, 32}}},
-        RECORD(sys_getWatchdogInterval),
-    };
+        RECORD(sys_getWatchdogInterval));
     all.push_back(RECORD(sys_getGPSEnabled));
     all.back().results = {0, SYS_GPS_PRIVACY_NOT_ACCEPTED};
     for (const Value& v : kValues) {
