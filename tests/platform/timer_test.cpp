@@ -50,7 +50,14 @@ uint32_t shortInterval() {
     return static_cast<uint32_t>(std::max(1.0, backend::timeScale() / 100));
 }
 
-using TimerTest = DeviceTest;
+class TimerTest : public DeviceTest {
+  protected:
+    // Starts the timer and signals it once; true when the callback ran.
+    bool startAndSignal(MaintenanceThread& timer) {
+        return timer.Run() == 0 && (timer.SignalTimerThread(), rec.waitForCalls(1));
+    }
+    Recorder rec;
+};
 using ClockTest = DeviceTest;
 
 }  // namespace
@@ -86,7 +93,6 @@ TEST_F(ClockTest, SleepsAndDeadlinesRunOnTheDeviceClock) {
 }
 
 TEST_F(TimerTest, RunsOnlyWhenSignalledAndKeepsSignalsThatArriveDuringTheCallback) {
-    Recorder rec;
     std::promise<void> release;
     std::shared_future<void> released(release.get_future());
     rec.action = [&, first = true]() mutable {
@@ -113,19 +119,16 @@ TEST_F(TimerTest, RunsOnlyWhenSignalledAndKeepsSignalsThatArriveDuringTheCallbac
 }
 
 TEST_F(TimerTest, NewIntervalAppliesFromTheNextWait) {
-    Recorder rec;
     MaintenanceThread timer(&rec, 0, 6543);
     // Like the check-in flow: the callback re-arms the period of its own timer.
     rec.action = [&] { timer.SetInterval(shortInterval()); };
-    ASSERT_EQ(timer.Run(), 0);
-    timer.SignalTimerThread();
-    EXPECT_TRUE(rec.waitForCalls(4));  // the first by signal, then periodic
+    ASSERT_TRUE(startAndSignal(timer));
+    EXPECT_TRUE(rec.waitForCalls(4));  // then periodic
     EXPECT_EQ(timer.GetInterval(), shortInterval());
     EXPECT_EQ(timer.GetTimerId(), 6543u);
 }
 
 TEST_F(TimerTest, ShutdownLeavesASleepInTheCallbackAndOnlyAProcessStopEndsIt) {
-    Recorder rec;
     std::atomic<bool> sleepEnded{false};
     // A day of device time: far longer than the case at any time scale.
     rec.action = [&] {
@@ -133,9 +136,7 @@ TEST_F(TimerTest, ShutdownLeavesASleepInTheCallbackAndOnlyAProcessStopEndsIt) {
         sleepEnded = true;
     };
     MaintenanceThread timer(&rec, 0, 3456);
-    ASSERT_EQ(timer.Run(), 0);
-    timer.SignalTimerThread();
-    ASSERT_TRUE(rec.waitForCalls(1));
+    ASSERT_TRUE(startAndSignal(timer));
     // A re-arm stops the timer and waits for it: the callback's sleep goes on.
     timer.Shutdown();
     auto joined = std::async(std::launch::async, [&] { timer.WaitForCompletion(); });
@@ -155,12 +156,9 @@ TEST_F(TimerTest, ShutdownLeavesASleepInTheCallbackAndOnlyAProcessStopEndsIt) {
 }
 
 TEST_F(TimerTest, RunsAgainAfterShutdownAndWaitForCompletion) {
-    Recorder rec;
     MaintenanceThread timer(&rec, 0, 1);
-    ASSERT_EQ(timer.Run(), 0);
+    ASSERT_TRUE(startAndSignal(timer));
     EXPECT_EQ(timer.Run(), 0);  // a second Run while running starts nothing new
-    timer.SignalTimerThread();
-    ASSERT_TRUE(rec.waitForCalls(1));
     timer.Shutdown();
     timer.WaitForCompletion();
     timer.WaitForCompletion();  // harmless when already stopped
@@ -177,7 +175,6 @@ TEST_F(TimerTest, RunsAgainAfterShutdownAndWaitForCompletion) {
 }
 
 TEST_F(TimerTest, DestructorEndsALongWait) {
-    Recorder rec;
     auto destroyed = std::async(std::launch::async, [&] {
         MaintenanceThread timer(&rec, 86400, 1);
         timer.Run();
