@@ -1,7 +1,4 @@
-// The check-in exchange: encryption into the envelope, the attempt loop, and the client's
-// preparation (interface and forced resolution).
-#include <gtest/gtest.h>
-
+// The check-in exchange: the envelope, the attempt loop, the client's preparation.
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +8,7 @@
 
 #include "app_fixture.h"
 #include "canned_http.h"
+#include "case_rows.h"
 #include "http_helper.h"
 #include "sys_core.h"
 
@@ -133,21 +131,12 @@ TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
 }
 
 TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"https://portal.tola.test/checkin", "portal.tola.test:443:127.0.0.1"},
-        {"HTTPS://portal.tola.test/checkin", "portal.tola.test:443:127.0.0.1"},
-        {"http://portal.tola.test/checkin", "portal.tola.test:80:127.0.0.1"},
-        {"https://portal.tola.test:8443", "portal.tola.test:8443:127.0.0.1"},
-        {"https://portal.tola.test", "portal.tola.test:443:127.0.0.1"},
-        {"http://10.1.2.3/x", "10.1.2.3:80:10.1.2.3"},
-        {"portal.tola.test/checkin", ""},  // no scheme: matches no pattern
-    };
     ASSERT_TRUE(app->EstablishAdminApnCall(1));
-    for (auto [url, entry] : cases) {
+    for (const auto& c : tola_test::readCases("forced_resolution.tsv", 2)) {
         HttpHelper client;
-        app->PrepareRequest(client, url);
+        app->PrepareRequest(client, c[0]);
         EXPECT_EQ(client.GetInterface(), "lo");
-        EXPECT_EQ(client.GetResolveEntry(), entry) << url;
+        EXPECT_EQ(client.GetResolveEntry(), c[1]) << c[0];
     }
 }
 

@@ -1,7 +1,5 @@
 // Data calls by DataCallType with scripted platform results, and the conditions for a
 // data-usage query.
-#include <gtest/gtest.h>
-
 #include <tuple>
 
 #include "app_fixture.h"

@@ -1,6 +1,4 @@
 // Data usage: the bounded wait for the service's notice and the texts derived from its plans.
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <cstdint>
 #include <thread>
