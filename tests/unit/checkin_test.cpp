@@ -118,7 +118,7 @@ TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
     ardo::deviceStateSet("/faults/sys_cellularDataUsageAPNCallConnect", json::array({5, 5, 5, 5, 5, 5}));
     Activate(portal.url());
     std::thread stopper([this] {
-        while (Count(Log(), "HTTP request failed") == 0) {
+        while (LogCount("HTTP request failed") == 0) {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
         sys_requestProcessStop();
@@ -126,8 +126,8 @@ TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
     app->PerformCheckIn();
     stopper.join();
     EXPECT_TRUE(portal.bodies().empty());
-    EXPECT_EQ(Count(Log(), "Checking server - attempt"), 1u);
-    EXPECT_EQ(Count(Log(), "Process is stopping, check-in abandoned"), 1u);
+    EXPECT_EQ(LogCount("Checking server - attempt"), 1u);
+    EXPECT_EQ(LogCount("Process is stopping, check-in abandoned"), 1u);
 }
 
 TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
@@ -150,12 +150,12 @@ TEST_F(CheckInTest, NoForcedResolutionWithoutAnAnswerOrForOtherDataCallTypes) {
                   std::string::npos);
     }
     SetConfigValue("DataCallType", "1");
-    size_t lookups = Count(Log(), "[CALL_DNS]");
+    size_t lookups = LogCount("[CALL_DNS]");
     HttpHelper other;
     app->PrepareRequest(other, "https://portal.tola.test/checkin");
     EXPECT_EQ(other.GetInterface(), "");
     EXPECT_EQ(other.GetResolveEntry(), "");
-    EXPECT_EQ(Count(Log(), "[CALL_DNS]"), lookups);
+    EXPECT_EQ(LogCount("[CALL_DNS]"), lookups);
 }
 
 }  // namespace

@@ -96,9 +96,9 @@ TEST_F(SmsTest, RefusedCommandsChangeNothing) {
     EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
     EXPECT_EQ(ardo::deviceStateRead()["modem"], deviceBefore["modem"]);
     EXPECT_EQ(ardo::deviceStateRead()["power"]["factory_resets"], 0);
-    EXPECT_EQ(Count(Log(), "Invalid SMS received\n"), 7u);
-    EXPECT_EQ(Count(Log(), "New check-in URL refused, it cannot be stored; the old URL is kept"), 1u);
-    EXPECT_EQ(Count(Log(), "New encryption key refused, it cannot be stored; the old key is kept"), 2u);
+    EXPECT_EQ(LogCount("Invalid SMS received\n"), 7u);
+    EXPECT_EQ(LogCount("New check-in URL refused, it cannot be stored; the old URL is kept"), 1u);
+    EXPECT_EQ(LogCount("New encryption key refused, it cannot be stored; the old key is kept"), 2u);
 }
 
 TEST_F(SmsTest, KeyAndUrlCommandsStoreTheirArgument) {

@@ -31,7 +31,7 @@
 #include "watchdog.h"
 #include "xmldata.h"
 
-using TempRoot;
+using tola_test::TempRoot;
 using ardo::json;
 
 namespace {
