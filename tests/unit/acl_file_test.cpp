@@ -1,14 +1,11 @@
-// The access-control list and the runtime record: acl_config.xml (the exact bytes written, the
-// backup, the repairs at start-up, the reader's handling of hand-edited files) and the shared
-// memory segment (header values, updates in place, the capacity, long names, attaching again).
-#include <gtest/gtest.h>
+// acl_config.xml (bytes written, backup, repairs at start-up, hand-edited files) and the shared
+// memory segment holding the list.
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstring>
-#include <string>
 #include <thread>
 
 #include "app_fixture.h"
@@ -20,18 +17,13 @@ const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
 const std::string kBackupFile = kAclFile + ".bkp";
 
 const std::string kHead = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ACLConfig>\n<TOLA>";
+std::string caseFile(const char* name) {
+    return tola_test::readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/cases/" + name);
+}
+// The file a first start writes (no final newline), and its record lines.
+const std::string kDefaultFile = caseFile("acl_config_default.xml");
 const std::string kDefaultRecord =
-    "\n<CheckInFlag>false</CheckInFlag>"
-    "\n<FactoryResetFlag>false</FactoryResetFlag>"
-    "\n<CheckInIntervalOverrideFlag>false</CheckInIntervalOverrideFlag>"
-    "\n<CheckInInterval>0</CheckInInterval>"
-    "\n<CheckInURL></CheckInURL>"
-    "\n<PayloadEncryptionKey></PayloadEncryptionKey>"
-    "\n<LastCommand></LastCommand>"
-    "\n<Version>0</Version>"
-    "\n<AclConfigStatus>0</AclConfigStatus>"
-    "\n<LastCheckInDate></LastCheckInDate>";
-const std::string kEmptyAcl = "\n</TOLA>\n<ACL>\n</ACL>\n</ACLConfig>";
+    kDefaultFile.substr(kHead.size(), kDefaultFile.find("\n</TOLA>") - kHead.size());
 
 std::string ace(const std::string& name, const char* display, const char* write) {
     return "\n<ACE>\n<Name>" + name + "</Name>\n<DisplayEnabled>" + display +
@@ -65,8 +57,7 @@ TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
     EXPECT_TRUE(agent.SetRuntimeConfig(record));
 
     // Byte for byte, without a final newline.
-    const std::string expected =
-        tola_test::readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/cases/acl_config_written.xml");
+    const std::string expected = caseFile("acl_config_written.xml");
     EXPECT_EQ(expected, root.readFile(kAclFile));
     EXPECT_EQ(expected + "\n", root.readFile(kBackupFile));
     // No temporary file is left beside the targets.
@@ -75,38 +66,25 @@ TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
 }
 
 TEST_F(AclFileTest, FlagSpellingsAndBadNumbers) {
-    struct Case {
-        const char* checkInFlag;
-        const char* aceDisplay;
-        const char* interval;
-        bool expectedFlag;
-        uint32_t expectedDisplayBit;
-        bool expectedOverride;
-        uint32_t expectedInterval;
-    } cases[] = {
-        {"true", "True", "7", true, 1, true, 7},      {"TRUE", "true", "7", false, 0, true, 7},
-        {"1", "TRUE", "7", false, 0, true, 7},        {"True", "1", "abc", false, 0, false, 0},
-        {" true", "True ", "-1", false, 0, false, 0}, {"", "", "", false, 0, false, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.checkInFlag) + "/" + c.aceDisplay + "/" + c.interval);
-        root.writeFile(kAclFile, aclFile(std::string("\n<CheckInFlag>") + c.checkInFlag +
+    for (const auto& c : tola_test::readCases("acl_flag_spellings.tsv", 7)) {
+        SCOPED_TRACE(c[0] + "/" + c[1] + "/" + c[2]);
+        root.writeFile(kAclFile, aclFile("\n<CheckInFlag>" + c[0] +
                                              "</CheckInFlag>\n<CheckInIntervalOverrideFlag>true"
                                              "</CheckInIntervalOverrideFlag>\n<CheckInInterval>" +
-                                             c.interval + "</CheckInInterval>",
-                                         ace("A", c.aceDisplay, "True")));
+                                             c[2] + "</CheckInInterval>",
+                                         ace("A", c[1].c_str(), "True")));
         TOLAAgent agent;
         agent.Initialize();
         tolaagent_runtime_config_t record;
         agent.GetRuntimeConfig(record);
-        EXPECT_EQ(c.expectedFlag, record.checkInFlag);
-        EXPECT_EQ(c.expectedOverride, record.checkInIntervalOverrideFlag);
-        EXPECT_EQ(c.expectedInterval, record.checkInInterval);
+        EXPECT_EQ(c[3] == "1", record.checkInFlag);
+        EXPECT_EQ(c[5] == "1", record.checkInIntervalOverrideFlag);
+        EXPECT_EQ(std::stoul(c[6]), record.checkInInterval);
         // Elements missing from the file keep the defaults.
         EXPECT_STREQ("0", record.version);
         EXPECT_EQ(0, record.aclConfigStatus);
         ASSERT_EQ(1, agent.AclBlock()->count);
-        EXPECT_EQ(c.expectedDisplayBit | TOLA_ACE_WRITE_ENABLED, agent.AclBlock()->entries[0].flags);
+        EXPECT_EQ(std::stoul(c[4]) | TOLA_ACE_WRITE_ENABLED, agent.AclBlock()->entries[0].flags);
     }
 }
 
@@ -114,7 +92,8 @@ TEST_F(AclFileTest, RepairsAtStart) {
     const std::string saved =
         aclFile("\n<CheckInFlag>true</CheckInFlag>\n<Version>9</Version>", ace("Saved", "True", "True"));
     const std::string corruptedLine = "looks like file got corrupted and reset the acl_config.xml";
-    const std::string defaults = kHead + kDefaultRecord + kEmptyAcl, absent = "<absent>";
+    const std::string& defaults = kDefaultFile;
+    const std::string absent = "<absent>";
     struct Case {
         const char* name;
         std::string main, backup, expectedMain;  // the main file after start-up
@@ -278,9 +257,18 @@ TEST_F(AclFileTest, WritesNeverFollowAPlantedLinkAndNeverTearUnderConcurrentWrit
     EXPECT_EQ(torn, 0);
 }
 
-using SharedAclTest = tola_test::RootTest;
+class SharedAclTest : public tola_test::RootTest {
+  protected:
+    void SetUp() override {
+        RootTest::SetUp();
+        agent.Initialize();
+        acl = agent.AclBlock();
+    }
+    TOLAAgent agent;
+    tola_acl_shm_t* acl = nullptr;
+};
 
-TEST_F(SharedAclTest, HeaderTellsFreshLoadedAndWiped) {
+TEST_F(AclFileTest, SharedHeaderTellsFreshLoadedAndWiped) {
     TOLAAgent agent;
     ASSERT_TRUE(agent.InitializeSharedMemory());
     tola_acl_shm_t* acl = agent.AclBlock();
@@ -305,9 +293,6 @@ TEST_F(SharedAclTest, HeaderTellsFreshLoadedAndWiped) {
 }
 
 TEST_F(SharedAclTest, ExistingNameIsUpdatedInPlace) {
-    TOLAAgent agent;
-    agent.Initialize();
-    tola_acl_shm_t* acl = agent.AclBlock();
     agent.SetACEProperties("WiFiSSID", false, false);
     agent.SetACEProperties("wifissid", true, false);  // names are case-sensitive
     ASSERT_EQ(2, acl->count);
@@ -324,9 +309,6 @@ TEST_F(SharedAclTest, ExistingNameIsUpdatedInPlace) {
 }
 
 TEST_F(SharedAclTest, TableHoldsTwoHundredNames) {
-    TOLAAgent agent;
-    agent.Initialize();
-    tola_acl_shm_t* acl = agent.AclBlock();
     for (int i = 0; i < TOLA_ACL_MAX_ENTRIES; ++i) {
         agent.SetACEProperties(("item" + std::to_string(i)).c_str(), false, false);
     }
@@ -341,9 +323,6 @@ TEST_F(SharedAclTest, TableHoldsTwoHundredNames) {
 }
 
 TEST_F(SharedAclTest, HundredCharacterNamesHaveNoTerminatorAndAreStillFound) {
-    TOLAAgent agent;
-    agent.Initialize();
-    tola_acl_shm_t* acl = agent.AclBlock();
     const std::string exact(100, 'a');
     const std::string longer = std::string(100, 'b') + "tail";
     agent.SetACEProperties(exact.c_str(), true, false);
@@ -366,18 +345,16 @@ TEST_F(SharedAclTest, HundredCharacterNamesHaveNoTerminatorAndAreStillFound) {
 }
 
 TEST_F(SharedAclTest, SecondStartAttachesWithoutClearing) {
-    TOLAAgent first;
-    first.Initialize();
-    first.SetACEProperties("Kept", true, true);  // not yet in the file
+    agent.SetACEProperties("Kept", true, true);  // not yet in the file
     TOLAAgent second;
     ASSERT_TRUE(second.InitializeSharedMemory());
-    ASSERT_NE(first.AclBlock(), second.AclBlock());
+    ASSERT_NE(acl, second.AclBlock());
     EXPECT_EQ(TOLA_ACL_HEADER_LOADED, second.AclBlock()->header);
     ASSERT_EQ(1, second.AclBlock()->count);
     EXPECT_STREQ("Kept", second.AclBlock()->entries[0].name);
     // Each attachment sees the other's writes.
     second.SetACEProperties("Kept", false, false);
-    EXPECT_EQ(0u, first.AclBlock()->entries[0].flags);
+    EXPECT_EQ(0u, acl->entries[0].flags);
 }
 
 }  // namespace

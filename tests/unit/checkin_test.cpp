@@ -1,7 +1,4 @@
-// The check-in exchange: encryption into the envelope, the attempt loop, and the client's
-// preparation (interface and forced resolution).
-#include <gtest/gtest.h>
-
+// The check-in exchange: the envelope, the attempt loop, the client's preparation.
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +8,7 @@
 
 #include "app_fixture.h"
 #include "canned_http.h"
+#include "case_rows.h"
 #include "http_helper.h"
 #include "sys_core.h"
 
@@ -120,7 +118,7 @@ TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
     ardo::deviceStateSet("/faults/sys_cellularDataUsageAPNCallConnect", json::array({5, 5, 5, 5, 5, 5}));
     Activate(portal.url());
     std::thread stopper([this] {
-        while (Count(Log(), "HTTP request failed") == 0) {
+        while (LogCount("HTTP request failed") == 0) {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
         sys_requestProcessStop();
@@ -128,26 +126,17 @@ TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
     app->PerformCheckIn();
     stopper.join();
     EXPECT_TRUE(portal.bodies().empty());
-    EXPECT_EQ(Count(Log(), "Checking server - attempt"), 1u);
-    EXPECT_EQ(Count(Log(), "Process is stopping, check-in abandoned"), 1u);
+    EXPECT_EQ(LogCount("Checking server - attempt"), 1u);
+    EXPECT_EQ(LogCount("Process is stopping, check-in abandoned"), 1u);
 }
 
 TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"https://portal.tola.test/checkin", "portal.tola.test:443:127.0.0.1"},
-        {"HTTPS://portal.tola.test/checkin", "portal.tola.test:443:127.0.0.1"},
-        {"http://portal.tola.test/checkin", "portal.tola.test:80:127.0.0.1"},
-        {"https://portal.tola.test:8443", "portal.tola.test:8443:127.0.0.1"},
-        {"https://portal.tola.test", "portal.tola.test:443:127.0.0.1"},
-        {"http://10.1.2.3/x", "10.1.2.3:80:10.1.2.3"},
-        {"portal.tola.test/checkin", ""},  // no scheme: matches no pattern
-    };
     ASSERT_TRUE(app->EstablishAdminApnCall(1));
-    for (auto [url, entry] : cases) {
+    for (const auto& c : tola_test::readCases("forced_resolution.tsv", 2)) {
         HttpHelper client;
-        app->PrepareRequest(client, url);
+        app->PrepareRequest(client, c[0]);
         EXPECT_EQ(client.GetInterface(), "lo");
-        EXPECT_EQ(client.GetResolveEntry(), entry) << url;
+        EXPECT_EQ(client.GetResolveEntry(), c[1]) << c[0];
     }
 }
 
@@ -161,12 +150,12 @@ TEST_F(CheckInTest, NoForcedResolutionWithoutAnAnswerOrForOtherDataCallTypes) {
                   std::string::npos);
     }
     SetConfigValue("DataCallType", "1");
-    size_t lookups = Count(Log(), "[CALL_DNS]");
+    size_t lookups = LogCount("[CALL_DNS]");
     HttpHelper other;
     app->PrepareRequest(other, "https://portal.tola.test/checkin");
     EXPECT_EQ(other.GetInterface(), "");
     EXPECT_EQ(other.GetResolveEntry(), "");
-    EXPECT_EQ(Count(Log(), "[CALL_DNS]"), lookups);
+    EXPECT_EQ(LogCount("[CALL_DNS]"), lookups);
 }
 
 }  // namespace

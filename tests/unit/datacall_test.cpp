@@ -1,7 +1,5 @@
 // Data calls by DataCallType with scripted platform results, and the conditions for a
 // data-usage query.
-#include <gtest/gtest.h>
-
 #include <tuple>
 
 #include "app_fixture.h"
@@ -24,10 +22,10 @@ TEST_F(DataCallTest, InternetCallOnTheOnlyAttemptCountsAsFailedEvenWhenUp) {
         ardo::deviceStateSet("/data_call/internet/status", status);
         ardo::deviceStateSet("/data_call/internet/status_after_connect", statusAfterConnect);
         size_t connects = Journal("sys_cellularDataConnect").size(),
-               waits = Count(Log(), "sleeping for 20 seconds");
+               waits = LogCount("sleeping for 20 seconds");
         EXPECT_EQ(app->CheckDataCallAndConnect(), rc);
         EXPECT_EQ(Journal("sys_cellularDataConnect").size() - connects, newConnects);
-        EXPECT_EQ(Count(Log(), "sleeping for 20 seconds") - waits, routingWaits);
+        EXPECT_EQ(LogCount("sleeping for 20 seconds") - waits, routingWaits);
     }
     // Two attempts allowed: a call that comes up on the first one is reported up.
     ardo::deviceStateSet("/data_call/internet/status", 0);
@@ -63,13 +61,13 @@ TEST_F(DataCallTest, AppsApnCallRetriesOnceThenGivesUp) {
     };
     for (const auto& [faults, up, failuresLogged] : cases) {
         ardo::deviceStateSet("/faults/sys_cellularDataUsageAPNCallConnect", faults);
-        size_t before = Count(Log(), "sys_cellularDataUsageAPNCallConnect returned");
+        size_t before = LogCount("sys_cellularDataUsageAPNCallConnect returned");
         EXPECT_EQ(app->EstablishAdminApnCall(1), up) << faults;
-        EXPECT_EQ(Count(Log(), "sys_cellularDataUsageAPNCallConnect returned") - before, failuresLogged);
+        EXPECT_EQ(LogCount("sys_cellularDataUsageAPNCallConnect returned") - before, failuresLogged);
         EXPECT_EQ(app->InterfaceName().empty(), !up);
         ardo::deviceStateSet("/faults", json::object());
     }
-    EXPECT_EQ(Count(Log(), "AdminAPNCallConnect failed"), 2u);
+    EXPECT_EQ(LogCount("AdminAPNCallConnect failed"), 2u);
 }
 
 TEST_F(DataCallTest, EndRequestDisconnectsOnlyAnOpenAppsCall) {

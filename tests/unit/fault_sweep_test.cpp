@@ -1,22 +1,13 @@
-// Fault sweep: each flow (a check-in, an applied document, the SMS commands) is run once on a
-// good device, then once more for every platform call its journal shows, with that call (that
-// occurrence of it) failing with each result in kResults. The flow must come back (no crash,
-// no hang), the scripted failure must have been met, and the stored record must still read back
-// whole at the next start.
-#include <gtest/gtest.h>
-
+// Each flow runs once on a good device, then again for every platform call its journal shows,
+// with that occurrence failing with each result in kResults. The flow must come back, the failure
+// must have been met, and the stored record must read back whole at the next start.
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <map>
-#include <memory>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "app_fixture.h"
 #include "canned_http.h"
-#include "device_state.h"
 #include "private_bus.h"
 
 using ardo::json;

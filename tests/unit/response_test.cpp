@@ -1,6 +1,4 @@
 // The portal's check-in answer: parsing, what each result code changes, the receipt.
-#include <gtest/gtest.h>
-
 #include "app_fixture.h"
 #include "canned_http.h"
 #include "case_rows.h"

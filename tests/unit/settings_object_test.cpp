@@ -1,16 +1,8 @@
-// The agent's inputs: the settings object (members seeded from the simulated device, null when
-// the device fails, the reset of the lists, the error message bound) and the config.xml reader
-// (element order, the first failure stops the reading, text bounds).
-#include <gtest/gtest.h>
-
+// The settings object seeded from the simulated device, and the config.xml reader.
 #include <cstring>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "app_fixture.h"
-#include "device_state.h"
-#include "tola_agent.h"
+#include "case_rows.h"
 #include "tola_config.h"
 #include "xmldata.h"
 
@@ -111,34 +103,12 @@ TEST_F(SettingsObjectTest, PresentFlagsMarkTheGroup) {
 
 const std::string kConfigFile = "/opt/ardo/etc/tola/config.xml";
 
-struct Element {
-    std::string name;
-    std::string value;
-};
-
-std::vector<Element> sampleElements() {
-    return {{"RequestTemplate", "req.json"},
-            {"CheckInTemplate", "checkin.json"},
-            {"ReceiptTemplate", "receipt.json"},
-            {"requestDataUsageTemplate", "usage.json"},
-            {"BaseEncryptionKey", "FactoryKey"},
-            {"CheckInInterval", "24"},
-            {"CheckInRetryInterval", "60"},
-            {"CheckInFailedRetries", "2"},
-            {"RequestTimeout", "30"},
-            {"DataUsageResponseWaitTime", "15"},
-            {"SMS104CheckInTemplate", "sms104.json"},
-            {"DataCallType", "1"}};
-}
-
-std::string configXml(const std::vector<Element>& elements, const std::string& skip = "") {
-    std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Config>\n";
-    for (const Element& e : elements) {
-        if (e.name != skip) {
-            xml += "  <" + e.name + ">" + e.value + "</" + e.name + ">\n";
-        }
-    }
-    return xml + "</Config>\n";
+// config.xml with every element, or all but one.
+std::string configXml(const std::string& skip = "") {
+    std::string xml =
+        tola_test::readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/cases/config_sample.xml");
+    size_t at = skip.empty() ? std::string::npos : xml.find("  <" + skip + ">");
+    return at == std::string::npos ? xml : xml.erase(at, xml.find('\n', at) + 1 - at);
 }
 
 class ConfigReaderTest : public ::testing::Test {
@@ -157,11 +127,11 @@ class ConfigReaderTest : public ::testing::Test {
 };
 
 TEST_F(ConfigReaderTest, ReadsEveryElementAndCutsLongTextsTo127Characters) {
-    std::vector<Element> elements = sampleElements();
-    elements[0].value = std::string(200, 'r');
-    elements[4].value = std::string(127, 'k');
+    std::string xml = configXml();
+    xml.replace(xml.find("req.json"), 8, std::string(200, 'r'));
+    xml.replace(xml.find("FactoryKey"), 10, std::string(127, 'k'));
     tolaagent_config_t config;
-    ASSERT_EQ(0, read(configXml(elements), config));
+    ASSERT_EQ(0, read(xml, config));
     EXPECT_EQ(std::string(127, 'r'), config.requestTemplate);
     EXPECT_STREQ("checkin.json", config.checkInTemplate);
     EXPECT_STREQ("receipt.json", config.receiptTemplate);
@@ -178,28 +148,14 @@ TEST_F(ConfigReaderTest, ReadsEveryElementAndCutsLongTextsTo127Characters) {
 }
 
 TEST_F(ConfigReaderTest, FirstFailureStopsTheReading) {
-    // The missing element, a text field read before the failure ("" if none), whether the
-    // data-usage wait was read before it.
-    const std::tuple<const char*, const char*, bool> cases[] = {
-        {"RequestTemplate", "", false},
-        {"ReceiptTemplate", "checkin.json", false},
-        {"BaseEncryptionKey", "checkin.json", false},
-        {"CheckInInterval", "FactoryKey", false},
-        {"SMS104CheckInTemplate", "FactoryKey", true},
-        {"DataCallType", "FactoryKey", true},
-    };
-    for (auto [missing, lastFilledText, dataUsageWaitFilled] : cases) {
-        SCOPED_TRACE(missing);
+    for (const auto& c : tola_test::readCases("config_missing.tsv", 3)) {
+        SCOPED_TRACE(c[0]);
         tolaagent_config_t config;
-        EXPECT_NE(0, read(configXml(sampleElements(), missing), config));
+        EXPECT_NE(0, read(configXml(c[0]), config));
         EXPECT_EQ(0u, config.dataCallType);
-        EXPECT_EQ(dataUsageWaitFilled ? 15u : 0u, config.dataUsageResponseWaitTime);
+        EXPECT_EQ(c[2] == "1" ? 15u : 0u, config.dataUsageResponseWaitTime);
         std::string filled = std::string(config.checkInTemplate) + config.baseEncryptionKey;
-        if (*lastFilledText == '\0') {
-            EXPECT_EQ("", filled);
-        } else {
-            EXPECT_NE(std::string::npos, filled.find(lastFilledText));
-        }
+        EXPECT_TRUE(c[1].empty() ? filled.empty() : filled.find(c[1]) != std::string::npos) << filled;
     }
 }
 

@@ -1,15 +1,10 @@
-// SMS commands: the wire form and its bounds, the key choice, what each command does to the
-// runtime record and the device, and the key-and-URL exchange of command 104.
-#include <gtest/gtest.h>
-
+// SMS commands: the wire form, the key choice, each command's effect, and command 104.
 #include <cstring>
 #include <regex>
-#include <tuple>
 
 #include "app_fixture.h"
 #include "canned_http.h"
 #include "case_rows.h"
-#include "device_state.h"
 
 using ardo::json;
 using tola_test::AppTest;
@@ -65,26 +60,21 @@ TEST_F(SmsTest, WireTextGivesCodeAndArgument) {
 }
 
 TEST_F(SmsTest, ServerKeyFirstThenFactoryKey) {
-    // The stored key, the SMS's key, accepted, attempts with each key.
-    const std::tuple<const char*, const char*, bool, size_t, size_t> cases[] = {
-        {"", kFactoryKey, true, 0, 1},
-        {"server-key", "server-key", true, 1, 0},
-        {"server-key", kFactoryKey, true, 1, 1},  // one failed attempt, then the factory key
-        {"server-key", "third-key", false, 1, 1},
-    };
-    for (auto [serverKey, smsKey, accepted, serverTries, factoryTries] : cases) {
+    for (const auto& c : tola_test::readCases("sms_keys.tsv", 5)) {
+        const std::string smsKey = c[1] == "factory" ? kFactoryKey : c[1];
         SCOPED_TRACE(smsKey);
         std::string apnBefore = Profile("0:1")["apn"];
-        tola_copy_text(app->RuntimeConfig().payloadEncryptionKey, serverKey);
+        tola_copy_text(app->RuntimeConfig().payloadEncryptionKey, c[0].c_str());
         tola_copy_text(app->RuntimeConfig().version, "7");
         app->Agent().SetRuntimeConfig(app->RuntimeConfig());
         size_t before = Log().size();
-        Send(Sms("<150>apn-" + std::string(smsKey), smsKey));
+        Send(Sms("<150>apn-" + smsKey, smsKey));
         std::string log = Log().substr(before);
         EXPECT_EQ(Count(log, "Using encryption key obtained from the server to get SMS command"),
-                  serverTries);
-        EXPECT_EQ(Count(log, "Using factory provisioned encryption key to get SMS command"), factoryTries);
-        EXPECT_EQ(Profile("0:1")["apn"], accepted ? "apn-" + std::string(smsKey) : apnBefore);
+                  std::stoul(c[3]));
+        EXPECT_EQ(Count(log, "Using factory provisioned encryption key to get SMS command"),
+                  std::stoul(c[4]));
+        EXPECT_EQ(Profile("0:1")["apn"], c[2] == "1" ? "apn-" + smsKey : apnBefore);
     }
 }
 
@@ -106,9 +96,9 @@ TEST_F(SmsTest, RefusedCommandsChangeNothing) {
     EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
     EXPECT_EQ(ardo::deviceStateRead()["modem"], deviceBefore["modem"]);
     EXPECT_EQ(ardo::deviceStateRead()["power"]["factory_resets"], 0);
-    EXPECT_EQ(Count(Log(), "Invalid SMS received\n"), 7u);
-    EXPECT_EQ(Count(Log(), "New check-in URL refused, it cannot be stored; the old URL is kept"), 1u);
-    EXPECT_EQ(Count(Log(), "New encryption key refused, it cannot be stored; the old key is kept"), 2u);
+    EXPECT_EQ(LogCount("Invalid SMS received\n"), 7u);
+    EXPECT_EQ(LogCount("New check-in URL refused, it cannot be stored; the old URL is kept"), 1u);
+    EXPECT_EQ(LogCount("New encryption key refused, it cannot be stored; the old key is kept"), 2u);
 }
 
 TEST_F(SmsTest, KeyAndUrlCommandsStoreTheirArgument) {
@@ -173,24 +163,15 @@ TEST_F(SmsTest, ApnGoesIntoTheActiveProfileAlone) {
     EXPECT_EQ(Journal("sys_cellularDataConnect", 0).size(), 1u);
 }
 
-// A failure before the profile is read stops; a failure after it goes on with the next step.
 TEST_F(SmsTest, ApnFailuresStopOrGoOn) {
-    struct Case {
-        const char* fault;
-        size_t calls;  // of the disconnect, the profile store and the connect, failed or not
-    } cases[] = {{"sys_getActiveModemProfileIndex", 0},
-                 {"sys_getModemProfile", 0},
-                 {"sys_cellularDataDisconnect", 1},
-                 {"sys_setModemProfile", 1},
-                 {"sys_cellularDataConnect", 1}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.fault);
+    for (const auto& c : tola_test::readCases("apn_faults.tsv", 2)) {
+        SCOPED_TRACE(c[0]);
         root.remove("/var/lib/ardo/calls.jsonl");
-        ardo::deviceStateSet("/faults", json{{c.fault, 5}});
+        ardo::deviceStateSet("/faults", json{{c[0], 5}});
         Send(Sms("<150>apn.test"));
         for (const char* call :
              {"sys_cellularDataDisconnect", "sys_setModemProfile", "sys_cellularDataConnect"}) {
-            EXPECT_EQ(Journal(call).size(), c.calls) << call;
+            EXPECT_EQ(Journal(call).size(), std::stoul(c[1])) << call;
         }
     }
 }

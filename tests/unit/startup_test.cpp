@@ -1,25 +1,14 @@
-// TOLAApp start-up and stop on a simulated device with a private bus: the boot-time decisions,
-// the interval choice, the failure paths and the stop sequence.
-#include <gtest/gtest.h>
-
+// TOLAApp start-up and stop on a simulated device with a private bus.
 #include <chrono>
-#include <cstdlib>
 #include <ctime>
-#include <string>
 #include <thread>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "app_fixture.h"
 #include "bus_recorder.h"
-#include "device_state.h"
+#include "case_rows.h"
 #include "msgbus_handler.h"
 #include "private_bus.h"
 #include "sys_core.h"
-#include "test_env.h"
-#include "tola_app.h"
-#include "vorn_dbg.h"
 
 using tola_test::countOf;
 
@@ -50,14 +39,11 @@ class StartupTest : public ::testing::Test {
         tola_copy_text(record.version, "0");
         return record;
     }
-    // Runs the stop sequence of a started app the way the quit signal does.
+    // Runs the stop sequence of a started app the way the quit signal does (a quit signalled
+    // before the wait is not lost).
     static void stop(TOLAApp& app) {
-        std::thread quit([&app] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            app.SignalQuit();
-        });
+        app.SignalQuit();
         EXPECT_EQ(0, app.Run());
-        quit.join();
         EXPECT_EQ(0, app.Shutdown());
     }
     void newRoot() {
@@ -90,15 +76,9 @@ TEST_F(StartupTest, AppliedSettingsAreAnnouncedOnce) {
 }
 
 TEST_F(StartupTest, ManualFactoryResetMarker) {
-    // The marker's text (nullptr: no marker file), the check-in flag, whether it resets.
-    const std::tuple<const char*, bool, bool> cases[] = {
-        {"true", false, true},           {"true\n", false, true}, {"  true\r\n", false, true},
-        {"\t\btrue\v\n\n", false, true}, {"true\n", true, true},  {"True", false, false},
-        {"false", false, false},         {"tru e", false, false}, {"", false, false},
-        {nullptr, false, false},
-    };
-    for (auto [marker, checkInFlag, reset] : cases) {
-        SCOPED_TRACE(std::string(marker ? marker : "(none)") + (checkInFlag ? " flag" : ""));
+    for (const auto& c : tola_test::readCases("reset_markers.tsv", 3)) {
+        const bool checkInFlag = c[1] == "1", reset = c[2] == "1";
+        SCOPED_TRACE(c[0] + (checkInFlag ? " flag" : ""));
         newRoot();
         tolaagent_runtime_config_t record = defaults();
         record.checkInFlag = checkInFlag;
@@ -108,8 +88,8 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
         tola_copy_text(record.lastCheckInDate, "2020-01-01T00:00:00");
         tola_copy_text(record.version, "12");
         storeRecord(record, true);
-        if (marker != nullptr) {
-            root->writeFile(kMarker, marker);
+        if (c[0] != "-") {
+            root->writeFile(kMarker, c[0]);
         }
         {
             TOLAApp app;
@@ -133,25 +113,23 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
 }
 
 TEST_F(StartupTest, CheckInIntervalChoice) {
-    // Override flag, the portal's hours, config.xml's hours, the period in seconds.
-    const std::tuple<bool, uint32_t, const char*, uint32_t> cases[] = {
-        {true, 5, "24", 18000}, {true, 5, "0", 18000}, {false, 7, "3", 10800},
-        {false, 0, "0", 86400}, {true, 0, "24", 0},
-    };
-    for (auto [override, runtimeHours, configHours, expectedSeconds] : cases) {
-        SCOPED_TRACE(std::to_string(runtimeHours) + "/" + configHours);
+    for (const auto& c : tola_test::readCases("checkin_periods.tsv", 5)) {
+        if (c[0] != "start") {
+            continue;
+        }
+        SCOPED_TRACE(c[1] + "/" + c[2] + "/" + c[3]);
         newRoot();
         std::string xml = root->readFile(kConfigFile);
         size_t open = xml.find("<CheckInInterval>") + std::string("<CheckInInterval>").size();
-        xml.replace(open, xml.find("</CheckInInterval>") - open, configHours);
+        xml.replace(open, xml.find("</CheckInInterval>") - open, c[3]);
         root->writeFile(kConfigFile, xml);
         tolaagent_runtime_config_t record = defaults();
-        record.checkInIntervalOverrideFlag = override;
-        record.checkInInterval = runtimeHours;
+        record.checkInIntervalOverrideFlag = c[1] == "1";
+        record.checkInInterval = std::stoul(c[2]);
         storeRecord(record);
         TOLAApp app;
         ASSERT_EQ(0, app.Initialize());
-        EXPECT_EQ(expectedSeconds, app.CheckInTimer().GetInterval());
+        EXPECT_EQ(std::stoul(c[4]), app.CheckInTimer().GetInterval());
         stop(app);
     }
 }
@@ -182,10 +160,7 @@ TEST_F(StartupTest, StopSequenceUnregistersAndEndsTheSession) {
     EXPECT_EQ(true, ardo::deviceStateValue<bool>("/watchdog/registered/tola", false));
     EXPECT_NE(std::string::npos, root->readFile(kAclFile).find("<FactoryResetFlag>false</FactoryResetFlag>"));
     EXPECT_EQ(1u, countOf(log(), "No need to Check-in "));
-    // A quit signalled before the wait is not lost.
-    app.SignalQuit();
-    EXPECT_EQ(0, app.Run());
-    EXPECT_EQ(0, app.Shutdown());
+    stop(app);
     EXPECT_EQ(false, ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
 }
 

@@ -1,21 +1,14 @@
-// Check-in scheduling: the timer callback, re-arming after a check-in, the time left after a
-// clock change, and the bus notices that steer them.
-#include <gtest/gtest.h>
-
+// Check-in scheduling: the timer callback, re-arming, the time left, and the bus notices.
 #include <chrono>
 #include <cstdint>
 #include <ctime>
-#include <string>
 #include <thread>
 #include <tuple>
-#include <vector>
 
 #include "app_fixture.h"
 #include "case_rows.h"
-#include "device_state.h"
 #include "private_bus.h"
 #include "sys_core.h"
-#include "test_env.h"
 
 namespace {
 
@@ -71,22 +64,18 @@ TEST_F(SchedulingTest, WithoutNetworkTimeNothingIsComputed) {
 }
 
 TEST_F(SchedulingTest, CompletedCheckInStampsTheDateAndRearmsThePeriod) {
-    // Override flag, the portal's hours, config.xml's hours, the period in seconds.
-    const std::tuple<bool, uint32_t, uint32_t, uint32_t> cases[] = {
-        {false, 5, 24, 86400},
-        {true, 5, 24, 18000},
-        {false, 5, 0, 0},
-        {true, 0, 24, 0},
-    };
-    for (auto [override, runtimeHours, configHours, expectedSeconds] : cases) {
-        SCOPED_TRACE(std::to_string(runtimeHours) + "/" + std::to_string(configHours));
-        app->MutableConfig().checkInInterval = configHours;
-        app->RuntimeConfig().checkInIntervalOverrideFlag = override;
-        app->RuntimeConfig().checkInInterval = runtimeHours;
+    for (const auto& c : tola_test::readCases("checkin_periods.tsv", 5)) {
+        if (c[0] != "rearm") {
+            continue;
+        }
+        SCOPED_TRACE(c[1] + "/" + c[2] + "/" + c[3]);
+        app->RuntimeConfig().checkInIntervalOverrideFlag = c[1] == "1";
+        app->RuntimeConfig().checkInInterval = std::stoul(c[2]);
+        app->MutableConfig().checkInInterval = std::stoul(c[3]);
         std::string before = deviceDate(0);
         EXPECT_EQ(0, app->resetMaintenanceThread());
         std::string after = deviceDate(0);
-        EXPECT_EQ(expectedSeconds, app->CheckInTimer().GetInterval());
+        EXPECT_EQ(std::stoul(c[4]), app->CheckInTimer().GetInterval());
         std::string stamped = Stored().lastCheckInDate;
         EXPECT_TRUE(stamped == before || stamped == after) << stamped;
         EXPECT_NE(std::string::npos, root.readFile("/opt/ardo/data/tola/acl_config.xml")
@@ -100,24 +89,24 @@ TEST_F(SchedulingTest, CheckInTimerWaitsForTheModemOnceCarriedByTheRecord) {
     const std::string flagTrue = "Check-In flag true, performing check-in with server.";
     // Flag clear: nothing happens.
     EXPECT_FALSE(app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID));
-    EXPECT_EQ(0u, Count(Log(), flagTrue));
+    EXPECT_EQ(0u, LogCount(flagTrue));
 
     // Flag set (no portal URL, so the check-in itself ends at once).
     tolaagent_runtime_config_t& record = app->RuntimeConfig();
     record.checkInFlag = true;
     app->Agent().SetRuntimeConfig(record);
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
-    EXPECT_EQ(1u, Count(Log(), bootWait));
+    EXPECT_EQ(1u, LogCount(bootWait));
     // Nothing stored the field: the agent's copy still says the wait is due.
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
-    EXPECT_EQ(2u, Count(Log(), bootWait));
+    EXPECT_EQ(2u, LogCount(bootWait));
     // Once a store has carried the field to the agent, later events skip the wait.
     record = app->RuntimeConfig();
     record.bootupWaitDone = true;
     app->Agent().SetRuntimeConfig(record);
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
-    EXPECT_EQ(2u, Count(Log(), bootWait));
-    EXPECT_EQ(3u, Count(Log(), flagTrue));
+    EXPECT_EQ(2u, LogCount(bootWait));
+    EXPECT_EQ(3u, LogCount(flagTrue));
     // The field never reaches the file.
     EXPECT_EQ(std::string::npos, root.readFile("/opt/ardo/data/tola/acl_config.xml").find("ootup"));
 }
@@ -126,7 +115,7 @@ TEST_F(SchedulingTest, WatchdogTimerSendsKeepAlives) {
     app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
     app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
     EXPECT_EQ(2, ardo::deviceKeepAlives()["keepalives"]["tola"]);
-    EXPECT_EQ(0u, Count(Log(), "Initiating check-in"));
+    EXPECT_EQ(0u, LogCount("Initiating check-in"));
 }
 
 TEST_F(SchedulingTest, DataUsageNoticeWakesOnlyOnStatusZero) {
@@ -159,17 +148,17 @@ TEST_F(SchedulingTest, FirstValidClockNoticeRearmsTheCheckInTimer) {
     // A notice while the clock still shows 1980 is ignored and does not count.
     ardo::deviceStateSet("/clock/offset_seconds", static_cast<long long>(315532800 - std::time(nullptr)));
     notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
-    EXPECT_EQ(0u, Count(Log(), "Got Valid Time info"));
+    EXPECT_EQ(0u, LogCount("Got Valid Time info"));
     ardo::deviceStateSet("/clock/offset_seconds", 0LL);
     app->CheckInTimer().SetInterval(86400);
     notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
-    EXPECT_EQ(1u, Count(Log(), "Got Valid Time info from Channel modem2.time_change"));
+    EXPECT_EQ(1u, LogCount("Got Valid Time info from Channel modem2.time_change"));
     EXPECT_NEAR(50400.0, static_cast<double>(app->CheckInTimer().GetInterval()), 2.0);
     // Later notices change nothing.
     app->CheckInTimer().SetInterval(1234);
     notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
     EXPECT_EQ(1234u, app->CheckInTimer().GetInterval());
-    EXPECT_EQ(1u, Count(Log(), "Got Valid Time info"));
+    EXPECT_EQ(1u, LogCount("Got Valid Time info"));
 }
 
 TEST_F(SchedulingTest, ClockNoticeWithNothingLeftChecksInWhenFlagged) {
@@ -186,7 +175,7 @@ TEST_F(SchedulingTest, ClockNoticeWithNothingLeftChecksInWhenFlagged) {
         app->Agent().SetRuntimeConfig(record);
         app->CheckInTimer().SetInterval(777);
         notify(TOLA_CHANNEL_TIME_CHANGE, nullptr, 0);  // no last check-in: nothing left
-        EXPECT_EQ(1u, Count(Log(), expectedLine));
+        EXPECT_EQ(1u, LogCount(expectedLine));
         EXPECT_EQ(777u, app->CheckInTimer().GetInterval());
     }
 }
@@ -212,23 +201,23 @@ TEST_F(SchedulingTest, ClockNoticeRearmWaitsForTheBootWaitAndRestartsTheTimer) {
     }
     ASSERT_EQ(1u, bootWaits.size());
     EXPECT_TRUE(bootWaits[0]["args"]["full"].get<bool>());
-    EXPECT_EQ(1u, Count(Log(), "Check-In flag true, performing check-in with server."));
+    EXPECT_EQ(1u, LogCount("Check-In flag true, performing check-in with server."));
     EXPECT_NEAR(60.0, static_cast<double>(app->CheckInTimer().GetInterval()), 2.0);
     // The restarted timer expires on its own after the remaining minute.
-    for (int i = 0; i < 10000 && Count(Log(), "during bootup performing check-in with server") < 2; ++i) {
+    for (int i = 0; i < 10000 && LogCount("during bootup performing check-in with server") < 2; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
-    ASSERT_EQ(2u, Count(Log(), "during bootup performing check-in with server"));
-    EXPECT_EQ(2u, Count(Log(), "Initiating check-in due to TOLA timer expiry or portal Invocation"));
+    ASSERT_EQ(2u, LogCount("during bootup performing check-in with server"));
+    EXPECT_EQ(2u, LogCount("Initiating check-in due to TOLA timer expiry or portal Invocation"));
     sys_requestProcessStop();  // ends the second boot wait, so that the test need not sit it out
 }
 
 TEST_F(SchedulingTest, StringsOnlyOnTheSmsChannelAreHandled) {
     app->OnChannelNotify("some.other.channel", std::string("<TOLA><abc"));
-    EXPECT_EQ(1u, Count(Log(), "Unmapped channel-category detected! Channel is some.other.channel"));
-    EXPECT_EQ(0u, Count(Log(), "HandleSmsCommand"));
+    EXPECT_EQ(1u, LogCount("Unmapped channel-category detected! Channel is some.other.channel"));
+    EXPECT_EQ(0u, LogCount("HandleSmsCommand"));
     app->OnChannelNotify(TOLA_CHANNEL_SMS, std::string("hello"));
-    EXPECT_EQ(1u, Count(Log(), "Unmapped channel-category"));
+    EXPECT_EQ(1u, LogCount("Unmapped channel-category"));
 }
 
 }  // namespace
