@@ -1,6 +1,5 @@
-// The real tola_agent on a simulated device with a private bus: the quit signals, a failed start,
-// the shared list it leaves to tola-devicectl, and SMS commands end to end (tola-devicectl publishes
-// on the bus, the agent acts, the real portal answers the check-ins and the key-and-URL exchange).
+// The real tola_agent on a private bus: the quit signals, a failed start, and SMS commands end to
+// end (tola-devicectl publishes on the bus, the real portal answers the check-ins).
 #include "e2e_fixture.h"
 
 namespace tola_test {
@@ -30,22 +29,6 @@ TEST_F(AgentSpineE2E, FailedStartStillEndsWithStatusZero) {
     EXPECT_HAS(Log(), "Failed to read settings for agent");
     EXPECT_HAS(Log(), "End TOLA Agent");
     EXPECT_LACKS(Log(), "TOLA started");
-}
-
-TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
-    auto ace = [](const std::string& name, const char* display, const char* write) {
-        return "<ACE><Name>" + name + "</Name><DisplayEnabled>" + display +
-               "</DisplayEnabled><WriteEnabled>" + write + "</WriteEnabled></ACE>";
-    };
-    root.writeFile(kAclFile, "<ACLConfig><TOLA/><ACL>" + ace("WiFiSSID", "True", "False") +
-                                 ace(std::string(120, 'n'), "False", "True") + "</ACL></ACLConfig>");
-    StartAgent(1);
-    StopAgent();
-    // The segment outlives the agent, as on the device.
-    Outcome acl = Shell(kCtl + "acl");
-    EXPECT_EQ(acl.out, "header: 1\ncount: 2\n0 name=WiFiSSID display=1 write=0\n1 name=" +
-                           std::string(100, 'n') + " display=0 write=1\n");
-    EXPECT_EQ(0, acl.status);
 }
 
 class SmsE2E : public E2ETest {

@@ -34,17 +34,6 @@ TEST_F(ValidateTest, DocumentsGiveTheirCodeAndText) {
     tola_test::runDocumentCases("validate.txt", true);
 }
 
-TEST_F(ValidateTest, ARefusedDocumentLeavesTheListsCleared) {
-    TOLAAgent agent;
-    std::string doc = R"([{"BlockedDevices": [{"DeviceMacAddress": "00:11:22:33:44:55"}],
-                           "PortFilteringSettings": {"PortFilteringHTTP": true},
-                           "LANSettings": {"RouterIPv4Address": "8.8.8.8"}}])";
-    EXPECT_EQ(run(agent, doc), 158);
-    EXPECT_EQ(*agent.GetMacCount(), 0);
-    EXPECT_EQ(*agent.GetPortFilteringAppsCount(), 0);
-    EXPECT_EQ(agent.GetMacAddrList()[0].macAddress[0], '\0');
-}
-
 // A settings object whose folder capacity cannot be had: resetting it fails with 200.
 class NoFolderCountAgent : public TOLAAgent {
   public:
