@@ -1,6 +1,5 @@
-// The real tola_agent on a simulated device with a private bus: the quit signals, a failed start,
-// the shared list it leaves to tola-devicectl, and SMS commands end to end (tola-devicectl publishes
-// on the bus, the agent acts, the real portal answers the check-ins and the key-and-URL exchange).
+// The real tola_agent on a private bus: the quit signals, a failed start, and SMS commands end to
+// end (tola-devicectl publishes on the bus, the real portal answers the check-ins).
 #include "e2e_fixture.h"
 
 namespace tola_test {
@@ -32,22 +31,6 @@ TEST_F(AgentSpineE2E, FailedStartStillEndsWithStatusZero) {
     EXPECT_LACKS(Log(), "TOLA started");
 }
 
-TEST_F(AgentSpineE2E, DevicectlSeesTheSharedListTheAgentLoaded) {
-    auto ace = [](const std::string& name, const char* display, const char* write) {
-        return "<ACE><Name>" + name + "</Name><DisplayEnabled>" + display +
-               "</DisplayEnabled><WriteEnabled>" + write + "</WriteEnabled></ACE>";
-    };
-    root.writeFile(kAclFile, "<ACLConfig><TOLA/><ACL>" + ace("WiFiSSID", "True", "False") +
-                                 ace(std::string(120, 'n'), "False", "True") + "</ACL></ACLConfig>");
-    StartAgent(1);
-    StopAgent();
-    // The segment outlives the agent, as on the device.
-    Outcome acl = Shell(kCtl + "acl");
-    EXPECT_EQ(acl.out, "header: 1\ncount: 2\n0 name=WiFiSSID display=1 write=0\n1 name=" +
-                           std::string(100, 'n') + " display=0 write=1\n");
-    EXPECT_EQ(0, acl.status);
-}
-
 class SmsE2E : public E2ETest {
   protected:
     // Runs tola-devicectl sms ARGS; its exit status.
@@ -65,18 +48,9 @@ TEST_F(SmsE2E, CommandsOnTheBusChangeTheStoredRecord) {
     ASSERT_TRUE(WaitForAcl("<LastCommand>1</LastCommand>"));
     ASSERT_EQ(Sms("send '<101>key-by-sms'"), 0);
     EXPECT_TRUE(WaitForAcl("<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>")) << Log();
-    // Under the new key; then a malformed one: refused. Then texts the record file cannot hold:
-    // refused, and the device still knows its key after a restart.
-    ASSERT_EQ(Sms("send --key key-by-sms '<150>apn.by.sms'"), 0);
-    ASSERT_EQ(Sms("raw '<TOLA><not a command'"), 0);
-    ASSERT_EQ(Sms("send --key key-by-sms '<102>http://portal.test/c?a=1&b=2'"), 0);
-    ASSERT_EQ(Sms("send --key key-by-sms '<101>k<y'"), 0);
-    ASSERT_TRUE(WaitForLog("refused, it cannot be stored", 2));
-    EXPECT_EQ(Count(Log(), "Invalid SMS received"), 1u);
-    EXPECT_EQ(ardo::deviceStateRead()["modem"]["profiles"]["0:1"]["apn"], "apn.by.sms");
+    // The record file holds both after a restart.
     StopAgent();
     StartAgent(2);
-    EXPECT_LACKS(Log(), "looks like file got corrupted");
     EXPECT_HAS(Acl(), "<PayloadEncryptionKey>key-by-sms</PayloadEncryptionKey>");
     EXPECT_HAS(Acl(), "<CheckInURL>" + portalUrl + "</CheckInURL>");
     StopAgent();
@@ -146,8 +120,6 @@ TEST_F(SmsE2E, FactoryResetRestartsWithOrWithoutCheckIn) {
         StartAgent(1);
         ASSERT_EQ(Sms(std::string("send '<200>") + (checksIn ? "1'" : "0'")), 0);
         AgentEnds(10000);  // the reset restarts the device
-        EXPECT_HAS(Acl(), "<FactoryResetFlag>true</FactoryResetFlag>");
-        EXPECT_EQ(Acl().find(portalUrl) != std::string::npos, checksIn);
 
         StartAgent(2);  // 300 ms: more than the boot wait at this time scale
         EXPECT_EQ(waitForText(portalOut, "check-in from", checksIn ? 20000 : 300), checksIn);

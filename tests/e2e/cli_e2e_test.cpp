@@ -100,13 +100,6 @@ TEST_F(TableE2E, CommandLines) {
             EXPECT_EQ(root.readFile("/var/lib/ardo/device.json"), device);  // a dry run
         }
     }
-    // status reads the agent's record: the flag, the URL and the key in use, masked.
-    StoreRecord("https://127.0.0.1:8443/", true, "fleet-key-0042");
-    std::string status = Shell(kCtl + "status").out;
-    EXPECT_HAS(status, "check-in flag   true\n");
-    EXPECT_HAS(status, "check-in URL    https://127.0.0.1:8443/\n");
-    EXPECT_HAS(status, "key in use      fle...42 (14 characters)");
-    EXPECT_LACKS(status, "fleet-key-0042");
 }
 
 // curl's ways of sending (no body, large form-encoded bodies behind "Expect: 100-continue") and the

@@ -124,16 +124,16 @@ TEST_F(ApplyTest, DocumentsLeaveTheirCallsValuesAndLogs) {
             EXPECT_EQ(root.readFile("/opt/ardo/data/tola/acl_config.xml"), acl);
         }
         EXPECT_EQ(lastMessage, c[3]);
+        std::string profiles;
+        for (const json& line : Journal()) {
+            if (line["call"] == "sys_setModemProfile") {
+                profiles += (profiles.empty() ? "" : ",") + line["args"]["type"].dump() + ":" +
+                            line["args"]["index"].dump();
+            }
+        }
         std::istringstream calls(c[4]);
         for (std::string check; calls >> check;) {
             std::string name = check.substr(0, check.find('='));
-            std::string profiles;
-            for (const json& line : Journal()) {
-                if (line["call"] == "sys_setModemProfile") {
-                    profiles += (profiles.empty() ? "" : ",") + line["args"]["type"].dump() + ":" +
-                                line["args"]["index"].dump();
-                }
-            }
             std::string got = name == "profiles" ? profiles
                               : name == "calls"  ? std::to_string(Calls().size())
                                                  : std::to_string(CountOf(name));

@@ -1,16 +1,156 @@
-// Validation of a parsed configuration document against the simulated device. The cases
-// (corpus/cases/validate.txt) give a document, a change of the device state (scripted faults
-// included) and the code, user text and, where it tells, the log line and values that follow.
+// Configuration documents through the real parser and, for validate.txt, validation, against
+// the simulated device; the cases are in corpus/cases/documents.txt (parser only) and validate.txt.
+// One row a case:
+//   code | device state set first ({JSON pointer: value}) | document | user text ("*": any)
+//   | a text the log holds | values the settings hold ({JSON pointer into the settings dump: value})
+//   | flags present ("!name": absent; "none": no flag at all)
+//   | list counts (blocked=N white=N filtering=N forwarding=N reserved=N)
+// A document is JSON text or "@name", a file in tests/corpus; in the text, <<N x ITEM>> stands for
+// N copies of ITEM joined by commas, each "#" in a copy replaced by its index in two hex digits. A
+// single element written out (an object) goes to the reserved-address handler, which documents
+// never reach.
 #include <gtest/gtest.h>
 
-#include <string>
+#include <algorithm>
+#include <sstream>
 
+#include "../../tools/devicectl/settings_dump.h"
+#include "case_rows.h"
 #include "device_state.h"
-#include "document_cases.h"
+#include "test_env.h"
+#include "tola_agent.h"
+#include "tola_json_handlers.h"
+#include "tola_json_parser.h"
+#include "vorn_dbg.h"
 
 namespace {
 
 using nlohmann::json;
+using namespace tola_test;
+using namespace tola_json;
+
+int handleReserved(TOLAAgent& agent, const std::string& element) {
+    yajl_val tree = tola_tree_parse(element);
+    context_t ctx{};
+    ctx.agent = &agent;
+    int rc = handleReservedIpSettingsInfo(tree, &ctx);
+    tola_tree_free(tree);
+    return rc;
+}
+
+std::string expandCopies(std::string text) {
+    for (size_t at; (at = text.find("<<")) != std::string::npos;) {
+        size_t x = text.find(" x ", at), end = text.find(">>", at);
+        std::string item = text.substr(x + 3, end - x - 3), copies;
+        for (int i = 0, n = std::stoi(text.substr(at + 2)); i < n; ++i) {
+            char index[16];
+            snprintf(index, sizeof index, "%02x", i);
+            std::string copy = item;
+            for (size_t hash; (hash = copy.find('#')) != std::string::npos;) {
+                copy.replace(hash, 1, index);
+            }
+            copies += (i == 0 ? "" : ",") + copy;
+        }
+        text.replace(at, end + 2 - at, copies);
+    }
+    return text;
+}
+
+// Runs each case on a fresh device, through the parser and, when asked, validation.
+void runDocumentCases(const std::string& file, bool validate) {
+    for (const CaseRow& c : readCaseRows(file)) {
+        SCOPED_TRACE(c.where);
+        TempRoot root(validate);  // bare: the device's factory state is enough for validation
+        vorn_dbg_stop();
+        vorn_dbg_start();
+        TOLAAgent agent;
+        if (!validate) {
+            agent.InitializeSharedMemory();  // and never reset: as a freshly started agent meets it
+        }
+        json state = c[1].empty() ? json::object() : json::parse(c[1]);
+        for (const auto& [pointer, value] : state.items()) {
+            ardo::deviceStateSet(pointer, value);
+        }
+        std::string doc =
+            c[2][0] != '@' ? expandCopies(c[2])
+                           : readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/" + c[2].substr(1));
+        TOLAJSONParser parser(&agent);
+        int code = c[2][0] == '{' ? handleReserved(agent, doc) : parser.ProcessJSONData(doc);
+        EXPECT_EQ(validate && code == 0 ? agent.ValidateObjectParameters() : code, c.num(0));
+        if (c[3] != "*") {
+            EXPECT_EQ(agent.GetErrorMessage(), c[3]);
+        }
+        EXPECT_NE(root.readFile("/var/log/tola.log").find(c[4]), std::string::npos) << c[4];
+        json dump = settings_dump::dump(agent);
+        dump["acl"] = settings_dump::aclEntries(agent);
+        json values = c[5].empty() ? json::object() : json::parse(c[5]);
+        for (const auto& [pointer, expected] : values.items()) {
+            EXPECT_EQ(dump.value(json::json_pointer(pointer), json()), expected) << pointer;
+        }
+        const json& present = dump["present"];
+        std::istringstream flags(c[6]), counts(c[7]);
+        for (std::string flag; flags >> flag;) {
+            size_t n = std::count(present.begin(), present.end(), flag.substr(flag[0] == '!' ? 1 : 0));
+            EXPECT_TRUE(flag == "none" ? present.empty() : (n > 0) != (flag[0] == '!')) << flag;
+        }
+        for (std::string count; counts >> count;) {
+            std::string list = count.substr(0, count.find('='));
+            int* n = list == "blocked"      ? agent.GetMacCount()
+                     : list == "white"      ? agent.GetWhiteListMacCount()
+                     : list == "filtering"  ? agent.GetPortFilteringAppsCount()
+                     : list == "forwarding" ? agent.GetPortForwardingAppsCount()
+                                            : agent.GetReservedAddrListCount();
+            EXPECT_EQ(list + "=" + std::to_string(*n), count);
+        }
+    }
+    vorn_dbg_stop();
+}
+
+class DocumentTest : public ::testing::Test {
+  protected:
+    int parse(const std::string& text) {
+        TOLAJSONParser parser(&agent);
+        return parser.ProcessJSONData(text);
+    }
+    void SetUp() override { agent.InitializeSharedMemory(); }
+
+    TempRoot root;
+    TOLAAgent agent;
+};
+
+TEST(DocumentCases, ParsedDocuments) {
+    runDocumentCases("documents.txt", false);
+}
+TEST(DocumentCases, ValidatedDocuments) {
+    runDocumentCases("validate.txt", true);
+}
+
+// The reserved-address handler, called on its own, keeps what it held before a list that stores
+// nothing (the corpus covers the document's lists).
+TEST_F(DocumentTest, ReservedListsThatStoreNothingKeepTheirEntries) {
+    *agent.GetReservedAddrListCount() = 2;
+    for (const char* text : {R"({"ReservedIpSettings": {"ReservedIpList": []}})",
+                             R"({"ReservedIpSettings": {"ReservedIpList": [{"Mac": "x"}]}})"}) {
+        EXPECT_EQ(handleReserved(agent, text), 0) << text;
+        EXPECT_EQ(*agent.GetReservedAddrListCount(), 2) << text;
+    }
+}
+
+TEST_F(DocumentTest, HostileDocumentsTakeTheErrorPath) {
+    // Deep nesting is the value-tree builder's (json_tree_test) and malformed input the corpus's.
+    std::string longString =
+        R"([{"WiFiNetworkSettings": {"WiFiKey": ")" + std::string(1 << 20, 'k') + "\"}}]";
+    std::string longAcl =
+        R"([{"AccessControlSettings": {")" + std::string(5000, 'n') + R"(": {"Lock": true}}}])";
+    EXPECT_EQ(parse(longString), 151);
+    EXPECT_EQ(parse("[" + std::string(200000, '0').replace(0, 1, "1")), 1);  // unterminated
+    EXPECT_EQ(parse(json(300, json::object()).dump()), 0);                   // 300 empty elements
+    EXPECT_EQ(parse(longAcl), 0);
+    // The ACL entry name is cut to the list's 100 bytes.
+    json acl = settings_dump::aclEntries(agent);
+    ASSERT_FALSE(acl.empty());
+    EXPECT_EQ(acl.back()["name"].get<std::string>().size(), TOLA_ACL_NAME_SIZE);
+}
 
 // Parses and validates a document on a fresh device; the code of the first step that refuses.
 int run(TOLAAgent& agent, const std::string& doc) {
@@ -27,23 +167,8 @@ class ValidateTest : public ::testing::Test {
     }
     void TearDown() override { vorn_dbg_stop(); }
 
-    tola_test::TempRoot root{true};
+    TempRoot root{true};
 };
-
-TEST_F(ValidateTest, DocumentsGiveTheirCodeAndText) {
-    tola_test::runDocumentCases("validate.txt", true);
-}
-
-TEST_F(ValidateTest, ARefusedDocumentLeavesTheListsCleared) {
-    TOLAAgent agent;
-    std::string doc = R"([{"BlockedDevices": [{"DeviceMacAddress": "00:11:22:33:44:55"}],
-                           "PortFilteringSettings": {"PortFilteringHTTP": true},
-                           "LANSettings": {"RouterIPv4Address": "8.8.8.8"}}])";
-    EXPECT_EQ(run(agent, doc), 158);
-    EXPECT_EQ(*agent.GetMacCount(), 0);
-    EXPECT_EQ(*agent.GetPortFilteringAppsCount(), 0);
-    EXPECT_EQ(agent.GetMacAddrList()[0].macAddress[0], '\0');
-}
 
 // A settings object whose folder capacity cannot be had: resetting it fails with 200.
 class NoFolderCountAgent : public TOLAAgent {
@@ -84,6 +209,108 @@ TEST_F(ValidateTest, BlockedDevicesAreForgottenOnceTheDocumentIsAccepted) {
     EXPECT_EQ(line["call"], "sys_deleteKnownDevice");
     EXPECT_EQ(line["args"]["macAddress"], "3c:22:fb:10:20:30");
     EXPECT_EQ(line["result"], 0);
+}
+
+// The reference of the document's keys (tola-devicectl keys) comes from a describing run of the
+// handlers. Each described key, given a value of the wrong JSON kind and a value outside what it
+// accepts, must be refused by the real parser with the code and user text the reference shows.
+struct Described {
+    std::string path, key;
+    std::string wrongKind;  // a JSON value of another kind than the key takes
+    std::vector<std::string> outside;
+    int typeCode, valueCode;
+    std::string typeUser, valueUser;
+};
+
+class Sink : public KeyTableSink {
+  public:
+    void group(const std::string& path) override { mPath = path; }
+    void table(const KeyRule* rules, size_t count, GroupCodes codes) override {
+        for (size_t i = 0; i < count; ++i) {
+            const KeyRule& r = rules[i];
+            Described d{mPath,          r.key, r.kind == Kind::Number ? "\"x\"" : "5",  {},
+                        codes.typeCode, 0,     r.typeUser != nullptr ? r.typeUser : "", ""};
+            if (r.kind == Kind::Enum || r.kind == Kind::EnumText) {
+                d.outside = {"\"no such choice\""};
+            } else if (r.kind == Kind::Number && r.max > r.min) {
+                d.outside = {std::to_string(r.min - 1), std::to_string(r.max + 1)};
+            } else if (r.kind == Kind::Text && r.accept != nullptr) {
+                // One of these breaks every text check the handlers have (length limits).
+                d.outside = {"\"\"", "\"" + std::string(300, 'x') + "\""};
+            }
+            if (!d.outside.empty()) {
+                d.valueCode = codes.valueCode;
+                d.valueUser = r.valueUser != nullptr ? r.valueUser : "";
+            }
+            keys.push_back(d);
+        }
+    }
+    void note(const KeyNote& n) override {
+        if (n.typeCode != 0 && n.key[0] != '(') {
+            keys.push_back(Described{mPath, n.key, "5", {}, n.typeCode, 0, n.typeUser, ""});
+        }
+    }
+    std::vector<Described> keys;
+
+  private:
+    std::string mPath;
+};
+
+// A document element holding value at path.key: "A.B" is a sub-object, "A.K[]" an array element;
+// the device lists are arrays of objects themselves.
+std::string documentFor(const std::string& path, const std::string& key, const std::string& value) {
+    std::string inner = "{\"" + key + "\": " + value + "}";
+    if (path == "BlockedDevices" || path == "WhiteListedDevices") {
+        inner = "[" + inner + "]";
+    }
+    for (std::string rest = path; !rest.empty();) {
+        size_t dot = rest.rfind('.');
+        std::string name = rest.substr(dot + 1);
+        rest.resize(dot == std::string::npos ? 0 : dot);
+        if (name.size() > 2 && name.compare(name.size() - 2, 2, "[]") == 0) {
+            name.resize(name.size() - 2);
+            inner = "[" + inner + "]";
+        }
+        inner = "{\"" + name + "\": " + inner + "}";
+    }
+    return "[" + inner + "]";
+}
+
+TEST(KeyReference, EveryDescribedRefusalIsTheParsersOwn) {
+    TempRoot root;
+    Sink sink;
+    {
+        TOLAAgent agent;
+        describeKeyTables(agent, sink);
+    }
+    ASSERT_GT(sink.keys.size(), 130u);
+    int valueChecks = 0;
+    for (const Described& d : sink.keys) {
+        SCOPED_TRACE(d.path + "." + d.key);
+        auto parse = [&](const std::string& value) {
+            TOLAAgent agent;
+            agent.InitializeSharedMemory();
+            agent.ResetObjectData();
+            TOLAJSONParser parser(&agent);
+            int code = parser.ProcessJSONData(documentFor(d.path, d.key, value));
+            return std::make_pair(code, std::string(agent.GetErrorMessage()));
+        };
+        EXPECT_EQ(parse(d.wrongKind), std::make_pair(d.typeCode, d.typeUser));
+        if (d.outside.empty()) {
+            continue;
+        }
+        bool refused = false;
+        for (const std::string& value : d.outside) {
+            auto result = parse(value);
+            refused = refused || result.first != 0;
+            if (result.first != 0) {
+                EXPECT_EQ(result, std::make_pair(d.valueCode, d.valueUser)) << value;
+            }
+        }
+        EXPECT_TRUE(refused);
+        ++valueChecks;
+    }
+    EXPECT_GT(valueChecks, 30);
 }
 
 }  // namespace
