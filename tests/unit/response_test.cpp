@@ -89,6 +89,15 @@ TEST_F(ResponseTest, NewUrlWithAConfigurationButNoUrlStillReachesThePortal) {
               std::string::npos);
 }
 
+TEST_F(ResponseTest, DisablingWithAConfigurationAppliesItStoresItsVersionAndClearsTheFlag) {
+    json answer = {{"ResultCode", 98},
+                   {"Version", "8"},
+                   {"EncryptedConfiguration", tola_test::Encrypt(kFactoryKey, "[{}]")}};
+    EXPECT_EQ(ReceiptFor(answer, "", true).value("ErrorCode", ""), "0");
+    EXPECT_STREQ(Stored().version, "8");
+    EXPECT_FALSE(Stored().checkInFlag);
+}
+
 TEST_F(ResponseTest, IntervalOverrideSetsTheTimer) {
     Activate("https://portal.tola.test/checkin");
     for (uint32_t hours : {24u, 2u}) {
