@@ -31,8 +31,8 @@
 #include "watchdog.h"
 #include "xmldata.h"
 
-using tola_test::TempRoot;
 using ardo::json;
+using tola_test::TempRoot;
 
 namespace {
 
