@@ -68,6 +68,7 @@ int runParse(const devicectl::Args& args) {
         if (agent.AclBlock() != nullptr) {
             shmdt(agent.AclBlock());
         }
+        agent.Uninitialize();  // closes the platform session the agent opened
     }
     int id = shmget(sys_getACLSharedMemoryKey(), 0, 0);
     if (id >= 0) {
