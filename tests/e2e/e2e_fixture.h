@@ -11,12 +11,12 @@
 #include <cstdlib>
 #include <memory>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "device_state.h"
 #include "http_helper.h"
+#include "payload_cipher.h"
 #include "private_bus.h"
 #include "test_env.h"
 #include "tola_agent.h"
@@ -71,6 +71,14 @@ inline std::string Replace(std::string text, const std::string& from, const std:
         text.replace(at, from.size(), to);
     }
     return text;
+}
+
+// The text encrypted under key, as the portal sends it; "" on failure.
+inline std::string Encrypted(const std::string& key, const std::string& text) {
+    char* cipher = nullptr;
+    std::string out = AesEncrypt(key.c_str(), text.c_str(), &cipher) == 0 && cipher != nullptr ? cipher : "";
+    std::free(cipher);
+    return out;
 }
 
 // Stores the runtime record with the portal URL, key and check-in flag, as an earlier run of the
@@ -135,9 +143,9 @@ class E2ETest : public ::testing::Test {
     }
 
     // Starts the agent; with starts, waits for the log's starts-th start line.
-    void StartAgent(size_t starts = 0) {
+    void StartAgent(size_t starts = 0, const std::string& binary = kAgentBinary) {
         agentOut = root.dir() + "/agent.out";
-        agent = std::make_unique<ChildProcess>(kAgentBinary, std::vector<std::string>{}, agentOut);
+        agent = std::make_unique<ChildProcess>(binary, std::vector<std::string>{}, agentOut);
         if (starts > 0) {
             ASSERT_TRUE(WaitForLog("TOLA started", starts, 20000)) << readWholeFile(agentOut);
         }

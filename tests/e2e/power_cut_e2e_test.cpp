@@ -1,10 +1,9 @@
-// Power cuts: the real agent stores its record again and again (a burst of key commands on the
-// bus, and a check-in whose answer hands out a new key every time) and is killed with SIGKILL at
-// a random moment, then started again. After every cut the stored record must be whole (one
-// record as the agent writes it, never a mix of two, never empty without a whole backup), hold a
-// key that was sent (never an older one than the record before the burst), and the agent must
-// start and keep that record. TOLA_SOAK_KILLS sets the number of cuts (50 here; scripts/soak
-// runs 1,000), TOLA_SOAK_SEED the random moments.
+// Power cuts: the real agent stores its record again and again (key commands on the bus, and a
+// check-in whose answer hands out a new key every time) and is killed with SIGKILL at a random
+// moment, then started again. After every cut the record must be whole (never a mix of two, never
+// empty without a whole backup), hold a key that was sent (never one older than before the
+// burst), and be kept by the next start. TOLA_SOAK_KILLS cuts (50; scripts/soak runs 1,000) at
+// moments drawn from TOLA_SOAK_SEED.
 #include <atomic>
 #include <map>
 #include <random>

@@ -217,11 +217,4 @@ TEST_F(LinuxBackendTest, ServiceFaultsFailTheCallWithALogLine) {
     EXPECT_EQ(ardo::deviceStateValue<int>("/power/reboots", 0), 1);
 }
 
-TEST_F(LinuxBackendTest, ModemWithoutMessagingIsLogged) {
-    ASSERT_TRUE(services().reset({"messaging=false"}));
-    ASSERT_EQ(sys_sdkInitialize(), 0);
-    EXPECT_NE(Log().find("the modem has no messaging"), std::string::npos) << Log();
-    EXPECT_EQ(sys_sdkShutdown(), 0);
-}
-
 }  // namespace

@@ -2,11 +2,8 @@
 // The portal's name is answered by the hosts file under the root, so no DNS responder is needed.
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include "e2e_fixture.h"
 #include "mock_services.h"
-#include "payload_cipher.h"
 
 using tola_test::waitForText;
 
@@ -18,20 +15,9 @@ class LinuxAgentE2E : public tola_test::E2ETest {
   protected:
     void SetUp() override { ASSERT_TRUE(services.ok()) << "python3-dbusmock did not start"; }
 
-    void StartLinuxAgent() {
-        agentOut = root.dir() + "/agent.out";
-        agent = std::make_unique<tola_test::ChildProcess>(kLinuxAgent, std::vector<std::string>{}, agentOut);
-        ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "TOLA started", 10000)) << agentOut;
-    }
     // An SMS command as the portal sends it: "<TOLA><" + the command encrypted under key + ">".
-    bool Sms(const std::string& command, const std::string& key = "VeltraFactoryKey-2017") {
-        char* encrypted = nullptr;
-        if (AesEncrypt(key.c_str(), command.c_str(), &encrypted) != 0 || encrypted == nullptr) {
-            return false;
-        }
-        std::string text = std::string("<TOLA><") + encrypted + ">";
-        std::free(encrypted);
-        return services.receiveSms(text);
+    bool Sms(const std::string& command, const std::string& key = tola_test::kFactoryKey) {
+        return services.receiveSms("<TOLA><" + tola_test::Encrypted(key, command) + ">");
     }
     template <typename Pred>
     bool Eventually(Pred pred) {
@@ -48,7 +34,7 @@ class LinuxAgentE2E : public tola_test::E2ETest {
 TEST_F(LinuxAgentE2E, CheckInRidesItsOwnBearerAndTakesItDown) {
     StartPortal(false);
     tola_test::StoreRecord("http://portal.tola.test:" + portalUrl.substr(portalUrl.rfind(':') + 1), true);
-    StartLinuxAgent();
+    StartAgent(1, kLinuxAgent);
     ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << Log();
     ASSERT_TRUE(Eventually([&] { return services.modemJournal().size() >= 2; })) << Log();
     StopAgent();
@@ -63,26 +49,13 @@ TEST_F(LinuxAgentE2E, CheckInRidesItsOwnBearerAndTakesItDown) {
 
 TEST_F(LinuxAgentE2E, SmsFromTheModemReachTheAgentAndAResetReachesLogind) {
     tola_test::StoreRecord("", false);
-    StartLinuxAgent();
+    StartAgent(1, kLinuxAgent);
     ASSERT_TRUE(Sms("<101>key-by-sms"));
     EXPECT_TRUE(waitForText(root.path(tola_test::kAclFile), "<PayloadEncryptionKey>key-by-sms<")) << Log();
     ASSERT_TRUE(Sms("<200>0", "key-by-sms"));
     EXPECT_TRUE(Eventually([&] { return services.logindReboots() == 1; })) << Log();
     EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
     StopAgent();
-}
-
-// Without ModemManager the agent still starts and runs; its check-in fails for want of a data
-// call and says why, and nothing hangs.
-TEST_F(LinuxAgentE2E, MissingModemManagerFailsTheCheckInNotTheAgent) {
-    StartPortal(false);
-    services.stopModemManager();
-    tola_test::StoreRecord(portalUrl, true);
-    StartLinuxAgent();
-    ASSERT_TRUE(waitForText(root.path("/var/log/tola.log"), "AdminAPNCallConnect failed", 20000)) << Log();
-    EXPECT_NE(Log().find("ModemManager is not reachable"), std::string::npos);
-    StopAgent();
-    EXPECT_TRUE(Received().empty());
 }
 
 }  // namespace

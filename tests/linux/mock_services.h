@@ -23,8 +23,7 @@ class MockServices {
         setenv("ARDO_SYSTEM_BUS_ADDRESS", mBus.address().c_str(), 1);
         setenv("DBUS_SYSTEM_BUS_ADDRESS", mBus.address().c_str(), 1);
         mLogind = dbusmock("logind");
-        mModemManager = dbusmock(kModemManager);
-        mOk = waitForOwner("ModemManager1", true) && waitForOwner("login1", true) && reset();
+        mOk = waitForOwner("login1", true) && reset();
     }
     ~MockServices() {
         mModemManager.reset();
@@ -102,13 +101,6 @@ class MockServices {
             "/usr/bin/python3", std::vector<std::string>{"-m", "dbusmock", "--system", "--template", templ},
             "/dev/null");
     }
-    static std::string quote(const std::string& text) {
-        std::string out = "'";
-        for (char c : text) {
-            out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        }
-        return out + "'";
-    }
     // The texts of a busctl answer, which prints them in double quotes ("as 2 \"a\" \"b\"").
     static std::vector<std::string> texts(const std::string& answer) {
         std::vector<std::string> out;
@@ -118,35 +110,37 @@ class MockServices {
         }
         return out;
     }
-    // Runs busctl on the bus; its output in *output.
-    bool busctl(const std::string& args, std::string* output = nullptr) {
-        std::string command = "busctl --address=" + quote(mBus.address()) + " " + args + " 2>/dev/null";
-        FILE* pipe = popen(command.c_str(), "r");
-        std::string text;
+    // Runs busctl on the bus with the arguments, each quoted for the shell; its output in *output.
+    bool busctl(const std::vector<std::string>& args, std::string* output = nullptr) {
+        std::string command = "busctl --address=" + mBus.address();
+        for (const std::string& arg : args) {
+            command += " '";
+            for (char c : arg) {
+                command += c == '\'' ? std::string("'\\''") : std::string(1, c);
+            }
+            command += "'";
+        }
+        FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
         char buffer[512];
         for (size_t n; pipe != nullptr && (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-            text.append(buffer, n);
-        }
-        if (output != nullptr) {
-            *output = text;
+            if (output != nullptr) {
+                output->append(buffer, n);
+            }
         }
         return pipe != nullptr && pclose(pipe) == 0;
     }
     bool waitForOwner(const std::string& name, bool owned) {
-        for (int i = 0; i < 400 && busctl("status org.freedesktop." + name + " >/dev/null") != owned; ++i) {
+        for (int i = 0; i < 400 && busctl({"status", "org.freedesktop." + name}) != owned; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(25));
         }
-        return busctl("status org.freedesktop." + name + " >/dev/null") == owned;
+        return busctl({"status", "org.freedesktop." + name}) == owned;
     }
     // A call to a stand-in's control interface, and busctl's print of the answer.
-    bool call(const std::string& service, const char* member, const std::vector<std::string>& args,
+    bool call(const std::string& service, const char* member, std::vector<std::string> args,
               std::string* answer = nullptr) {
-        std::string command = "call org.freedesktop." + service + " /org/freedesktop/" + service +
-                              " org.freedesktop.DBus.Mock " + member;
-        for (const std::string& arg : args) {
-            command += " " + quote(arg);
-        }
-        return busctl(command, answer);
+        args.insert(args.begin(), {"call", "org.freedesktop." + service, "/org/freedesktop/" + service,
+                                   "org.freedesktop.DBus.Mock", member});
+        return busctl(args, answer);
     }
     bool mm(const char* member, const std::vector<std::string>& args, std::string* answer = nullptr) {
         return call("ModemManager1", member, args, answer);

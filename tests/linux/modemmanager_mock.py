@@ -42,9 +42,7 @@ def _connect(self, props):
     STATE['journal'].append(f'Connect apn={apn} ip-type={int(props.get("ip-type", 0))}')
     path = f'{MAIN_OBJ}/Bearer/{STATE["bearers"]}'
     STATE['bearers'] += 1
-    ip4 = {'method': dbus.UInt32(2), 'address': '10.64.0.2'}
-    for i, server in enumerate(STATE['params'].get('dns', ['192.0.2.53', '192.0.2.54'])[:3]):
-        ip4[f'dns{i + 1}'] = str(server)
+    ip4 = {'method': dbus.UInt32(2), 'address': '10.64.0.2', 'dns1': '192.0.2.53', 'dns2': '192.0.2.54'}
     mockobject.objects[MAIN_OBJ].AddObject(path, MM + '.Bearer', {
         'Interface': STATE['params'].get('interface', 'lo'), 'Connected': True,
         'Ip4Config': dbus.Dictionary(ip4, signature='sv'), 'Ip6Config': dbus.Dictionary({}, signature='sv')}, [])
@@ -125,7 +123,7 @@ def load(mock, parameters):
 @dbus.service.method(MOCK_IFACE, in_signature='a{sv}', out_signature='')
 def Reset(self, params):
     # "messaging", "profiles" (a profile manager), "modem" (false: none): b; "interface" (the bearers'),
-    # "registration" (3GPP state), "operator" (the SIM's): s; "dns" (the bearers' name servers): as
+    # "registration" (3GPP state), "operator" (the SIM's): s
     for path in [k for k in mockobject.objects if k.startswith(MAIN_OBJ + '/')]:
         self.RemoveObject(path)
     STATE.update({'faults': {}, 'journal': [], 'params': dict(params), 'profiles': []})

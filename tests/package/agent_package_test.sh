@@ -31,9 +31,7 @@ done
 while read -r conf; do
     [ -f "$root$conf" ] || fail "conffile $conf is not in the package"
 done < "$work/control/conffiles"
-for script in postinst prerm postrm; do
-    check "$script is a valid shell script" sh -n "$work/control/$script"
-done
+for script in postinst prerm postrm; do check "$script is a valid shell script" sh -n "$work/control/$script"; done
 
 # Files at the paths the agent and systemd use (programs and documents follow the install prefix).
 # Whatever holds a key is root's alone; only root may send the bus notices that carry SMS.
@@ -49,8 +47,7 @@ done <<'TABLE'
 /lib/systemd/system/tola-agent.service|ExecStart=.*/sbin/tola_agent
 TABLE
 agent=$root$(sed -n 's/^ExecStart=//p' "$unit")
-[ -x "$agent" ] || fail "ExecStart $agent is not in the package"
-file "$agent" | grep -q ", stripped" || fail "the packaged agent is not stripped"
+{ [ -x "$agent" ] && file "$agent" | grep -q ", stripped"; } || fail "ExecStart $agent: no stripped program in the package"
 # Every template file that config.xml names ships beside it.
 while read -r name; do
     [ -f "$conf/$name" ] || fail "config.xml names $name, which is not packaged"

@@ -45,18 +45,16 @@ std::vector<std::string> CannedHttpServer::bodies() {
 static std::string readBody(int fd) {
     std::string in;
     char buf[4096];
-    size_t headerEnd = std::string::npos, want = 0;
     pollfd cfd{fd, POLLIN, 0};
     for (ssize_t n; poll(&cfd, 1, 2000) > 0 && (n = read(fd, buf, sizeof buf)) > 0;) {
         in.append(buf, static_cast<size_t>(n));
-        if (headerEnd == std::string::npos && (headerEnd = in.find("\r\n\r\n")) != std::string::npos) {
-            size_t cl = in.find("Content-Length:");
-            want = cl < headerEnd ? std::strtoul(in.c_str() + cl + 15, nullptr, 10) : 0;
-        }
+        size_t headerEnd = in.find("\r\n\r\n"), cl = in.find("Content-Length:");
+        size_t want = cl < headerEnd ? std::strtoul(in.c_str() + cl + 15, nullptr, 10) : 0;
         if (headerEnd != std::string::npos && in.size() >= headerEnd + 4 + want) {
-            return in.substr(headerEnd + 4);
+            break;
         }
     }
+    size_t headerEnd = in.find("\r\n\r\n");
     return headerEnd == std::string::npos ? "" : in.substr(headerEnd + 4);
 }
 
@@ -68,17 +66,15 @@ void CannedHttpServer::serve() {
             continue;
         }
         std::string body = readBody(fd);
+        std::string answer = mAnswers.empty() ? "" : mAnswers[std::min(next++, mAnswers.size() - 1)];
         {
             std::lock_guard<std::mutex> guard(mMutex);
             mBodies.push_back(body);
         }
-        const std::string answer =
-            mAnswers.empty() ? std::string() : mAnswers[std::min(next++, mAnswers.size() - 1)];
-        std::string out =
+        answer =
             "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: " +
             std::to_string(answer.size()) + "\r\n\r\n" + answer;
-        ssize_t ignored = write(fd, out.data(), out.size());
-        (void)ignored;
+        (void)!write(fd, answer.data(), answer.size());
         close(fd);
     }
 }

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -27,8 +26,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Starts argv[0] (searched on PATH) with its stdout and stderr on the given descriptors.
-pid_t spawn(std::vector<std::string> args, int outFd, int errFd) {
+// Starts argv[0] (searched on PATH) with its stdout and stderr on fd.
+pid_t spawn(std::vector<std::string> args, int fd) {
     std::vector<char*> argv;
     for (std::string& s : args) {
         argv.push_back(s.data());
@@ -36,8 +35,8 @@ pid_t spawn(std::vector<std::string> args, int outFd, int errFd) {
     argv.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, outFd, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, errFd, STDERR_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, fd, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, fd, STDERR_FILENO);
     pid_t pid = -1;
     int rc = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
@@ -45,13 +44,6 @@ pid_t spawn(std::vector<std::string> args, int outFd, int errFd) {
         throw std::runtime_error("cannot start " + args[0] + ": " + std::strerror(rc));
     }
     return pid;
-}
-
-void stop(pid_t pid, int sig) {
-    if (pid > 0) {
-        kill(pid, sig);
-        waitpid(pid, nullptr, 0);
-    }
 }
 
 void removeTree(const std::string& dir) {
@@ -98,28 +90,18 @@ PrivateBus::PrivateBus(const std::string& config) {
         text.replace(at, 5, mDir);
     }
     std::ofstream(mDir + "/bus.conf") << text;
-    // The daemon prints its address (in one write) on stdout; its own messages go to a log
-    // beside its socket, shown if it fails to start.
-    std::string logPath = mDir + "/daemon.log";
-    int logFd = open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    int pipeFds[2] = {-1, -1};
-    if (pipe2(pipeFds, O_CLOEXEC) == 0) {
-        mPid = spawn({"dbus-daemon", "--nofork", "--config-file=" + mDir + "/bus.conf", "--print-address=1"},
-                     pipeFds[1], logFd);
-    }
-    close(pipeFds[1]);
-    close(logFd);
-    pollfd pfd{pipeFds[0], POLLIN, 0};
-    char buffer[512];
-    ssize_t n = poll(&pfd, 1, 10000) > 0 ? read(pipeFds[0], buffer, sizeof buffer) : 0;
-    close(pipeFds[0]);
-    std::string line(buffer, n > 0 ? static_cast<size_t>(n) : 0);
-    mAddress = line.substr(0, line.find('\n') == std::string::npos ? 0 : line.find('\n'));
-    if (mAddress.empty()) {
-        stop(mPid, SIGKILL);
-        std::string log = readWholeFile(logPath);
+    // The daemon prints its address as its first line, or why it could not start.
+    const std::string out = mDir + "/daemon.out";
+    mDaemon = std::make_unique<ChildProcess>(
+        "dbus-daemon",
+        std::vector<std::string>{"--nofork", "--config-file=" + mDir + "/bus.conf", "--print-address=1"},
+        out);
+    std::string line = waitForText(out, "\n") ? readWholeFile(out) : "";
+    mAddress = line.substr(0, line.find('\n'));
+    if (mAddress.rfind("unix:", 0) != 0) {
+        mDaemon.reset();
         removeTree(mDir);
-        throw std::runtime_error("dbus-daemon did not start: " + log);
+        throw std::runtime_error("dbus-daemon did not start: " + line);
     }
     const char* old = std::getenv("ARDO_BUS_ADDRESS");
     mHadAddress = old != nullptr;
@@ -128,7 +110,7 @@ PrivateBus::PrivateBus(const std::string& config) {
 }
 
 PrivateBus::~PrivateBus() {
-    stop(mPid, SIGTERM);
+    mDaemon.reset();
     mHadAddress ? setenv("ARDO_BUS_ADDRESS", mOldAddress.c_str(), 1) : unsetenv("ARDO_BUS_ADDRESS");
     removeTree(mDir);
 }
@@ -143,7 +125,7 @@ ChildProcess::ChildProcess(const std::string& binary, const std::vector<std::str
     std::vector<std::string> argv{binary};
     argv.insert(argv.end(), args.begin(), args.end());
     try {
-        mPid = spawn(argv, out, out);
+        mPid = spawn(argv, out);
     } catch (...) {
         close(out);
         throw;
@@ -152,8 +134,9 @@ ChildProcess::ChildProcess(const std::string& binary, const std::vector<std::str
 }
 
 ChildProcess::~ChildProcess() {
-    if (!mReaped) {
-        stop(mPid, SIGKILL);
+    if (!mReaped && mPid > 0) {
+        kill(mPid, SIGKILL);
+        waitpid(mPid, nullptr, 0);
     }
     std::string output = readWholeFile(mOutputFile);
     for (const char* mark : {"WARNING: ThreadSanitizer:", "ERROR: AddressSanitizer:", "ERROR: LeakSanitizer:",

@@ -3,10 +3,13 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace tola_test {
+
+class ChildProcess;
 
 // Starts a dbus-daemon of its own (a session-type bus on a unix socket in a temporary folder,
 // everything allowed) and points ARDO_BUS_ADDRESS at it; on destruction stops the daemon,
@@ -27,7 +30,7 @@ class PrivateBus {
   private:
     std::string mDir;
     std::string mAddress;
-    pid_t mPid = -1;
+    std::unique_ptr<ChildProcess> mDaemon;
     std::string mOldAddress;
     bool mHadAddress = false;
 };

@@ -24,36 +24,14 @@ std::atomic<int> gCounter{0};
 
 const char* const kVariables[] = {"ARDO_ROOT", "ARDO_SHM_KEY", "ARDO_TIME_SCALE"};
 
-// Removes a root and its ACL segment.
-void removeRoot(const std::string& dir, int shmKey) {
-    int id = shmget(static_cast<key_t>(shmKey), 0, 0);
-    if (id >= 0) {
-        shmctl(id, IPC_RMID, nullptr);
-    }
-    std::error_code ignored;
-    std::filesystem::remove_all(dir, ignored);
-}
-
 #ifndef TOLA_NO_GTEST
 // Every test binary runs against a simulated device of its own, even in tests that make no
 // TempRoot: nothing a test does may reach the machine's real /var or /opt, or the device's
 // real ACL segment key.
 class ProcessRootEnvironment : public ::testing::Environment {
-  public:
-    void SetUp() override {
-        char templ[] = "/tmp/tola-test-process-XXXXXX";
-        if (mkdtemp(templ) != nullptr) {
-            mDir = templ;
-            setenv("ARDO_ROOT", mDir.c_str(), 1);
-        }
-        mKey = 0x71000000 | (getpid() & 0xffffff);
-        setenv("ARDO_SHM_KEY", std::to_string(mKey).c_str(), 1);
-    }
-    void TearDown() override { removeRoot(mDir, mKey); }
-
-  private:
-    std::string mDir;
-    int mKey = 0;
+    void SetUp() override { mRoot = std::make_unique<TempRoot>(true, 0.0); }
+    void TearDown() override { mRoot.reset(); }
+    std::unique_ptr<TempRoot> mRoot;
 };
 
 ::testing::Environment* const gProcessRoot = ::testing::AddGlobalTestEnvironment(new ProcessRootEnvironment);
@@ -77,7 +55,9 @@ TempRoot::TempRoot(bool bare, double timeScale) {
     }
     setenv("ARDO_ROOT", mDir.c_str(), 1);
     setenv("ARDO_SHM_KEY", std::to_string(mShmKey).c_str(), 1);
-    setenv("ARDO_TIME_SCALE", std::to_string(timeScale).c_str(), 1);
+    if (timeScale > 0) {
+        setenv("ARDO_TIME_SCALE", std::to_string(timeScale).c_str(), 1);
+    }
     // A simulated device starts as a running process, whatever an earlier test stopped.
     ardo::hostResetProcessStop();
     std::string mkroot =
@@ -88,7 +68,12 @@ TempRoot::TempRoot(bool bare, double timeScale) {
 }
 
 TempRoot::~TempRoot() {
-    removeRoot(mDir, mShmKey);
+    int id = shmget(static_cast<key_t>(mShmKey), 0, 0);
+    if (id >= 0) {
+        shmctl(id, IPC_RMID, nullptr);
+    }
+    std::error_code ignored;
+    std::filesystem::remove_all(mDir, ignored);
     for (int i = 0; i < 3; ++i) {
         mOld[i] ? setenv(kVariables[i], mOld[i]->c_str(), 1) : unsetenv(kVariables[i]);
     }

@@ -8,8 +8,8 @@
 namespace tola_test {
 
 // Creates a fresh root (laid out by scripts/mkroot unless bare) and points ARDO_ROOT,
-// ARDO_SHM_KEY and ARDO_TIME_SCALE at it; restores the environment and removes the root, the
-// device state and the ACL segment on destruction.
+// ARDO_SHM_KEY and ARDO_TIME_SCALE (unless timeScale is 0) at it; restores the environment and
+// removes the root, the device state and the ACL segment on destruction.
 class TempRoot {
   public:
     explicit TempRoot(bool bare = false, double timeScale = 1000.0);
