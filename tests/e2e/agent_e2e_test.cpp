@@ -30,11 +30,7 @@ TEST_F(AgentSpineE2E, FailedStartStillEndsWithStatusZero) {
     EXPECT_LACKS(Log(), "TOLA started");
 }
 
-class SmsE2E : public E2ETest {
-  protected:
-    // Runs tola-devicectl sms ARGS; its exit status.
-    int Sms(const std::string& args) { return Shell(kCtl + "sms " + args).status; }
-};
+using SmsE2E = E2ETest;
 
 // On a system bus an unprivileged user cannot command the agent, even one who knows the factory
 // key: the shipped bus policy refuses the signal, and where a bus lets it through all the same,
@@ -58,7 +54,7 @@ TEST_F(SmsE2E, OnlyRootReachesTheAgentOnASystemBus) {
               systemBus.address() +
               "' emit /com/ardo/Msgbus com.ardo.Msgbus1 Notify sv sms.msg.tola s '<TOLA><" + body + ">'");
         // Root's command, sent after it: once it is stored, the other one has been dealt with.
-        ASSERT_EQ(Sms("send --key old-key '<101>root-key'"), 0);
+        ASSERT_EQ(Shell(kCtl + "sms send --key old-key '<101>root-key'").status, 0);
         ASSERT_TRUE(waitForText(root.path(kAclFile), "<PayloadEncryptionKey>root-key<")) << Log();
         StopAgent();
         EXPECT_LACKS(Log(), "stolen-key");
@@ -73,7 +69,7 @@ TEST_F(SmsE2E, KeyAndUrlProvisionAFreshDevice) {
     StoreRecord("", true);  // as it leaves the factory: it would check in, but knows no portal
     StartAgent(1);
     ASSERT_TRUE(WaitForLog("Don't perform check-in, device hasn't been activated"));
-    ASSERT_EQ(Sms("send '<104>" + portalUrl + "/provision'"), 0);
+    ASSERT_EQ(Shell(kCtl + "sms send '<104>" + portalUrl + "/provision'").status, 0);
     ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << Log();
     StopAgent();
     EXPECT_HAS(Acl(), "<PayloadEncryptionKey>provisioned-key</PayloadEncryptionKey>");
@@ -83,24 +79,6 @@ TEST_F(SmsE2E, KeyAndUrlProvisionAFreshDevice) {
     const json& r = received;
     EXPECT_EQ(json({r[0]["kind"], r[0]["imei"], r[0]["path"], r[1]["kind"], r[1]["key"]}),
               json({"provision", kImei, "/provision", "checkin", "device"}));
-}
-
-TEST_F(SmsE2E, FactoryResetRestartsWithOrWithoutCheckIn) {
-    StartPortal(false);
-    for (bool checksIn : {false, true}) {
-        SCOPED_TRACE(checksIn);
-        StoreRecord(portalUrl, false);  // no check-in at start; only the reset decides
-        ardo::deviceStateSet("/power/end_process_on_reboot", true);
-        root.remove(kLogFile);
-        StartAgent(1);
-        ASSERT_EQ(Sms(std::string("send '<200>") + (checksIn ? "1'" : "0'")), 0);
-        AgentEnds(10000);  // the reset restarts the device
-
-        StartAgent(2);  // 300 ms: more than the boot wait at this time scale
-        EXPECT_EQ(waitForText(portalOut, "check-in from", checksIn ? 20000 : 300), checksIn);
-        StopAgent();
-        EXPECT_HAS(Acl(), "<FactoryResetFlag>false</FactoryResetFlag>");
-    }
 }
 
 }  // namespace

@@ -81,6 +81,17 @@ inline std::string Encrypted(const std::string& key, const std::string& text) {
     return out;
 }
 
+// Polls until pred() holds; false after timeoutMs.
+template <typename Pred>
+bool Eventually(Pred pred, int timeoutMs = 10000) {
+    for (int waited = 0; !pred(); waited += 10, usleep(10000)) {
+        if (waited >= timeoutMs) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // Stores the runtime record with the portal URL, key and check-in flag, as an earlier run of the
 // agent (or the factory) left it.
 inline void StoreRecord(const std::string& url, bool checkIn, const std::string& key = "",
@@ -163,13 +174,7 @@ class E2ETest : public ::testing::Test {
     }
     // Waits until the agent's log holds the text count times.
     bool WaitForLog(const std::string& text, size_t count = 1, int timeoutMs = 10000) {
-        for (int waited = 0; Count(Log(), text) < count; waited += 10) {
-            if (waited >= timeoutMs) {
-                return false;
-            }
-            usleep(10000);
-        }
-        return true;
+        return Eventually([&] { return Count(Log(), text) >= count; }, timeoutMs);
     }
     std::string Log() const { return root.readFile(kLogFile); }
     std::string Acl() const { return root.readFile(kAclFile); }

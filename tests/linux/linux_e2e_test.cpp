@@ -1,7 +1,5 @@
 // The agent on the Linux backend against tola-portal and the ModemManager and logind stand-ins.
 // The portal's name is answered by the hosts file under the root, so no DNS responder is needed.
-#include <unistd.h>
-
 #include "e2e_fixture.h"
 #include "mock_services.h"
 
@@ -19,13 +17,6 @@ class LinuxAgentE2E : public tola_test::E2ETest {
     bool Sms(const std::string& command, const std::string& key = tola_test::kFactoryKey) {
         return services.receiveSms("<TOLA><" + tola_test::Encrypted(key, command) + ">");
     }
-    template <typename Pred>
-    bool Eventually(Pred pred) {
-        for (int waited = 0; waited < 10000 && !pred(); waited += 20) {
-            usleep(20000);
-        }
-        return pred();
-    }
 
     // The stand-ins' bus is the agent's device bus and its system bus.
     tola_test::MockServices services;
@@ -36,7 +27,7 @@ TEST_F(LinuxAgentE2E, CheckInRidesItsOwnBearerAndTakesItDown) {
     tola_test::StoreRecord("http://portal.tola.test:" + portalUrl.substr(portalUrl.rfind(':') + 1), true);
     StartAgent(1, kLinuxAgent);
     ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << Log();
-    ASSERT_TRUE(Eventually([&] { return services.modemJournal().size() >= 2; })) << Log();
+    ASSERT_TRUE(tola_test::Eventually([&] { return services.modemJournal().size() >= 2; })) << Log();
     StopAgent();
 
     std::vector<std::string> journal = services.modemJournal();
@@ -53,7 +44,7 @@ TEST_F(LinuxAgentE2E, SmsFromTheModemReachTheAgentAndAResetReachesLogind) {
     ASSERT_TRUE(Sms("<101>key-by-sms"));
     EXPECT_TRUE(waitForText(root.path(tola_test::kAclFile), "<PayloadEncryptionKey>key-by-sms<")) << Log();
     ASSERT_TRUE(Sms("<200>0", "key-by-sms"));
-    EXPECT_TRUE(Eventually([&] { return services.logindReboots() == 1; })) << Log();
+    EXPECT_TRUE(tola_test::Eventually([&] { return services.logindReboots() == 1; })) << Log();
     EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
     StopAgent();
 }

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -26,9 +25,8 @@ class BusRecorder : public MsgbusCallbackInterface {
     void OnChannelNotify(const std::string& channel, void* data, int length) override {
         std::string hex = "bin:";
         for (int i = 0; i < length; ++i) {
-            char b[3];
-            std::snprintf(b, sizeof b, "%02x", static_cast<const unsigned char*>(data)[i]);
-            hex += b;
+            hex += "0123456789abcdef"[static_cast<const unsigned char*>(data)[i] >> 4];
+            hex += "0123456789abcdef"[static_cast<const unsigned char*>(data)[i] & 15];
         }
         add(channel, hex);
     }
