@@ -32,6 +32,15 @@ TEST_F(AgentSpineE2E, FailedStartStillEndsWithStatusZero) {
 
 using SmsE2E = E2ETest;
 
+// A new URL sent on the bus leads to a check-in there at once, not at the timer's next expiry.
+TEST_F(SmsE2E, ANewUrlLeadsToACheckInThere) {
+    StartPortal(false);
+    StartAgent(1);
+    ASSERT_EQ(Shell(kCtl + "sms send '<102>" + portalUrl + "'").status, 0);
+    EXPECT_TRUE(waitForText(portalOut, "check-in from", 20000)) << Log();
+    StopAgent();
+}
+
 // On a system bus an unprivileged user cannot command the agent, even one who knows the factory
 // key: the shipped bus policy refuses the signal, and where a bus lets it through all the same,
 // the platform drops it by its sender's user.

@@ -52,7 +52,6 @@ class ChildProcess {
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    pid_t pid() const { return mPid; }
     void signal(int sig);
     // Waits up to timeoutMs for the process to end. true when it exited normally, with its exit
     // status in exitStatus; false on time-out or when a signal ended it (exitStatus is then
