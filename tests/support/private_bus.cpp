@@ -26,26 +26,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Starts argv[0] (searched on PATH) with its stdout and stderr on fd.
-pid_t spawn(std::vector<std::string> args, int fd) {
-    std::vector<char*> argv;
-    for (std::string& s : args) {
-        argv.push_back(s.data());
-    }
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, fd, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, fd, STDERR_FILENO);
-    pid_t pid = -1;
-    int rc = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) {
-        throw std::runtime_error("cannot start " + args[0] + ": " + std::strerror(rc));
-    }
-    return pid;
-}
-
 void removeTree(const std::string& dir) {
     int ignored = std::system(("rm -rf '" + dir + "'").c_str());
     (void)ignored;
@@ -115,6 +95,7 @@ PrivateBus::~PrivateBus() {
     removeTree(mDir);
 }
 
+// Starts the binary (searched on PATH) with its stdout and stderr on the output file.
 ChildProcess::ChildProcess(const std::string& binary, const std::vector<std::string>& args,
                            const std::string& outputFile)
     : mOutputFile(outputFile) {
@@ -122,15 +103,23 @@ ChildProcess::ChildProcess(const std::string& binary, const std::vector<std::str
     if (out < 0) {
         throw std::runtime_error("cannot open " + outputFile);
     }
-    std::vector<std::string> argv{binary};
-    argv.insert(argv.end(), args.begin(), args.end());
-    try {
-        mPid = spawn(argv, out);
-    } catch (...) {
-        close(out);
-        throw;
+    std::vector<std::string> words{binary};
+    words.insert(words.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
     }
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out, STDERR_FILENO);
+    int rc = posix_spawnp(&mPid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
     close(out);
+    if (rc != 0) {
+        throw std::runtime_error("cannot start " + binary + ": " + std::strerror(rc));
+    }
 }
 
 ChildProcess::~ChildProcess() {
