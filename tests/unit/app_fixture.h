@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -57,6 +57,19 @@ class RootTest : public ::testing::Test {
     std::string Log() const { return root.readFile("/var/log/tola.log"); }
     static size_t Count(const std::string& text, const std::string& what) { return countOf(text, what); }
     size_t LogCount(const std::string& what) const { return countOf(Log(), what); }
+    // The device's calls in order ({"call", "args", "result"} each), then its waits if asked.
+    std::vector<ardo::json> JournalLines(bool waits = false) const {
+        std::vector<ardo::json> lines;
+        std::istringstream in(root.readFile("/var/lib/ardo/calls.jsonl") +
+                              (waits ? root.readFile("/var/lib/ardo/waits.jsonl") : ""));
+        for (std::string text; std::getline(in, text);) {
+            ardo::json j = ardo::json::parse(text, nullptr, false);
+            if (j.is_object()) {
+                lines.push_back(j);
+            }
+        }
+        return lines;
+    }
 
     TempRoot root;
 };
@@ -114,13 +127,8 @@ class AppTest : public RootTest {
     // the given result.
     std::vector<ardo::json> Journal(const std::string& call, int result = -1000) const {
         std::vector<ardo::json> lines;
-        std::string text =
-            root.readFile("/var/lib/ardo/calls.jsonl") + root.readFile("/var/lib/ardo/waits.jsonl");
-        for (size_t start = 0, end; start < text.size(); start = end + 1) {
-            end = std::min(text.find('\n', start), text.size());
-            ardo::json j = ardo::json::parse(text.substr(start, end - start), nullptr, false);
-            if (j.is_object() && j.value("call", "") == call &&
-                (result == -1000 || j.value("result", 0) == result)) {
+        for (const ardo::json& j : JournalLines(true)) {
+            if (j.value("call", "") == call && (result == -1000 || j.value("result", 0) == result)) {
                 lines.push_back(j);
             }
         }

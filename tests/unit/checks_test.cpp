@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <map>
 #include <string>
 
 #include "case_rows.h"
@@ -12,6 +14,8 @@
 
 namespace {
 
+using tola_test::CaseRow;
+
 class ChecksTest : public ::testing::Test {
   protected:
     tola_test::TempRoot root;
@@ -19,7 +23,7 @@ class ChecksTest : public ::testing::Test {
 };
 
 TEST_F(ChecksTest, AddressChecksReturnOneForUnacceptable) {
-    for (const tola_test::CaseRow& c : tola_test::readCaseRows("checks.txt", "address")) {
+    for (const CaseRow& c : tola_test::readCaseRows("checks.txt", "address")) {
         std::string ip = c[0];
         std::string results = std::to_string(agent.IsValidIP(&ip[0])) + " " +
                               std::to_string(agent.IsValidIPWithPrivateAddressRange(&ip[0])) + " " +
@@ -29,48 +33,35 @@ TEST_F(ChecksTest, AddressChecksReturnOneForUnacceptable) {
     }
 }
 
-TEST_F(ChecksTest, SiteNamesDatesAndMacAddresses) {
-    for (const auto& c : tola_test::readCaseRows("checks.txt", "site")) {
-        EXPECT_EQ(agent.CheckForValidSiteName(c[0].c_str()), c.num(1)) << c.where;
+TEST_F(ChecksTest, TextsComparisonsAndRanges) {
+    // Each table's check on the columns of one row; the last column is the result.
+    const std::map<std::string, std::function<int(const CaseRow&)>> checks = {
+        {"site", [&](const CaseRow& c) { return agent.CheckForValidSiteName(c[1]); }},
+        {"date", [&](const CaseRow& c) { return agent.isValidDateFormat(c[1].c_str()); }},
+        {"mac", [&](const CaseRow& c) { return agent.IsValidMacAddress(c[1].c_str()); }},
+        {"url", [&](const CaseRow& c) { return agent.CheckIsFullURL(c[1]); }},
+        {"print", [&](const CaseRow& c) { return agent.HasNonPrintableChars(c[1].c_str()); }},
+        {"subnet",
+         [&](const CaseRow& c) { return agent.CheckSubnetMatch(c[1].c_str(), c[2].c_str(), c[3].c_str()); }},
+        {"inrange",
+         [&](const CaseRow& c) {
+             return agent.validateIpWithDhcpRange(c[1].c_str(), c[2].c_str(), c[3].c_str());
+         }},
+        {"differ", [&](const CaseRow& c) { return agent.IsValidIpWithDhcp(c[1].c_str(), c[2].c_str()); }},
+        {"room", [&](const CaseRow& c) { return agent.IsValidDhcpRange(c[1].c_str(), c.num(2)); }},
+        {"ports",
+         [&](const CaseRow& c) { return agent.CheckPortRanges(c.num(1), c.num(2), c.num(3), c.num(4)); }},
+    };
+    for (const CaseRow& c : tola_test::readCaseRows("checks.txt")) {
+        if (c[0] != "address") {
+            ASSERT_EQ(checks.count(c[0]), 1u) << c.where;
+            EXPECT_EQ(checks.at(c[0])(c), c.num(c.cols.size() - 1)) << c.where;
+        }
     }
-    for (const auto& c : tola_test::readCaseRows("checks.txt", "date")) {
-        EXPECT_EQ(agent.isValidDateFormat(c[0].c_str()), c.num(1) == 1) << c.where;
-    }
-    for (const auto& c : tola_test::readCaseRows("checks.txt", "mac")) {
-        EXPECT_EQ(agent.IsValidMacAddress(c[0].c_str()), c.num(1) == 1) << c.where;
-    }
-    EXPECT_EQ(agent.CheckIsFullURL("example.com/path"), 1);
-    EXPECT_EQ(agent.CheckIsFullURL("example.com"), 0);
-}
-
-TEST_F(ChecksTest, ComparisonsAndRanges) {
+    EXPECT_FALSE(agent.HasNonPrintableChars(nullptr));
+    EXPECT_TRUE(agent.HasNonPrintableChars("del\x7f"));
     char ip[] = "192.168.1.10";
     EXPECT_EQ(agent.IPToInt32(ip), 0xC0A8010Au);
-    EXPECT_EQ(agent.CheckSubnetMatch("192.168.1.1", "255.255.255.0", "192.168.1.200"), 1);
-    EXPECT_EQ(agent.CheckSubnetMatch("192.168.1.1", "255.255.255.0", "192.168.2.1"), 0);
-    EXPECT_TRUE(agent.validateIpWithDhcpRange("192.168.1.100", "192.168.1.100", "192.168.1.200"));
-    EXPECT_TRUE(agent.validateIpWithDhcpRange("192.168.1.200", "192.168.1.100", "192.168.1.200"));
-    EXPECT_FALSE(agent.validateIpWithDhcpRange("192.168.1.201", "192.168.1.100", "192.168.1.200"));
-    EXPECT_EQ(agent.IsValidIpWithDhcp("192.168.1.1", "192.168.1.2"), 1);
-    EXPECT_EQ(agent.IsValidIpWithDhcp("192.168.1.2", "192.168.1.2"), 0);
-    // The DHCP range counts the broadcast address.
-    EXPECT_EQ(agent.IsValidDhcpRange("192.168.1.200", 56), 1);
-    EXPECT_EQ(agent.IsValidDhcpRange("192.168.1.200", 55), 0);
-    EXPECT_EQ(agent.IsValidDhcpRange("not an ip", 1), 1);
-    // Port ranges overlap when they touch.
-    EXPECT_FALSE(agent.CheckPortRanges(10, 20, 20, 30));
-    EXPECT_TRUE(agent.CheckPortRanges(10, 19, 20, 30));
-    EXPECT_FALSE(agent.CheckPortRanges(20, 30, 10, 20));
-    EXPECT_FALSE(agent.CheckPortRanges(10, 40, 20, 30));
-}
-
-TEST_F(ChecksTest, NonPrintableCharacters) {
-    EXPECT_FALSE(agent.HasNonPrintableChars(nullptr));
-    EXPECT_FALSE(agent.HasNonPrintableChars(""));
-    EXPECT_FALSE(agent.HasNonPrintableChars(" ~Az09"));
-    EXPECT_TRUE(agent.HasNonPrintableChars("tab\there"));
-    EXPECT_TRUE(agent.HasNonPrintableChars("caf\xc3\xa9"));
-    EXPECT_TRUE(agent.HasNonPrintableChars("del\x7f"));
 }
 
 TEST_F(ChecksTest, SameSubnetUsesTheDeviceLAN) {

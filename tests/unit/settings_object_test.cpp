@@ -1,5 +1,6 @@
 // The settings object seeded from the simulated device, and the config.xml reader.
 #include <cstring>
+#include <sstream>
 
 #include "app_fixture.h"
 #include "case_rows.h"
@@ -133,18 +134,13 @@ TEST_F(ConfigReaderTest, ReadsEveryElementAndCutsLongTextsTo127Characters) {
     tolaagent_config_t config;
     ASSERT_EQ(0, read(xml, config));
     EXPECT_EQ(std::string(127, 'r'), config.requestTemplate);
-    EXPECT_STREQ("checkin.json", config.checkInTemplate);
-    EXPECT_STREQ("receipt.json", config.receiptTemplate);
-    EXPECT_STREQ("usage.json", config.requestDataUsageTemplate);
     EXPECT_EQ(std::string(127, 'k'), config.baseEncryptionKey);
-    EXPECT_STREQ("sms104.json", config.sms104CheckInTemplate);
-    EXPECT_STREQ("", config.reserved128);
-    EXPECT_EQ(24u, config.checkInInterval);
-    EXPECT_EQ(60u, config.checkInRetryInterval);
-    EXPECT_EQ(2u, config.checkInFailedRetries);
-    EXPECT_EQ(30u, config.requestTimeout);
-    EXPECT_EQ(15u, config.dataUsageResponseWaitTime);
-    EXPECT_EQ(1u, config.dataCallType);
+    std::ostringstream rest;
+    rest << config.checkInTemplate << "|" << config.receiptTemplate << "|" << config.requestDataUsageTemplate
+         << "|" << config.sms104CheckInTemplate << "|" << config.reserved128 << "|" << config.checkInInterval
+         << "|" << config.checkInRetryInterval << "|" << config.checkInFailedRetries << "|"
+         << config.requestTimeout << "|" << config.dataUsageResponseWaitTime << "|" << config.dataCallType;
+    EXPECT_EQ(rest.str(), "checkin.json|receipt.json|usage.json|sms104.json||24|60|2|30|15|1");
 }
 
 TEST_F(ConfigReaderTest, FirstFailureStopsTheReading) {
