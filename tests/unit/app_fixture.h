@@ -20,20 +20,19 @@ namespace tola_test {
 
 constexpr const char* kFactoryKey = "VeltraFactoryKey-2017";
 
-// The plain text of a payload, or "" when it does not decrypt.
-inline std::string Decrypt(const std::string& key, const std::string& text) {
-    char* plain = nullptr;
-    std::string out = AesDecrypt(key.c_str(), text.c_str(), &plain) == 0 && plain != nullptr ? plain : "";
-    std::free(plain);
-    return out;
+// The payload cipher run one way (AesEncrypt or AesDecrypt) over text; "" when it fails.
+inline std::string cipherText(int (*way)(const char*, const char*, char**), const std::string& key,
+                              const std::string& text) {
+    char* out = nullptr;
+    std::string result = way(key.c_str(), text.c_str(), &out) == 0 && out != nullptr ? out : "";
+    std::free(out);
+    return result;
 }
-
-// The payload cipher's text of plain under key.
+inline std::string Decrypt(const std::string& key, const std::string& text) {
+    return cipherText(AesDecrypt, key, text);
+}
 inline std::string Encrypt(const std::string& key, const std::string& plain) {
-    char* text = nullptr;
-    std::string out = AesEncrypt(key.c_str(), plain.c_str(), &text) == 0 && text != nullptr ? text : "";
-    std::free(text);
-    return out;
+    return cipherText(AesEncrypt, key, plain);
 }
 
 // An SMS as the portal sends it.
