@@ -14,7 +14,30 @@ using tola_test::AppTest;
 
 namespace {
 
-using DataCallTest = AppTest;
+class DataCallTest : public AppTest {
+  protected:
+    void Notice(uint32_t status) { app->OnChannelNotify(TOLA_CHANNEL_DATA_USAGE, &status, sizeof status); }
+    // A check-in asks for figures and this test plays the service's notice.
+    void FreshFigures() {
+        ardo::deviceStateSet("/data_usage/notice", "never");
+        ASSERT_TRUE(app->RequestDataUsage());
+        Notice(0);
+    }
+    // The request with the data-usage placeholders filled; they stay out of the envelope.
+    std::string Filled() {
+        const std::string usage =
+            "%PLANTYPE%|%ALLOWANCE%|%UNIT%|%LINEUSAGE%|%TOTALSHRUSAGE%|%CYCLEENDDT%|%USAGETIMESTAMP%|%"
+            "PREPAYIND%";
+        std::string checkIn = usage, request = usage;
+        app->ProcessRequest(checkIn, request);
+        EXPECT_EQ(checkIn, usage);
+        // Only fresh figures choose the data-usage template.
+        std::string chosen;
+        EXPECT_EQ(app->GetRequestParameters(chosen), 0);
+        EXPECT_EQ(chosen.find("%PLANTYPE%") != std::string::npos, app->GotDataUsageInfo());
+        return request;
+    }
+};
 
 TEST_F(DataCallTest, InternetCallOnTheOnlyAttemptCountsAsFailedEvenWhenUp) {
     // Status before and after a connect, result, connects, routing waits; up already needs no connect.
@@ -35,9 +58,14 @@ TEST_F(DataCallTest, InternetCallOnTheOnlyAttemptCountsAsFailedEvenWhenUp) {
     ardo::deviceStateSet("/data_call/internet/status_after_connect", 2);
     EXPECT_TRUE(app->EstablishInternetApnCall(2));
     EXPECT_FALSE(app->EstablishInternetApnCall(0));  // no attempts allowed: never reported up
+    app->EndRequest();                               // the Internet call is never torn down
+    EXPECT_TRUE(Journal("sys_cellularDataDisconnect").empty());
+    EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallDisconnect").empty());
 }
 
 TEST_F(DataCallTest, AppsApnCallLearnsTheInterfaceByTheSizeProtocol) {
+    app->EndRequest();  // nothing open: nothing to disconnect
+    EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallDisconnect").empty());
     EXPECT_EQ(app->CheckDataCallAndConnect(), 0);
     EXPECT_EQ(app->InterfaceName(), "lo");
     auto connects = Journal("sys_cellularDataUsageAPNCallConnect", 0);
@@ -73,15 +101,6 @@ TEST_F(DataCallTest, AppsApnCallRetriesOnceThenGivesUp) {
     EXPECT_EQ(LogCount("AdminAPNCallConnect failed"), 2u);
 }
 
-TEST_F(DataCallTest, EndRequestDisconnectsOnlyAnOpenAppsCall) {
-    app->EndRequest();  // nothing open
-    EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallDisconnect").empty());
-    SetConfigValue("DataCallType", "1");
-    app->EndRequest();  // the Internet call is never torn down
-    EXPECT_TRUE(Journal("sys_cellularDataDisconnect").empty());
-    EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallDisconnect").empty());
-}
-
 TEST_F(DataCallTest, DataUsageQueryPreconditions) {
     json factory = ardo::deviceStateRead();
     for (const auto& c : tola_test::readCases("datausage_preconditions.tsv", 4)) {
@@ -92,32 +111,7 @@ TEST_F(DataCallTest, DataUsageQueryPreconditions) {
     }
 }
 
-class DataUsageTest : public AppTest {
-  protected:
-    void Notice(uint32_t status) { app->OnChannelNotify(TOLA_CHANNEL_DATA_USAGE, &status, sizeof status); }
-    // A check-in asks for figures and this test plays the service's notice.
-    void FreshFigures() {
-        ardo::deviceStateSet("/data_usage/notice", "never");
-        ASSERT_TRUE(app->RequestDataUsage());
-        Notice(0);
-    }
-    // The request with the data-usage placeholders filled; they stay out of the envelope.
-    std::string Filled() {
-        const std::string usage =
-            "%PLANTYPE%|%ALLOWANCE%|%UNIT%|%LINEUSAGE%|%TOTALSHRUSAGE%|%CYCLEENDDT%|%USAGETIMESTAMP%|%"
-            "PREPAYIND%";
-        std::string checkIn = usage, request = usage;
-        app->ProcessRequest(checkIn, request);
-        EXPECT_EQ(checkIn, usage);
-        // Only fresh figures choose the data-usage template.
-        std::string chosen;
-        EXPECT_EQ(app->GetRequestParameters(chosen), 0);
-        EXPECT_EQ(chosen.find("%PLANTYPE%") != std::string::npos, app->GotDataUsageInfo());
-        return request;
-    }
-};
-
-TEST_F(DataUsageTest, NoticeWithStatusZeroEndsTheWait) {
+TEST_F(DataCallTest, NoticeWithStatusZeroEndsTheWait) {
     SetConfigValue("DataUsageResponseWaitTime", "3600");  // an hour, compressed to 3.6 s
     ardo::deviceStateSet("/data_usage/notice", "never");  // the test plays the service
     std::thread service([this] {
@@ -136,7 +130,7 @@ TEST_F(DataUsageTest, NoticeWithStatusZeroEndsTheWait) {
     EXPECT_EQ(Filled(), "Shared|50|GB|2.35|17.80|2024-05-31|2024-05-14T08:30:00Z|N");
 }
 
-TEST_F(DataUsageTest, NoFiguresWithoutAFreshNotice) {
+TEST_F(DataCallTest, NoFiguresWithoutAFreshNotice) {
     // The service's notice and its status, roaming, asked (a roaming device does not ask, and a
     // notice from before counts for nothing).
     const std::tuple<const char*, int, int, bool> cases[] = {
@@ -158,7 +152,7 @@ TEST_F(DataUsageTest, NoFiguresWithoutAFreshNotice) {
     }
 }
 
-TEST_F(DataUsageTest, PlanLinesGiveTheEightTexts) {
+TEST_F(DataCallTest, PlanLinesGiveTheEightTexts) {
     for (const auto& c : tola_test::readCases("datausage_plans.tsv", 3)) {
         ardo::deviceStateSet("/data_usage/plans", json::parse(c[0]));
         ardo::deviceStateSet("/data_usage/status", std::stoi(c[1]));

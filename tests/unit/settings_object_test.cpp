@@ -54,23 +54,21 @@ TEST_F(SettingsObjectTest, GPSIsReadWithThePrivacyAgreementRestored) {
 }
 
 TEST_F(SettingsObjectTest, ResetClearsEveryListAndRestoresTheFolderCapacity) {
-    struct Case {
-        int* (TOLAAgent::*count)();
-        int afterReset;  // also the value it is created with
-    } cases[] = {{&TOLAAgent::GetMacCount, 0},
-                 {&TOLAAgent::GetWhiteListMacCount, 0},
-                 {&TOLAAgent::GetPortFilteringAppsCount, 0},
-                 {&TOLAAgent::GetPortForwardingAppsCount, 0},
-                 {&TOLAAgent::GetReservedAddrListCount, 0},
-                 {&TOLAAgent::GetSambaFolderNamesCount, 10}};
-    for (const Case& c : cases) {
-        EXPECT_EQ(*(agent.*c.count)(), c.afterReset);
-        *(agent.*c.count)() = 3;
+    // Each list's count, and its value after a reset (also the value it is created with).
+    const std::pair<int* (TOLAAgent::*)(), int> cases[] = {{&TOLAAgent::GetMacCount, 0},
+                                                           {&TOLAAgent::GetWhiteListMacCount, 0},
+                                                           {&TOLAAgent::GetPortFilteringAppsCount, 0},
+                                                           {&TOLAAgent::GetPortForwardingAppsCount, 0},
+                                                           {&TOLAAgent::GetReservedAddrListCount, 0},
+                                                           {&TOLAAgent::GetSambaFolderNamesCount, 10}};
+    for (const auto& [count, afterReset] : cases) {
+        EXPECT_EQ(*(agent.*count)(), afterReset);
+        *(agent.*count)() = 3;
     }
     agent.GetMacAddrList()[0].macAddress[0] = 'x';
     EXPECT_EQ(agent.ResetObjectData(), 0);
-    for (const Case& c : cases) {
-        EXPECT_EQ(*(agent.*c.count)(), c.afterReset);
+    for (const auto& [count, afterReset] : cases) {
+        EXPECT_EQ(*(agent.*count)(), afterReset);
     }
     EXPECT_EQ(agent.GetMacAddrList()[0].macAddress[0], '\0');
     EXPECT_STREQ(agent.GetErrorMessage(), "");
