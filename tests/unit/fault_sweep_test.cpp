@@ -20,9 +20,7 @@ using tola_test::Sms;
 class Device : public tola_test::AppTest {
   public:
     Device(const json& faults, const std::string& url) {
-        if (!faults.empty()) {
-            ardo::deviceStateSet("/faults", faults);
-        }
+        ardo::deviceStateSet("/faults", faults);
         Start();
         Activate(url);
         root.remove("/var/lib/ardo/calls.jsonl");
@@ -30,14 +28,6 @@ class Device : public tola_test::AppTest {
     ~Device() override { vorn_dbg_stop(); }
     void TestBody() override {}
 
-    // The calls of the run so far, with their results.
-    std::vector<std::pair<std::string, int>> Calls() const {
-        std::vector<std::pair<std::string, int>> calls;
-        for (const json& line : JournalLines()) {
-            calls.emplace_back(line.value("call", ""), line.value("result", 0));
-        }
-        return calls;
-    }
     // Ends the app and reads the stored record again as a new start does: true when it was whole.
     bool RecordReadsBack() {
         app->Agent().Uninitialize();
@@ -49,7 +39,8 @@ class Device : public tola_test::AppTest {
         return !root.readFile("/opt/ardo/data/tola/acl_config.xml").empty() &&
                Log().find("looks like file got corrupted", before) == std::string::npos;
     }
-    TOLAApp& App() { return *app; }
+    using AppTest::app;
+    using AppTest::JournalLines;  // the calls of the run so far, with their results
 };
 
 TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
@@ -80,17 +71,18 @@ TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
     int swept = 0;
     for (const std::string& flow : flows) {
         SCOPED_TRACE(flow);
-        std::vector<std::pair<std::string, int>> good;
+        std::vector<json> good;
         {
             Device device(json::object(), portal.url());
-            run(device.App(), flow);
-            good = device.Calls();
+            run(*device.app, flow);
+            good = device.JournalLines();
             // SMS 101 and 102 only change the stored record; every other flow calls the platform.
             EXPECT_TRUE(!good.empty() || flow.rfind("<10", 0) == 0);
             ASSERT_TRUE(device.RecordReadsBack());
         }
         std::map<std::string, int> seen;
-        for (const auto& [call, result] : good) {
+        for (const json& line : good) {
+            const std::string call = line["call"].get<std::string>();
             int occurrence = seen[call]++;
             for (int failure : kResults) {
                 SCOPED_TRACE(call + " #" + std::to_string(occurrence) + " -> " + std::to_string(failure));
@@ -98,10 +90,10 @@ TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
                 json script = std::vector<int>(occurrence, 0);
                 script.push_back(failure);
                 Device device(json{{call, script}}, portal.url());
-                run(device.App(), flow);
+                run(*device.app, flow);
                 bool met = false;
-                for (const auto& [name, rc] : device.Calls()) {
-                    met = met || (name == call && rc == failure);
+                for (const json& made : device.JournalLines()) {
+                    met = met || (made["call"] == call && made["result"] == failure);
                 }
                 EXPECT_TRUE(met) << "the scripted failure was not reached";
                 EXPECT_TRUE(device.RecordReadsBack());

@@ -20,7 +20,7 @@ class TemplatesTest : public AppTest {
     }
 };
 
-TEST_F(TemplatesTest, FileContentGainsOneLineBreak) {
+TEST_F(TemplatesTest, FilesGainOneLineBreakAndAMissingTemplateFailsItsGetter) {
     for (std::string written : {"a\nb", "a\nb\n", "", "one line"}) {
         root.writeFile("/opt/ardo/etc/tola/t.txt", written);
         std::string content = "old";
@@ -30,14 +30,10 @@ TEST_F(TemplatesTest, FileContentGainsOneLineBreak) {
     std::string content = "kept";
     EXPECT_EQ(app->GetFileContent("/opt/ardo/etc/tola/missing.txt", content), 1);
     EXPECT_EQ(content, "kept");
-}
-
-TEST_F(TemplatesTest, MissingTemplateFailsItsGetter) {
     root.remove("/opt/ardo/etc/tola/tola_receipt.json");
-    std::string text;
-    EXPECT_EQ(app->GetReceiptParameters(text), 1);
-    EXPECT_EQ(app->GetCheckInParameters(text), 0);
-    EXPECT_EQ(text, "{\"IMEI\":\"%IMEI%\",\"Request\":\"%ENCRYPTEDREQUEST%\"}\n\n");
+    EXPECT_EQ(app->GetReceiptParameters(content), 1);
+    EXPECT_EQ(app->GetCheckInParameters(content), 0);
+    EXPECT_EQ(content, "{\"IMEI\":\"%IMEI%\",\"Request\":\"%ENCRYPTEDREQUEST%\"}\n\n");
 }
 
 TEST_F(TemplatesTest, OnlyTheFirstOccurrenceIsReplaced) {
