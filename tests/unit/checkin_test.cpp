@@ -19,8 +19,6 @@ using tola_test::kFactoryKey;
 
 namespace {
 
-constexpr const char* kDeadUrl = "http://127.0.0.1:9";  // discard port: refused on loopback
-
 using CheckInTest = AppTest;
 
 // Under the portal's key once there is one, else under the factory key.
@@ -47,7 +45,7 @@ TEST_F(CheckInTest, FailedAttemptsFollowTheRetryCount) {
         SetConfigValue("CheckInFailedRetries", retries);
         root.remove("/var/lib/ardo/calls.jsonl");
         root.remove("/var/lib/ardo/waits.jsonl");
-        Activate(kDeadUrl);
+        Activate("http://127.0.0.1:9");  // the discard port: refused on loopback
         app->PerformCheckIn();
         EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallConnect", 0).size(), attempts) << retries;
         // Every failed attempt ends its data call.

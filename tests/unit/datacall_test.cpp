@@ -68,13 +68,13 @@ TEST_F(DataCallTest, AppsApnCallLearnsTheInterfaceByTheSizeProtocol) {
     EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallDisconnect").empty());
     EXPECT_EQ(app->CheckDataCallAndConnect(), 0);
     EXPECT_EQ(app->InterfaceName(), "lo");
-    auto connects = Journal("sys_cellularDataUsageAPNCallConnect", 0);
-    ASSERT_EQ(connects.size(), 1u);
-    EXPECT_EQ(connects[0]["args"]["call_id"], "tola_data_call_id");
     app->EndRequest();
-    auto disconnects = Journal("sys_cellularDataUsageAPNCallDisconnect", 0);
-    ASSERT_EQ(disconnects.size(), 1u);
-    EXPECT_EQ(disconnects[0]["args"]["call_id"], "tola_data_call_id");
+    for (const char* call :
+         {"sys_cellularDataUsageAPNCallConnect", "sys_cellularDataUsageAPNCallDisconnect"}) {
+        std::vector<json> lines = Journal(call, 0);
+        ASSERT_EQ(lines.size(), 1u) << call;
+        EXPECT_EQ(lines[0]["args"]["call_id"], "tola_data_call_id");
+    }
 
     // A name far longer than any fixed buffer arrives whole.
     std::string longName(300, 'x');
