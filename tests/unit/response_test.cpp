@@ -38,7 +38,6 @@ TEST_F(ResponseTest, AnswerParsing) {
 TEST_F(ResponseTest, ResultCodesChangeKeyUrlAndFlag) {
     for (const auto& c : tola_test::readCases("result_codes.tsv", 7)) {
         SCOPED_TRACE(c[0] + " " + c[1]);
-        app->RuntimeConfig().checkInIntervalOverrideFlag = false;
         Activate("https://portal.tola.test/checkin", "old-key");
         ASSERT_TRUE(app->EstablishAdminApnCall(1));
         size_t disconnects = Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size();
