@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,20 +20,19 @@ namespace tola_test {
 
 constexpr const char* kFactoryKey = "VeltraFactoryKey-2017";
 
-// The plain text of a payload, or "" when it does not decrypt.
-inline std::string Decrypt(const std::string& key, const std::string& text) {
-    char* plain = nullptr;
-    std::string out = AesDecrypt(key.c_str(), text.c_str(), &plain) == 0 && plain != nullptr ? plain : "";
-    std::free(plain);
-    return out;
+// The payload cipher run one way (AesEncrypt or AesDecrypt) over text; "" when it fails.
+inline std::string cipherText(int (*way)(const char*, const char*, char**), const std::string& key,
+                              const std::string& text) {
+    char* out = nullptr;
+    std::string result = way(key.c_str(), text.c_str(), &out) == 0 && out != nullptr ? out : "";
+    std::free(out);
+    return result;
 }
-
-// The payload cipher's text of plain under key.
+inline std::string Decrypt(const std::string& key, const std::string& text) {
+    return cipherText(AesDecrypt, key, text);
+}
 inline std::string Encrypt(const std::string& key, const std::string& plain) {
-    char* text = nullptr;
-    std::string out = AesEncrypt(key.c_str(), plain.c_str(), &text) == 0 && text != nullptr ? text : "";
-    std::free(text);
-    return out;
+    return cipherText(AesEncrypt, key, plain);
 }
 
 // An SMS as the portal sends it.
@@ -57,6 +56,19 @@ class RootTest : public ::testing::Test {
     std::string Log() const { return root.readFile("/var/log/tola.log"); }
     static size_t Count(const std::string& text, const std::string& what) { return countOf(text, what); }
     size_t LogCount(const std::string& what) const { return countOf(Log(), what); }
+    // The device's calls in order ({"call", "args", "result"} each), then its waits if asked.
+    std::vector<ardo::json> JournalLines(bool waits = false) const {
+        std::vector<ardo::json> lines;
+        std::istringstream in(root.readFile("/var/lib/ardo/calls.jsonl") +
+                              (waits ? root.readFile("/var/lib/ardo/waits.jsonl") : ""));
+        for (std::string text; std::getline(in, text);) {
+            ardo::json j = ardo::json::parse(text, nullptr, false);
+            if (j.is_object()) {
+                lines.push_back(j);
+            }
+        }
+        return lines;
+    }
 
     TempRoot root;
 };
@@ -114,13 +126,8 @@ class AppTest : public RootTest {
     // the given result.
     std::vector<ardo::json> Journal(const std::string& call, int result = -1000) const {
         std::vector<ardo::json> lines;
-        std::string text =
-            root.readFile("/var/lib/ardo/calls.jsonl") + root.readFile("/var/lib/ardo/waits.jsonl");
-        for (size_t start = 0, end; start < text.size(); start = end + 1) {
-            end = std::min(text.find('\n', start), text.size());
-            ardo::json j = ardo::json::parse(text.substr(start, end - start), nullptr, false);
-            if (j.is_object() && j.value("call", "") == call &&
-                (result == -1000 || j.value("result", 0) == result)) {
+        for (const ardo::json& j : JournalLines(true)) {
+            if (j.value("call", "") == call && (result == -1000 || j.value("result", 0) == result)) {
                 lines.push_back(j);
             }
         }

@@ -2,23 +2,15 @@
 // setters, leniency towards failing setters, modem and Wi-Fi profiles (cases in
 // corpus/cases/apply.txt), and what a refused document leaves alone. The calls are read from the
 // device's journal (calls.jsonl).
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <vector>
+#include <map>
 
+#include "app_fixture.h"
 #include "bus_recorder.h"
 #include "case_rows.h"
-#include "device_state.h"
 #include "msgbus_handler.h"
 #include "private_bus.h"
-#include "test_env.h"
-#include "tola_agent.h"
-#include "vorn_dbg.h"
 
 using ardo::json;
 
@@ -30,47 +22,31 @@ std::string wideDocument() {
     return tola_test::readWholeFile(std::string(TOLA_SOURCE_DIR) + "/tests/corpus/cases/apply_wide.json");
 }
 
-class ApplyTest : public ::testing::Test {
+class ApplyTest : public tola_test::RootTest {
   protected:
     void SetUp() override {
-        vorn_dbg_stop();
-        vorn_dbg_start();
+        RootTest::SetUp();
         agent = std::make_unique<TOLAAgent>();
         ASSERT_EQ(agent->Initialize(), 0);
         root.remove("/var/lib/ardo/calls.jsonl");
     }
     void TearDown() override {
         agent.reset();
-        vorn_dbg_stop();
+        RootTest::TearDown();
     }
 
     int Apply(const std::string& document) {
         lastMessage.clear();
         return agent->ProcessResponse(document, lastMessage);
     }
-
-    std::vector<json> Journal() const {
-        std::vector<json> lines;
-        std::istringstream in(root.readFile("/var/lib/ardo/calls.jsonl"));
-        for (std::string line; std::getline(in, line);) {
-            lines.push_back(json::parse(line));
-        }
-        return lines;
-    }
     std::vector<std::string> Calls() const {
         std::vector<std::string> names;
-        for (const json& line : Journal()) {
+        for (const json& line : JournalLines()) {
             names.push_back(line["call"].get<std::string>());
         }
         return names;
     }
-    size_t CountOf(const std::string& call) const {
-        std::vector<std::string> calls = Calls();
-        return std::count(calls.begin(), calls.end(), call);
-    }
-    std::string Log() const { return root.readFile("/var/log/tola.log"); }
 
-    tola_test::TempRoot root;
     tola_test::PrivateBus bus;
     std::unique_ptr<TOLAAgent> agent;
     std::string lastMessage;
@@ -87,7 +63,7 @@ TEST_F(ApplyTest, PublicationFirstThenTheSettersInTheirFixedOrder) {
         }
     }
     EXPECT_EQ(Calls(), expected);
-    json first = Journal().front();
+    json first = JournalLines().front();
     EXPECT_EQ(first["args"], (json{{"channel", "ardo.tola.acl"}, {"value", 1}}));
     EXPECT_EQ(first["result"], 0);
     EXPECT_NE(root.readFile("/opt/ardo/data/tola/acl_config.xml").find("WiFiSSID"), std::string::npos);
@@ -113,8 +89,7 @@ TEST_F(ApplyTest, DocumentsLeaveTheirCallsValuesAndLogs) {
              {"/var/lib/ardo/device.json", "/var/lib/ardo/calls.jsonl", "/var/log/tola.log"}) {
             root.remove(file);
         }
-        vorn_dbg_stop();
-        vorn_dbg_start();
+        vorn_dbg_stop();  // the log reopens, new, at its next line
         ardo::deviceStateUpdate([&](json& state) { state.merge_patch(json::parse(c[0])); });
         agent = std::make_unique<TOLAAgent>();
         agent->Initialize();
@@ -124,19 +99,22 @@ TEST_F(ApplyTest, DocumentsLeaveTheirCallsValuesAndLogs) {
             EXPECT_EQ(root.readFile("/opt/ardo/data/tola/acl_config.xml"), acl);
         }
         EXPECT_EQ(lastMessage, c[3]);
-        std::string profiles;
-        for (const json& line : Journal()) {
+        std::vector<json> journal = JournalLines();
+        std::map<std::string, size_t> counts;
+        std::string profiles;  // type:index of each modem profile set, in order
+        for (const json& line : journal) {
+            ++counts[line["call"].get<std::string>()];
             if (line["call"] == "sys_setModemProfile") {
                 profiles += (profiles.empty() ? "" : ",") + line["args"]["type"].dump() + ":" +
                             line["args"]["index"].dump();
             }
         }
-        std::istringstream calls(c[4]);
-        for (std::string check; calls >> check;) {
+        std::istringstream checks(c[4]);
+        for (std::string check; checks >> check;) {
             std::string name = check.substr(0, check.find('='));
-            std::string got = name == "profiles" ? profiles
-                              : name == "calls"  ? std::to_string(Calls().size())
-                                                 : std::to_string(CountOf(name));
+            std::string got = name == "profiles"
+                                  ? profiles
+                                  : std::to_string(name == "calls" ? journal.size() : counts[name]);
             EXPECT_EQ(name + "=" + got, check);
         }
         json values = c[5].empty() ? json::object() : json::parse(c[5]);
@@ -151,22 +129,13 @@ TEST_F(ApplyTest, DocumentsLeaveTheirCallsValuesAndLogs) {
     }
 }
 
-TEST_F(ApplyTest, WithoutAccessControlEntriesTheAclFileIsUntouched) {
+// Without access-control entries the ACL file is not even replaced by an equal copy.
+TEST_F(ApplyTest, AfterARefusedDocumentTheNextStartsFromTheDevice) {
     const std::string acl = "/opt/ardo/data/tola/acl_config.xml";
     std::string before = root.readFile(acl);
     ASSERT_FALSE(before.empty());
     struct stat was {};
     ASSERT_EQ(stat(root.path(acl).c_str(), &was), 0);
-    ASSERT_EQ(Apply(R"([{"LANSettings": {"DHCPLeaseTime": 600}}])"), 0);
-    struct stat now {};
-    ASSERT_EQ(stat(root.path(acl).c_str(), &now), 0);
-    EXPECT_EQ(root.readFile(acl), before);
-    EXPECT_EQ(now.st_ino, was.st_ino);  // not even replaced by an equal copy
-    EXPECT_EQ(now.st_mtim.tv_nsec, was.st_mtim.tv_nsec);
-    EXPECT_EQ(CountOf("sys_setLANSettings"), 1u);
-}
-
-TEST_F(ApplyTest, AfterARefusedDocumentTheNextStartsFromTheDevice) {
     ASSERT_EQ(Apply(R"([{"LANSettings": {"RouterIPv4Address": "8.8.8.8"},
                           "WiFiNetworkSettings": {"WiFiSSID": "Refused-SSID"}}])"),
               158);
@@ -175,6 +144,13 @@ TEST_F(ApplyTest, AfterARefusedDocumentTheNextStartsFromTheDevice) {
               0);
     EXPECT_EQ(ardo::deviceStateRead()["settings"]["lan"]["ipAddress"], "192.168.1.1");
     EXPECT_EQ(ardo::deviceStateRead()["settings"]["wifiPrimaryProfile"]["ssid"], "Ardo-Hotspot-1234");
+    std::vector<std::string> calls = Calls();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "sys_setLANSettings"), 1);
+    struct stat now {};
+    ASSERT_EQ(stat(root.path(acl).c_str(), &now), 0);
+    EXPECT_EQ(root.readFile(acl), before);
+    EXPECT_EQ(now.st_ino, was.st_ino);
+    EXPECT_EQ(now.st_mtim.tv_nsec, was.st_mtim.tv_nsec);
 }
 
 }  // namespace

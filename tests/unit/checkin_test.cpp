@@ -19,15 +19,7 @@ using tola_test::kFactoryKey;
 
 namespace {
 
-constexpr const char* kDeadUrl = "http://127.0.0.1:9";  // discard port: refused on loopback
-
-// The encrypted request inside an envelope of the sample's shape.
-std::string InnerOf(const std::string& envelope, const std::string& key) {
-    json j = json::parse(envelope, nullptr, false);
-    return j.is_object() ? tola_test::Decrypt(key, j.value("Request", "")) : "";
-}
-
-class CheckInTest : public AppTest {};
+using CheckInTest = AppTest;
 
 // Under the portal's key once there is one, else under the factory key.
 TEST_F(CheckInTest, RequestIsTrimmedAndEncryptedIntoTheEnvelope) {
@@ -38,24 +30,22 @@ TEST_F(CheckInTest, RequestIsTrimmedAndEncryptedIntoTheEnvelope) {
         std::string checkIn = "{\"IMEI\":\"%IMEI%\",\"Request\":\"%ENCRYPTEDREQUEST%\"}";
         EXPECT_TRUE(app->ProcessCheckIn(request, checkIn));
         EXPECT_EQ(request, "{\"a\":1}");
-        EXPECT_EQ(json::parse(checkIn)["IMEI"], "356938035643809");
-        EXPECT_EQ(InnerOf(checkIn, usedKey), "{\"a\":1}");
+        json envelope = json::parse(checkIn);
+        EXPECT_EQ(envelope["IMEI"], "356938035643809");
+        EXPECT_EQ(tola_test::Decrypt(usedKey, envelope["Request"].get<std::string>()), "{\"a\":1}");
     }
 }
 
-TEST_F(CheckInTest, NoPortalUrlMeansNoCheckIn) {
-    app->PerformCheckIn();
-    EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallConnect").empty());
-}
-
 TEST_F(CheckInTest, FailedAttemptsFollowTheRetryCount) {
+    app->PerformCheckIn();  // no portal URL yet: no attempt
+    EXPECT_TRUE(Journal("sys_cellularDataUsageAPNCallConnect").empty());
     // Retries, attempts, waits between failed attempts (none after the last).
     const std::tuple<const char*, size_t, size_t> cases[] = {{"0", 1, 0}, {"2", 3, 2}, {"4294967295", 0, 0}};
     for (auto [retries, attempts, expectedWaits] : cases) {
         SetConfigValue("CheckInFailedRetries", retries);
         root.remove("/var/lib/ardo/calls.jsonl");
         root.remove("/var/lib/ardo/waits.jsonl");
-        Activate(kDeadUrl);
+        Activate("http://127.0.0.1:9");  // the discard port: refused on loopback
         app->PerformCheckIn();
         EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallConnect", 0).size(), attempts) << retries;
         // Every failed attempt ends its data call.
@@ -70,16 +60,26 @@ TEST_F(CheckInTest, FailedAttemptsFollowTheRetryCount) {
     }
 }
 
+// The accepted answer replaces the downloaded file whole.
 TEST_F(CheckInTest, UnparsableAnswerIsRetriedAtOnceOnTheSameCall) {
+    const std::string downloaded = "/opt/ardo/data/tola/tola_downloaded_config";
+    root.writeFile(downloaded, "previous answer");
+    // A reader that opened the file before: a crash-safe write gives the new text a new file, so
+    // this reader still sees the whole previous text, never a truncated one.
+    std::ifstream earlier(root.path(downloaded));
     CannedHttpServer portal({"<html>not json</html>", R"({"ResultCode":1,"Version":"7"})"});
     Activate(portal.url());
     app->PerformCheckIn();
     ASSERT_EQ(portal.bodies().size(), 2u);
     // Only the accepted answer ends the data call.
     EXPECT_EQ(Journal("sys_cellularDataUsageAPNCallDisconnect", 0).size(), 1u);
-    EXPECT_EQ(root.readFile("/opt/ardo/data/tola/tola_downloaded_config"),
-              R"({"ResultCode":1,"Version":"7"})");
+    EXPECT_EQ(root.readFile(downloaded), R"({"ResultCode":1,"Version":"7"})");
     EXPECT_STREQ(Stored().lastCommand, "1");
+    std::string seen((std::istreambuf_iterator<char>(earlier)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(seen, "previous answer");
+    for (const auto& entry : std::filesystem::directory_iterator(root.path("/opt/ardo/data/tola"))) {
+        EXPECT_EQ(entry.path().string().find(".tmp"), std::string::npos);  // nothing left beside it
+    }
 }
 
 // Code 0 without its configuration is answered with a receipt and a reboot, and the failed
@@ -90,24 +90,6 @@ TEST_F(CheckInTest, AReceiptEndsTheCheckInWhateverTheAnswer) {
     app->PerformCheckIn();
     EXPECT_EQ(portal.bodies().size(), 2u);  // the check-in and its receipt
     EXPECT_EQ(Journal("sys_rebootSystem").size(), 1u);
-}
-
-TEST_F(CheckInTest, TheAnswerReplacesTheDownloadedFileWhole) {
-    const std::string path = root.path("/opt/ardo/data/tola/tola_downloaded_config");
-    root.writeFile("/opt/ardo/data/tola/tola_downloaded_config", "previous answer");
-    // A reader that opened the file before: a crash-safe write gives the new text a new file, so
-    // this reader still sees the whole previous text, never a truncated one.
-    std::ifstream earlier(path);
-    CannedHttpServer portal({R"({"ResultCode":1,"Version":"7"})"});
-    Activate(portal.url());
-    app->PerformCheckIn();
-    EXPECT_EQ(root.readFile("/opt/ardo/data/tola/tola_downloaded_config"),
-              R"({"ResultCode":1,"Version":"7"})");
-    std::string seen((std::istreambuf_iterator<char>(earlier)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(seen, "previous answer");
-    for (const auto& entry : std::filesystem::directory_iterator(root.path("/opt/ardo/data/tola"))) {
-        EXPECT_EQ(entry.path().string().find(".tmp"), std::string::npos);  // nothing left beside it
-    }
 }
 
 TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {

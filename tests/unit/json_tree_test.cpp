@@ -87,11 +87,9 @@ TEST(JsonTree, BuilderRefusesMisuse) {
 
     yajl_val obj = tola_tree_parse("{}");
     ASSERT_EQ(context_push(&ctx, obj), 0);
-    yajl_val number = tola_tree_parse("[5]");
-    yajl_val five = number->u.array.values[0];
-    EXPECT_NE(context_add_value(&ctx, five), 0);  // an object key must be a string
+    Tree number("[5]");
+    EXPECT_NE(context_add_value(&ctx, tola_array_item(number.root, 0)), 0);  // a key must be a string
     EXPECT_STREQ(errbuf, "context_add_value: Object key is not a string (0x02)");
-    tola_tree_free(number);
     context_clear(&ctx);  // frees the pushed object
 }
 

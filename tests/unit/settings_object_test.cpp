@@ -1,5 +1,12 @@
-// The settings object seeded from the simulated device, and the config.xml reader.
+// The settings object seeded from the simulated device, its address, port and text checks over
+// tables of inputs (corpus/cases/checks.txt: their return conventions differ on purpose, so each
+// case states the exact result), and the config.xml reader.
+#include <arpa/inet.h>
+
 #include <cstring>
+#include <functional>
+#include <map>
+#include <sstream>
 
 #include "app_fixture.h"
 #include "case_rows.h"
@@ -8,10 +15,15 @@
 
 namespace {
 
-using SettingsObjectTest = tola_test::RootTest;
+using tola_test::CaseRow;
 
-TEST_F(SettingsObjectTest, MembersAreSeededOnceFromTheDevice) {
+class SettingsObjectTest : public tola_test::RootTest {
+  protected:
     TOLAAgent agent;
+};
+
+// A member is read from the device once and kept; a failing getter gives null and is asked again.
+TEST_F(SettingsObjectTest, MembersAreSeededOnceFromTheDevice) {
     ardo::deviceStateSet("/settings/lan/ipAddress", "10.1.2.3");
     sys_lan_settings_t* lan = agent.GetLANSettings();
     ASSERT_NE(lan, nullptr);
@@ -20,10 +32,6 @@ TEST_F(SettingsObjectTest, MembersAreSeededOnceFromTheDevice) {
     ardo::deviceStateSet("/settings/lan/ipAddress", "10.9.9.9");
     EXPECT_EQ(agent.GetLANSettings(), lan);  // kept, not read again
     EXPECT_STREQ(lan->ipAddress, "10.1.2.3");
-}
-
-TEST_F(SettingsObjectTest, AFailingGetterGivesNullAndIsAskedAgain) {
-    TOLAAgent agent;
     ardo::deviceStateSet("/faults/sys_getSambaPrimaryNetworkEnabled", ardo::json::array({1}));
     ardo::deviceStateSet("/faults/webui_get_login_settings", ardo::json::array({5}));
     EXPECT_EQ(agent.GetSambaPrimaryNetworkEnabled(), nullptr);
@@ -36,7 +44,6 @@ TEST_F(SettingsObjectTest, AFailingGetterGivesNullAndIsAskedAgain) {
 TEST_F(SettingsObjectTest, GPSIsReadWithThePrivacyAgreementRestored) {
     ardo::deviceStateSet("/settings/gpsPrivacyAgreementAccepted", 0);
     ardo::deviceStateSet("/gps/enabled", 1);
-    TOLAAgent agent;
     ASSERT_NE(agent.GetGPSEnabled(), nullptr);
     EXPECT_EQ(*agent.GetGPSEnabled(), 1);
     int accepted = -1;
@@ -45,24 +52,21 @@ TEST_F(SettingsObjectTest, GPSIsReadWithThePrivacyAgreementRestored) {
 }
 
 TEST_F(SettingsObjectTest, ResetClearsEveryListAndRestoresTheFolderCapacity) {
-    TOLAAgent agent;
-    struct Case {
-        int* (TOLAAgent::*count)();
-        int afterReset;  // also the value it is created with
-    } cases[] = {{&TOLAAgent::GetMacCount, 0},
-                 {&TOLAAgent::GetWhiteListMacCount, 0},
-                 {&TOLAAgent::GetPortFilteringAppsCount, 0},
-                 {&TOLAAgent::GetPortForwardingAppsCount, 0},
-                 {&TOLAAgent::GetReservedAddrListCount, 0},
-                 {&TOLAAgent::GetSambaFolderNamesCount, 10}};
-    for (const Case& c : cases) {
-        EXPECT_EQ(*(agent.*c.count)(), c.afterReset);
-        *(agent.*c.count)() = 3;
+    // Each list's count, and its value after a reset (also the value it is created with).
+    const std::pair<int* (TOLAAgent::*)(), int> cases[] = {{&TOLAAgent::GetMacCount, 0},
+                                                           {&TOLAAgent::GetWhiteListMacCount, 0},
+                                                           {&TOLAAgent::GetPortFilteringAppsCount, 0},
+                                                           {&TOLAAgent::GetPortForwardingAppsCount, 0},
+                                                           {&TOLAAgent::GetReservedAddrListCount, 0},
+                                                           {&TOLAAgent::GetSambaFolderNamesCount, 10}};
+    for (const auto& [count, afterReset] : cases) {
+        EXPECT_EQ(*(agent.*count)(), afterReset);
+        *(agent.*count)() = 3;
     }
     agent.GetMacAddrList()[0].macAddress[0] = 'x';
     EXPECT_EQ(agent.ResetObjectData(), 0);
-    for (const Case& c : cases) {
-        EXPECT_EQ(*(agent.*c.count)(), c.afterReset);
+    for (const auto& [count, afterReset] : cases) {
+        EXPECT_EQ(*(agent.*count)(), afterReset);
     }
     EXPECT_EQ(agent.GetMacAddrList()[0].macAddress[0], '\0');
     EXPECT_STREQ(agent.GetErrorMessage(), "");
@@ -75,17 +79,16 @@ class NoMacListAgent : public TOLAAgent {
 };
 
 TEST_F(SettingsObjectTest, AFailedListDoesNotStopTheOthers) {
-    NoMacListAgent agent;
-    *agent.GetPortForwardingAppsCount() = 6;
-    *agent.GetSambaFolderNamesCount() = 1;
-    EXPECT_EQ(agent.ResetObjectData(), 200);
-    EXPECT_STREQ(agent.GetErrorMessage(), "Reset Data - Received NULL pointer for mac count or mac list");
-    EXPECT_EQ(*agent.GetPortForwardingAppsCount(), 0);
-    EXPECT_EQ(*agent.GetSambaFolderNamesCount(), 10);
+    NoMacListAgent noList;
+    *noList.GetPortForwardingAppsCount() = 6;
+    *noList.GetSambaFolderNamesCount() = 1;
+    EXPECT_EQ(noList.ResetObjectData(), 200);
+    EXPECT_STREQ(noList.GetErrorMessage(), "Reset Data - Received NULL pointer for mac count or mac list");
+    EXPECT_EQ(*noList.GetPortForwardingAppsCount(), 0);
+    EXPECT_EQ(*noList.GetSambaFolderNamesCount(), 10);
 }
 
 TEST_F(SettingsObjectTest, ErrorMessageIsBoundedAndReplaced) {
-    TOLAAgent agent;
     agent.SetErrorMessage("first %d", 1);
     agent.SetErrorMessage("%s", std::string(5000, 'e').c_str());
     EXPECT_EQ(std::string(agent.GetErrorMessage()), std::string(1023, 'e'));
@@ -94,11 +97,63 @@ TEST_F(SettingsObjectTest, ErrorMessageIsBoundedAndReplaced) {
 }
 
 TEST_F(SettingsObjectTest, PresentFlagsMarkTheGroup) {
-    TOLAAgent agent;
     EXPECT_FALSE(agent.IsPresent(TolaField::LANSettings));
     agent.SetPresent(TolaField::LANSettings_DHCPLeaseTime);
     EXPECT_TRUE(agent.IsPresent(TolaField::LANSettings));
     EXPECT_FALSE(agent.IsPresent(TolaField::LANSettings_DHCPEnabled));
+}
+
+TEST_F(SettingsObjectTest, AddressChecksReturnOneForUnacceptable) {
+    for (const CaseRow& c : tola_test::readCaseRows("checks.txt", "address")) {
+        std::string ip = c[0];
+        std::string results = std::to_string(agent.IsValidIP(&ip[0])) + " " +
+                              std::to_string(agent.IsValidIPWithPrivateAddressRange(&ip[0])) + " " +
+                              std::to_string(agent.IsvalidIpWithBroadcastRange(ip.c_str())) + " " +
+                              std::to_string(agent.IsNetworkOrBroadcastIp(ip.c_str()));
+        EXPECT_EQ(results, c[1]) << c.where;
+    }
+}
+
+TEST_F(SettingsObjectTest, TextsComparisonsAndRanges) {
+    // Each table's check on the columns of one row; the last column is the result.
+    const std::map<std::string, std::function<int(const CaseRow&)>> checks = {
+        {"site", [&](const CaseRow& c) { return agent.CheckForValidSiteName(c[1]); }},
+        {"date", [&](const CaseRow& c) { return agent.isValidDateFormat(c[1].c_str()); }},
+        {"mac", [&](const CaseRow& c) { return agent.IsValidMacAddress(c[1].c_str()); }},
+        {"url", [&](const CaseRow& c) { return agent.CheckIsFullURL(c[1]); }},
+        {"print", [&](const CaseRow& c) { return agent.HasNonPrintableChars(c[1].c_str()); }},
+        {"subnet",
+         [&](const CaseRow& c) { return agent.CheckSubnetMatch(c[1].c_str(), c[2].c_str(), c[3].c_str()); }},
+        {"inrange",
+         [&](const CaseRow& c) {
+             return agent.validateIpWithDhcpRange(c[1].c_str(), c[2].c_str(), c[3].c_str());
+         }},
+        {"differ", [&](const CaseRow& c) { return agent.IsValidIpWithDhcp(c[1].c_str(), c[2].c_str()); }},
+        {"room", [&](const CaseRow& c) { return agent.IsValidDhcpRange(c[1].c_str(), c.num(2)); }},
+        {"ports",
+         [&](const CaseRow& c) { return agent.CheckPortRanges(c.num(1), c.num(2), c.num(3), c.num(4)); }},
+    };
+    for (const CaseRow& c : tola_test::readCaseRows("checks.txt")) {
+        if (c[0] != "address") {
+            ASSERT_EQ(checks.count(c[0]), 1u) << c.where;
+            EXPECT_EQ(checks.at(c[0])(c), c.num(c.cols.size() - 1)) << c.where;
+        }
+    }
+    EXPECT_FALSE(agent.HasNonPrintableChars(nullptr));
+    EXPECT_TRUE(agent.HasNonPrintableChars("del\x7f"));
+    char ip[] = "192.168.1.10";
+    EXPECT_EQ(agent.IPToInt32(ip), 0xC0A8010Au);
+}
+
+TEST_F(SettingsObjectTest, SameSubnetUsesTheDeviceLAN) {
+    // Factory LAN: 192.168.1.1/24.
+    EXPECT_TRUE(agent.CheckForSameSubnet(inet_addr("192.168.1.77")));
+    EXPECT_FALSE(agent.CheckForSameSubnet(inet_addr("192.168.2.77")));
+    // The LAN settings are cached until the next reset; unreadable settings answer false.
+    ardo::deviceStateSet("/faults/sys_getLANSettings", 2);
+    EXPECT_TRUE(agent.CheckForSameSubnet(inet_addr("192.168.1.77")));
+    agent.ResetObjectData();
+    EXPECT_FALSE(agent.CheckForSameSubnet(inet_addr("192.168.1.77")));
 }
 
 const std::string kConfigFile = "/opt/ardo/etc/tola/config.xml";
@@ -133,18 +188,13 @@ TEST_F(ConfigReaderTest, ReadsEveryElementAndCutsLongTextsTo127Characters) {
     tolaagent_config_t config;
     ASSERT_EQ(0, read(xml, config));
     EXPECT_EQ(std::string(127, 'r'), config.requestTemplate);
-    EXPECT_STREQ("checkin.json", config.checkInTemplate);
-    EXPECT_STREQ("receipt.json", config.receiptTemplate);
-    EXPECT_STREQ("usage.json", config.requestDataUsageTemplate);
     EXPECT_EQ(std::string(127, 'k'), config.baseEncryptionKey);
-    EXPECT_STREQ("sms104.json", config.sms104CheckInTemplate);
-    EXPECT_STREQ("", config.reserved128);
-    EXPECT_EQ(24u, config.checkInInterval);
-    EXPECT_EQ(60u, config.checkInRetryInterval);
-    EXPECT_EQ(2u, config.checkInFailedRetries);
-    EXPECT_EQ(30u, config.requestTimeout);
-    EXPECT_EQ(15u, config.dataUsageResponseWaitTime);
-    EXPECT_EQ(1u, config.dataCallType);
+    std::ostringstream rest;
+    rest << config.checkInTemplate << "|" << config.receiptTemplate << "|" << config.requestDataUsageTemplate
+         << "|" << config.sms104CheckInTemplate << "|" << config.reserved128 << "|" << config.checkInInterval
+         << "|" << config.checkInRetryInterval << "|" << config.checkInFailedRetries << "|"
+         << config.requestTimeout << "|" << config.dataUsageResponseWaitTime << "|" << config.dataCallType;
+    EXPECT_EQ(rest.str(), "checkin.json|receipt.json|usage.json|sms104.json||24|60|2|30|15|1");
 }
 
 TEST_F(ConfigReaderTest, FirstFailureStopsTheReading) {
