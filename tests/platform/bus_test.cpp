@@ -38,7 +38,7 @@ TEST_F(BusTest, ValuesOfEveryKindTravelBetweenHandlersUntilUnsubscribed) {
     MsgbusHandler subscriber(&rec);
     MsgbusHandler publisher;
     // A repeated subscription, and a channel both handlers take: still one delivery.
-    subscribe(subscriber, {"t.int", "t.str", "t.bin", "t.empty", "both", "both", "sms.msg.tola", "marker"});
+    subscribe(subscriber, {"t.int", "t.int", "t.str", "t.bin", "t.empty", "both", "sms.msg.tola", "marker"});
     ASSERT_EQ(publisher.Initialize(), 0);
     // The agent's arrangement: data-usage answers are registered on the handler without a
     // callback and must reach the binary overload of the one with.

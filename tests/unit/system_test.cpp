@@ -209,6 +209,15 @@ TEST(FactoryReset, RestoresSettingsKeepsBookkeepingAndWritesTheMarker) {
     EXPECT_EQ(root.readFile("/opt/ardo/data/tola/restore_ace_defaults"), "true");
 }
 
+// A reboot ending the agent is seen end to end; what a factory reset leaves for the next boot, here.
+TEST(FactoryResetDeathTest, EndsTheProcessWhenTheDeviceStateSaysSoAfterRecordingIt) {
+    TempRoot root(true);
+    ardo::deviceStateSet("/power/end_process_on_reboot", true);
+    EXPECT_EXIT(sys_restoreFactoryDefaults(), ::testing::ExitedWithCode(0), "");
+    EXPECT_EQ(state()["power"]["factory_resets"], 1);
+    EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
+}
+
 TEST(DeviceState, MissingOrUnparsableGivesFactoryDefaultsAndConcurrentUpdatesAreNotLost) {
     TempRoot root(true);
     EXPECT_FALSE(root.exists("/var/lib/ardo/device.json"));
