@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <regex>
@@ -18,6 +17,7 @@
 #include <vector>
 
 #include "bus_recorder.h"
+#include "case_rows.h"
 #include "device_state.h"
 #include "http_helper.h"
 #include "maintenance_thread.h"
@@ -50,7 +50,7 @@ json state() {
 }
 
 // Counting keep-alives is checked on every backend; here, the simulated device's own record.
-TEST(Watchdog, RegistrationAndKeepAlivesAreRecorded) {
+TEST(Watchdog, RecordsRegistrationsAndKeepAlivesAndTakesTheIntervalFromTheDeviceState) {
     TempRoot root(true);
     ASSERT_EQ(sys_watchdogApplicationRegister("odd/na~me", 1), 0);
     EXPECT_EQ(state()["watchdog"]["registered"]["odd/na~me"], true);
@@ -80,27 +80,16 @@ TEST(Watchdog, RegistrationAndKeepAlivesAreRecorded) {
     std::vector<json> calls = journal(root);
     ASSERT_EQ(calls.size(), 2u);
     EXPECT_EQ(calls[1]["args"]["reg"], 0);
-}
 
-TEST(Watchdog, IntervalComesFromTheDeviceStateWhenSet) {
-    TempRoot root(true);
-    struct Case {
-        json value;  // null: the entry is removed
-        unsigned int expected;
-    } cases[] = {
+    // The interval: the device state's when it is one, else the caller's default.
+    const std::pair<json, unsigned int> cases[] = {
         {json(), 20}, {0, 20}, {45, 45}, {-5, 20}, {"abc", 20}, {1, 1}, {json(99999999999LL), 20},
     };
-    for (const Case& c : cases) {
-        ardo::deviceStateUpdate([&](json& s) {
-            if (c.value.is_null()) {
-                s["watchdog"].erase("interval_seconds");
-            } else {
-                s["watchdog"]["interval_seconds"] = c.value;
-            }
-        });
+    for (const auto& [value, expected] : cases) {
+        ardo::deviceStateSet("/watchdog/interval_seconds", value);
         unsigned int seconds = 20;
-        EXPECT_EQ(sys_getWatchdogInterval(&seconds), 0) << c.value;
-        EXPECT_EQ(seconds, c.expected) << c.value;
+        EXPECT_EQ(sys_getWatchdogInterval(&seconds), 0) << value;
+        EXPECT_EQ(seconds, expected) << value;
     }
     EXPECT_NE(sys_getWatchdogInterval(nullptr), 0);
 }
@@ -275,55 +264,32 @@ TEST(DeviceFaultCalls, ListsEveryHookOfTheHostPlatform) {
 
 constexpr const char* kResolver = "/opt/ardo/tmp/router2/resolv_data_usage.conf";
 
-struct Resolved {
-    int rc;
-    std::vector<std::string> addresses;
-};
-
-Resolved Resolve(const char* host, int wanted = 20) {
-    char buffer[SYS_RESOLVE_BUFFER_SIZE];
-    std::memset(buffer, 0, sizeof buffer);
+// The addresses found, space-separated, or "result N" for a failure (and any addresses after it).
+std::string Resolve(const std::string& host, int wanted = 20) {
+    char buffer[SYS_RESOLVE_BUFFER_SIZE] = {};
     int count = wanted;
-    Resolved r{sys_resolveHostName(host, kResolver, "lo", "lo", 2, buffer, &count), {}};
+    int rc = sys_resolveHostName(host.c_str(), kResolver, "lo", "lo", 2, buffer, &count);
+    std::string found = rc != 0 ? "result " + std::to_string(rc) : "";
     for (int i = 0; i < count; ++i) {
-        r.addresses.emplace_back(buffer + i * SYS_RESOLVE_ENTRY_SIZE);
+        found += (found.empty() ? "" : " ") + std::string(buffer + i * SYS_RESOLVE_ENTRY_SIZE);
     }
-    return r;
+    return found;
 }
 
-TEST(Resolve, HostsFileAnswersFirst) {
+TEST(Resolve, HostsFileAnswersFirstAndFailuresAreReportedNotHidden) {
     TempRoot root;
     root.writeFile("/etc/hosts",
                    "# test names\n127.0.0.1 portal.tola.test other\n::1 portal.tola.test\n"
                    "not-an-address bad.tola.test\n10.0.0.7\tOTHER.tola.test # comment\n");
-    struct Case {
-        const char* host;
-        int wanted;
-        std::vector<std::string> addresses;
-    } cases[] = {
-        {"portal.tola.test", 20, {"127.0.0.1", "::1"}},
-        {"PORTAL.tola.test", 1, {"127.0.0.1"}},
-        {"other.tola.test", 20, {"10.0.0.7"}},
-        {"192.0.2.5", 20, {"192.0.2.5"}},
-    };
-    for (const Case& c : cases) {
-        Resolved r = Resolve(c.host, c.wanted);
-        EXPECT_EQ(r.rc, 0) << c.host;
-        EXPECT_EQ(r.addresses, c.addresses) << c.host;
+    for (const std::vector<std::string>& c : tola_test::readCases("host_resolve.tsv", 4)) {
+        if (!c[0].empty()) {
+            root.writeFile(kResolver, c[0]);
+        }
+        EXPECT_EQ(Resolve(c[1], std::stoi(c[2])), c[3]) << c[1];
     }
-}
-
-TEST(Resolve, FailuresAreReportedNotHidden) {
-    TempRoot root;
-    root.writeFile(kResolver, "# no servers here\nsearch tola.test\nnameserver not-an-ip\n");
-    EXPECT_EQ(Resolve("unknown.tola.test").rc, 1);
-    root.writeFile(kResolver, "nameserver 127.0.0.1\n");  // nothing listens on port 53
-    Resolved r = Resolve("unknown.tola.test");
-    EXPECT_NE(r.rc, 0);
-    EXPECT_TRUE(r.addresses.empty());
     ardo::deviceStateSet("/faults/sys_resolveHostName", 3);
-    EXPECT_EQ(Resolve("portal.tola.test").rc, 3);
-    EXPECT_EQ(Resolve("").rc, 3);
+    EXPECT_EQ(Resolve("portal.tola.test"), "result 3");
+    EXPECT_EQ(Resolve(""), "result 3");
 }
 
 // Starts the debug log afresh under the given ARDO_LOG_LEVEL (nullptr: unset), over a
