@@ -136,6 +136,34 @@ std::vector<Getter> getters() {
     return all;
 }
 
+// Gets a record, changes it, stores it and reads it back whole.
+template <typename T, typename Change>
+void roundTrip(const char* name, int success, int (*get)(T*), int (*set)(const T*), Change change) {
+    SCOPED_TRACE(name);
+    T record;
+    std::memset(&record, 0, sizeof record);
+    ASSERT_EQ(get(&record), 0);
+    change(record);
+    int rc = set(&record);
+    EXPECT_TRUE(rc == success || (success == 0 && rc == 1)) << "result " << rc;
+    T back;
+    std::memset(&back, 0xa5, sizeof back);
+    ASSERT_EQ(get(&back), 0);
+    EXPECT_EQ(std::memcmp(&back, &record, sizeof record), 0);
+}
+
+template <size_t N>
+void put(char (&field)[N], const char* text) {
+    std::snprintf(field, N, "%s", text);
+}
+
+int setActiveProfile(const sys_modem_profile_t* profile) {
+    int index = 0;
+    return sys_getActiveModemProfileIndex(&index) != 0
+               ? 2
+               : sys_setModemProfile(SYS_MODEM_PROFILE_3GPP, index, profile);
+}
+
 using GetterTest = DeviceTest;
 
 }  // namespace
@@ -209,7 +237,7 @@ TEST_F(GetterTest, DhcpEndAddressStaysInsideTheNetwork) {
     }
 }
 
-// What a setter stores, its getter gives back; a setter's success is its family's.
+// What a setter stores, value or record, its getter gives back; a setter's success is its family's.
 TEST_F(GetterTest, SettersStoreWhatTheGettersGiveBack) {
     for (const Value& v : kValues) {
         if (v.set == nullptr) {
@@ -225,41 +253,6 @@ TEST_F(GetterTest, SettersStoreWhatTheGettersGiveBack) {
         ASSERT_EQ(v.get(&after), 0);
         EXPECT_EQ(after, wanted);
     }
-}
-
-namespace {
-
-// Gets a record, changes it, stores it and reads it back whole.
-template <typename T, typename Change>
-void roundTrip(const char* name, int success, int (*get)(T*), int (*set)(const T*), Change change) {
-    SCOPED_TRACE(name);
-    T record;
-    std::memset(&record, 0, sizeof record);
-    ASSERT_EQ(get(&record), 0);
-    change(record);
-    int rc = set(&record);
-    EXPECT_TRUE(rc == success || (success == 0 && rc == 1)) << "result " << rc;
-    T back;
-    std::memset(&back, 0xa5, sizeof back);
-    ASSERT_EQ(get(&back), 0);
-    EXPECT_EQ(std::memcmp(&back, &record, sizeof record), 0);
-}
-
-template <size_t N>
-void put(char (&field)[N], const char* text) {
-    std::snprintf(field, N, "%s", text);
-}
-
-int setActiveProfile(const sys_modem_profile_t* profile) {
-    int index = 0;
-    return sys_getActiveModemProfileIndex(&index) != 0
-               ? 2
-               : sys_setModemProfile(SYS_MODEM_PROFILE_3GPP, index, profile);
-}
-
-}  // namespace
-
-TEST_F(GetterTest, RecordSettersStoreWhatTheGettersGiveBack) {
     roundTrip("LAN", 0, sys_getLANSettings, sys_setLANSettings, [](sys_lan_settings_t& r) {
         put(r.ipAddress, "192.168.8.1");
         put(r.dhcpStart, "192.168.8.20");
