@@ -2,12 +2,12 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <openssl/ssl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -27,29 +27,25 @@ namespace {
 class TlsServer {
   public:
     TlsServer() {
-        char dir[] = "/tmp/tola-http-XXXXXX";
-        mDir = mkdtemp(dir) != nullptr ? dir : "/nonexistent";
-        pem = mDir + "/cert.pem";
         std::string cmd =
             "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=portal.tola.test "
             "-addext subjectAltName=DNS:portal.tola.test -keyout '" +
-            mDir + "/key.pem' -out '" + pem + "' 2>/dev/null";
+            mKey + "' -out '" + pem + "' 2>/dev/null";
         if (std::system(cmd.c_str()) != 0) {
             throw std::runtime_error("openssl req failed");
         }
         // A client that drops the connection mid-handshake must not end the test process.
         signal(SIGPIPE, SIG_IGN);
-        mCtx = SSL_CTX_new(TLS_server_method());
         SSL_CTX_use_certificate_file(mCtx, pem.c_str(), SSL_FILETYPE_PEM);
-        SSL_CTX_use_PrivateKey_file(mCtx, (mDir + "/key.pem").c_str(), SSL_FILETYPE_PEM);
+        SSL_CTX_use_PrivateKey_file(mCtx, mKey.c_str(), SSL_FILETYPE_PEM);
         port = listenOnLoopback(mFd);
+        // Until the destructor shuts the socket down.
         mThread = std::thread([this] {
-            for (pollfd p{mFd, POLLIN, 0}; !mStop;) {
-                int fd = poll(&p, 1, 50) == 1 ? accept4(mFd, nullptr, nullptr, SOCK_CLOEXEC) : -1;
-                SSL* ssl = fd >= 0 ? SSL_new(mCtx) : nullptr;
+            for (int fd; (fd = accept4(mFd, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; close(fd)) {
+                SSL* ssl = SSL_new(mCtx);
                 char buffer[4096];
                 // A client that refuses the certificate after the handshake sends nothing.
-                if (ssl != nullptr && SSL_set_fd(ssl, fd) == 1 && SSL_accept(ssl) == 1 &&
+                if (SSL_set_fd(ssl, fd) == 1 && SSL_accept(ssl) == 1 &&
                     SSL_read(ssl, buffer, sizeof buffer) > 0) {
                     ++requests;
                     const char answer[] =
@@ -58,30 +54,26 @@ class TlsServer {
                     SSL_shutdown(ssl);
                 }
                 SSL_free(ssl);
-                if (fd >= 0) {
-                    close(fd);
-                }
             }
         });
     }
     ~TlsServer() {
-        mStop = true;
+        shutdown(mFd, SHUT_RDWR);
         mThread.join();
         close(mFd);
         SSL_CTX_free(mCtx);
-        int ignored = std::system(("rm -rf '" + mDir + "'").c_str());
-        (void)ignored;
+        std::remove(pem.c_str());
+        std::remove(mKey.c_str());
     }
 
-    std::string pem;
+    const std::string pem = "/tmp/tola-http-" + std::to_string(getpid()) + ".pem";
     int port = 0;
     std::atomic<int> requests{0};
 
   private:
-    std::string mDir;
-    SSL_CTX* mCtx = nullptr;
+    const std::string mKey = "/tmp/tola-http-" + std::to_string(getpid()) + ".key";
+    SSL_CTX* mCtx = SSL_CTX_new(TLS_server_method());
     int mFd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    std::atomic<bool> mStop{false};
     std::thread mThread;
 };
 

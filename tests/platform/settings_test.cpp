@@ -136,6 +136,34 @@ std::vector<Getter> getters() {
     return all;
 }
 
+// Gets a record, changes it, stores it and reads it back whole.
+template <typename T, typename Change>
+void roundTrip(const char* name, int success, int (*get)(T*), int (*set)(const T*), Change change) {
+    SCOPED_TRACE(name);
+    T record;
+    std::memset(&record, 0, sizeof record);
+    ASSERT_EQ(get(&record), 0);
+    change(record);
+    int rc = set(&record);
+    EXPECT_TRUE(rc == success || (success == 0 && rc == 1)) << "result " << rc;
+    T back;
+    std::memset(&back, 0xa5, sizeof back);
+    ASSERT_EQ(get(&back), 0);
+    EXPECT_EQ(std::memcmp(&back, &record, sizeof record), 0);
+}
+
+template <size_t N>
+void put(char (&field)[N], const char* text) {
+    std::snprintf(field, N, "%s", text);
+}
+
+int setActiveProfile(const sys_modem_profile_t* profile) {
+    int index = 0;
+    return sys_getActiveModemProfileIndex(&index) != 0
+               ? 2
+               : sys_setModemProfile(SYS_MODEM_PROFILE_3GPP, index, profile);
+}
+
 using GetterTest = DeviceTest;
 
 }  // namespace
@@ -209,7 +237,7 @@ TEST_F(GetterTest, DhcpEndAddressStaysInsideTheNetwork) {
     }
 }
 
-// What a setter stores, its getter gives back; a setter's success is its family's.
+// What a setter stores, value or record, its getter gives back; a setter's success is its family's.
 TEST_F(GetterTest, SettersStoreWhatTheGettersGiveBack) {
     for (const Value& v : kValues) {
         if (v.set == nullptr) {
@@ -225,79 +253,40 @@ TEST_F(GetterTest, SettersStoreWhatTheGettersGiveBack) {
         ASSERT_EQ(v.get(&after), 0);
         EXPECT_EQ(after, wanted);
     }
-}
-
-namespace {
-
-// Gets a record, changes it, stores it and reads it back whole.
-template <typename T, typename Change>
-void roundTrip(const char* name, int (*get)(T*), int (*set)(const T*), Change change, int success = 0) {
-    SCOPED_TRACE(name);
-    T record;
-    std::memset(&record, 0, sizeof record);
-    ASSERT_EQ(get(&record), 0);
-    change(record);
-    int rc = set(&record);
-    EXPECT_TRUE(rc == success || (success == 0 && rc == 1)) << "result " << rc;
-    T back;
-    std::memset(&back, 0xa5, sizeof back);
-    ASSERT_EQ(get(&back), 0);
-    EXPECT_EQ(std::memcmp(&back, &record, sizeof record), 0);
-}
-
-template <size_t N>
-void put(char (&field)[N], const char* text) {
-    std::snprintf(field, N, "%s", text);
-}
-
-int setActiveProfile(const sys_modem_profile_t* profile) {
-    int index = 0;
-    return sys_getActiveModemProfileIndex(&index) != 0
-               ? 2
-               : sys_setModemProfile(SYS_MODEM_PROFILE_3GPP, index, profile);
-}
-
-}  // namespace
-
-TEST_F(GetterTest, RecordSettersStoreWhatTheGettersGiveBack) {
-    roundTrip("LAN", sys_getLANSettings, sys_setLANSettings, [](sys_lan_settings_t& r) {
+    roundTrip("LAN", 0, sys_getLANSettings, sys_setLANSettings, [](sys_lan_settings_t& r) {
         put(r.ipAddress, "192.168.8.1");
         put(r.dhcpStart, "192.168.8.20");
         put(r.dhcpEnd, "192.168.8.60");
         r.dhcpLeaseTime = 1440;
         r.dhcpAddressCount = 41;
     });
-    roundTrip("DNS", sys_getManualDNSSettings, sys_setManualDNSSettings,
+    roundTrip("DNS", 0, sys_getManualDNSSettings, sys_setManualDNSSettings,
               [](sys_manual_dns_t& r) { put(r.dns2, "2001:db8::53"); });
-    roundTrip("DMZ", sys_getDMZSettings, sys_setDMZSettings,
+    roundTrip("DMZ", 0, sys_getDMZSettings, sys_setDMZSettings,
               [](sys_dmz_settings_t& r) { put(r.ipAddress, "192.168.1.77"); });
-    roundTrip("WiFi", sys_getWiFiPrimaryProfile, sys_setWiFiPrimaryProfile, [](sys_wifi_profile_t& r) {
+    roundTrip("WiFi", 0, sys_getWiFiPrimaryProfile, sys_setWiFiPrimaryProfile, [](sys_wifi_profile_t& r) {
         put(r.ssid, std::string(32, 'S').c_str());  // the longest name
         put(r.key, "a key of 19 letters");
         r.channel24 = 11;
     });
-    roundTrip("Guest", sys_getWiFiGuestProfile, sys_setWiFiGuestProfile,
+    roundTrip("Guest", 0, sys_getWiFiGuestProfile, sys_setWiFiGuestProfile,
               [](sys_wifi_profile_t& r) { put(r.ssid, "guests"); });
-    roundTrip("Power", sys_getPowerSaveSettings, sys_setPowerSaveSettings,
+    roundTrip("Power", 0, sys_getPowerSaveSettings, sys_setPowerSaveSettings,
               [](sys_power_save_settings_t& r) { r.sleepTime = 600; });
-    roundTrip("Samba", sys_getSambaSettings, sys_setSambaSettings, [](sys_samba_settings_t& r) {
+    roundTrip("Samba", 0, sys_getSambaSettings, sys_setSambaSettings, [](sys_samba_settings_t& r) {
         r.accessType = r.accessType == SYS_SAMBA_READ_ONLY ? SYS_SAMBA_READ_WRITE : SYS_SAMBA_READ_ONLY;
     });
-    roundTrip("Profile", activeProfile, setActiveProfile, [](sys_modem_profile_t& r) {
+    roundTrip("Profile", 0, activeProfile, setActiveProfile, [](sys_modem_profile_t& r) {
         put(r.apn, std::string(100, 'a').c_str());
         r.authType = SYS_MODEM_AUTH_CHAP;
     });
-    roundTrip(
-        "Display", deviceui_get_primary_wifi_info_display_settings,
-        deviceui_set_primary_wifi_info_display_settings,
-        [](deviceui_wifi_info_display_t& r) { r.passwordOnDisplay ^= 1; }, DEVICEUI_SUCCESS);
-    roundTrip(
-        "Login", webui_get_login_settings, webui_set_login_settings,
-        [](webui_login_settings_t& r) { put(r.password, "n3w-Passw0rd"); }, WEBUI_SUCCESS);
-    roundTrip(
-        "Log", webui_get_log_settings, webui_set_log_settings,
-        [](webui_log_settings_t& r) { r.durationDays = 3; }, WEBUI_SUCCESS);
-    roundTrip(
-        "I18n", webui_get_i18n_settings, webui_set_i18n_settings,
-        [](webui_i18n_settings_t& r) { put(r.language, "es_MX"); }, WEBUI_SUCCESS);
+    roundTrip("Display", DEVICEUI_SUCCESS, deviceui_get_primary_wifi_info_display_settings,
+              deviceui_set_primary_wifi_info_display_settings,
+              [](deviceui_wifi_info_display_t& r) { r.passwordOnDisplay ^= 1; });
+    roundTrip("Login", WEBUI_SUCCESS, webui_get_login_settings, webui_set_login_settings,
+              [](webui_login_settings_t& r) { put(r.password, "n3w-Passw0rd"); });
+    roundTrip("Log", WEBUI_SUCCESS, webui_get_log_settings, webui_set_log_settings,
+              [](webui_log_settings_t& r) { r.durationDays = 3; });
+    roundTrip("I18n", WEBUI_SUCCESS, webui_get_i18n_settings, webui_set_i18n_settings,
+              [](webui_i18n_settings_t& r) { put(r.language, "es_MX"); });
 }

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <regex>
@@ -18,6 +17,7 @@
 #include <vector>
 
 #include "bus_recorder.h"
+#include "case_rows.h"
 #include "device_state.h"
 #include "http_helper.h"
 #include "maintenance_thread.h"
@@ -50,24 +50,22 @@ json state() {
 }
 
 // Counting keep-alives is checked on every backend; here, the simulated device's own record.
-TEST(Watchdog, RegistrationAndKeepAlivesAreRecorded) {
+TEST(Watchdog, RecordsRegistrationsAndKeepAlivesAndTakesTheIntervalFromTheDeviceState) {
     TempRoot root(true);
     ASSERT_EQ(sys_watchdogApplicationRegister("odd/na~me", 1), 0);
     EXPECT_EQ(state()["watchdog"]["registered"]["odd/na~me"], true);
-    ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", 4242), 0);
-    EXPECT_EQ(state()["watchdog"]["last_keepalive"]["tola"]["pid"], 4242);
-    EXPECT_NEAR(state()["watchdog"]["last_keepalive"]["tola"]["time"].get<double>(),
-                static_cast<double>(sys_time()), 5);
-
     // Keep-alives stay out of the device state file: it is neither rewritten nor replaced.
-    struct stat before {};
+    struct stat before = {}, after = {};
     ASSERT_EQ(0, stat(ardo::deviceStatePath().c_str(), &before));
-    ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", 4243), 0);
-    struct stat after {};
+    for (int pid : {4242, 4243}) {
+        ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", pid), 0);
+        json last = state()["watchdog"]["last_keepalive"]["tola"];
+        EXPECT_EQ(last["pid"], pid);
+        EXPECT_NEAR(last["time"].get<double>(), static_cast<double>(sys_time()), 5);
+    }
     ASSERT_EQ(0, stat(ardo::deviceStatePath().c_str(), &after));
     EXPECT_EQ(before.st_ino, after.st_ino);
     EXPECT_EQ(before.st_mtim.tv_nsec, after.st_mtim.tv_nsec);
-    EXPECT_EQ(state()["watchdog"]["last_keepalive"]["tola"]["pid"], 4243);
     // The record is rewritten in place: a longer predecessor's tail after the first line is not
     // part of it, and a damaged record counts from zero again.
     std::string record = root.readFile("/run/ardo/watchdog.json");
@@ -82,27 +80,16 @@ TEST(Watchdog, RegistrationAndKeepAlivesAreRecorded) {
     std::vector<json> calls = journal(root);
     ASSERT_EQ(calls.size(), 2u);
     EXPECT_EQ(calls[1]["args"]["reg"], 0);
-}
 
-TEST(Watchdog, IntervalComesFromTheDeviceStateWhenSet) {
-    TempRoot root(true);
-    struct Case {
-        json value;  // null: the entry is removed
-        unsigned int expected;
-    } cases[] = {
+    // The interval: the device state's when it is one, else the caller's default.
+    const std::pair<json, unsigned int> cases[] = {
         {json(), 20}, {0, 20}, {45, 45}, {-5, 20}, {"abc", 20}, {1, 1}, {json(99999999999LL), 20},
     };
-    for (const Case& c : cases) {
-        ardo::deviceStateUpdate([&](json& s) {
-            if (c.value.is_null()) {
-                s["watchdog"].erase("interval_seconds");
-            } else {
-                s["watchdog"]["interval_seconds"] = c.value;
-            }
-        });
+    for (const auto& [value, expected] : cases) {
+        ardo::deviceStateSet("/watchdog/interval_seconds", value);
         unsigned int seconds = 20;
-        EXPECT_EQ(sys_getWatchdogInterval(&seconds), 0) << c.value;
-        EXPECT_EQ(seconds, c.expected) << c.value;
+        EXPECT_EQ(sys_getWatchdogInterval(&seconds), 0) << value;
+        EXPECT_EQ(seconds, expected) << value;
     }
     EXPECT_NE(sys_getWatchdogInterval(nullptr), 0);
 }
@@ -111,6 +98,9 @@ TEST(SystemFaults, ScriptedResultsComeFirstAndChangeNothing) {
     TempRoot root(true);
     ardo::deviceStateSet("/power/end_process_on_reboot", true);  // a faulted reboot must not end us
     root.writeFile("/good.xml", "<A/>");
+    std::string answer;
+    int status = -1;
+    unsigned int seconds = 0;
     struct Case {
         const char* call;
         std::function<int()> invoke;
@@ -120,26 +110,17 @@ TEST(SystemFaults, ScriptedResultsComeFirstAndChangeNothing) {
         {"xmldata_initialize", [&] { return xmldata_initialize(root.path("/good.xml").c_str(), nullptr); },
          "/sdk"},
         {"HttpHelper::ExecuteGetRequest",
-         [] {
-             std::string answer;
-             int status = -1;
-             return HttpHelper().ExecuteGetRequest("http://127.0.0.1:9/", "x", answer, status);
-         },
-         "/sdk"},
-        {"sys_sdkInitialize", [] { return sys_sdkInitialize(); }, "/sdk/opened"},
-        {"sys_sdkShutdown", [] { return sys_sdkShutdown(); }, "/sdk/sessions"},
+         [&] { return HttpHelper().ExecuteGetRequest("http://127.0.0.1:9/", "x", answer, status); }, "/sdk"},
+        {"sys_sdkInitialize", sys_sdkInitialize, "/sdk/opened"},
+        {"sys_sdkShutdown", sys_sdkShutdown, "/sdk/sessions"},
         {"sys_watchdogApplicationRegister", [] { return sys_watchdogApplicationRegister("tola", 1); },
          "/watchdog/registered"},
         {"sys_watchdogApplicationKeepAlive", [] { return sys_watchdogApplicationKeepAlive("tola", 1); },
          "/watchdog/keepalives"},
-        {"sys_getWatchdogInterval",
-         [] {
-             unsigned int s = 0;
-             return sys_getWatchdogInterval(&s);
-         },
+        {"sys_getWatchdogInterval", [&] { return sys_getWatchdogInterval(&seconds); },
          "/watchdog/interval_seconds"},
-        {"sys_rebootSystem", [] { return sys_rebootSystem(); }, "/power/reboots"},
-        {"sys_restoreFactoryDefaults", [] { return sys_restoreFactoryDefaults(); }, "/power/factory_resets"},
+        {"sys_rebootSystem", sys_rebootSystem, "/power/reboots"},
+        {"sys_restoreFactoryDefaults", sys_restoreFactoryDefaults, "/power/factory_resets"},
     };
     for (const Case& c : cases) {
         json before = state()[json::json_pointer(c.unchanged)];
@@ -154,8 +135,9 @@ TEST(SystemFaults, ScriptedResultsComeFirstAndChangeNothing) {
     EXPECT_EQ(last["result"], 3);
 }
 
-// The waits journal tells a test how a sleep ended without timing it.
-TEST(Journal, SleepsCutShortByAProcessStopAreJournalledSo) {
+// The waits journal tells a test how a sleep ended without timing it. A text cut inside a UTF-8
+// sequence (at a record field's bound) still gives a whole journal line.
+TEST(Journal, SleepsCutShortAndTextsThatAreNotUtf8AreJournalledSo) {
     TempRoot root(true);
     sys_requestProcessStop();
     sys_sleepSeconds(86400);
@@ -164,6 +146,10 @@ TEST(Journal, SleepsCutShortByAProcessStopAreJournalledSo) {
     entry.erase("time");
     EXPECT_EQ(entry.dump(),
               R"({"args":{"full":false,"seconds":86400},"call":"sys_sleepSeconds","result":0})");
+    EXPECT_EQ(sys_setSambaHostname("caf\xc3"), 0);
+    std::vector<json> lines = journal(root);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0]["args"], "caf\xef\xbf\xbd");
 }
 
 // An interval of 0 neither ends periodic runs nor makes them continuous: it waits the built-in day.
@@ -187,62 +173,48 @@ TEST(Timer, AnIntervalOfZeroWaitsTheBuiltInDay) {
     EXPECT_LE(counter.calls, 10);  // taken literally, 0 would have run thousands of times
 }
 
-// A text cut inside a UTF-8 sequence (at a record field's bound) still gives a whole journal line.
-TEST(Journal, TextsThatAreNotUtf8AreJournalledWithAReplacement) {
-    TempRoot root(true);
-    EXPECT_EQ(sys_setSambaHostname("caf\xc3"), 0);
-    std::vector<json> lines = journal(root);
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0]["args"], "caf\xef\xbf\xbd");
-}
-
 TEST(FactoryReset, RestoresSettingsKeepsBookkeepingAndWritesTheMarker) {
     TempRoot root(true);
-    const json& factory = ardo::deviceFactoryState();
-    ardo::deviceStateUpdate([](json& s) {
-        s["gps"]["enabled"] = 0;                    // a setting
-        s["identity"]["hardware"]["imei"] = "111";  // what the hardware reports
-        s["clock"]["offset_seconds"] = -1000;
-        s["faults"]["sys_other"] = 2;
-        s["watchdog"]["keepalives"]["tola"] = 9;
-        s["power"]["reboots"] = 4;
-        s["notes"] = "added by hand";  // no factory value: left alone
+    // What the hardware reports, the clock, faults and records, and what has no factory value.
+    const json kept = {{"/identity/hardware/imei", "111"},
+                       {"/clock/offset_seconds", -1000},
+                       {"/faults/sys_other", 2},
+                       {"/watchdog/keepalives/tola", 9},
+                       {"/power/reboots", 4},
+                       {"/notes", "added by hand"}};
+    ardo::deviceStateUpdate([&](json& s) {
+        s["gps"]["enabled"] = 0;  // a setting
+        for (const auto& [pointer, value] : kept.items()) {
+            s[json::json_pointer(pointer)] = value;
+        }
     });
     ASSERT_EQ(sys_restoreFactoryDefaults(), 0);
     json s = state();
-    EXPECT_EQ(s["gps"], factory["gps"]);
-    EXPECT_EQ(s["identity"]["hardware"]["imei"], "111");
-    EXPECT_EQ(s["clock"]["offset_seconds"], -1000);
-    EXPECT_EQ(s["faults"]["sys_other"], 2);
-    EXPECT_EQ(s["watchdog"]["keepalives"]["tola"], 9);
-    EXPECT_EQ(s["power"]["reboots"], 4);
+    EXPECT_EQ(s["gps"], ardo::deviceFactoryState()["gps"]);
+    for (const auto& [pointer, value] : kept.items()) {
+        EXPECT_EQ(s[json::json_pointer(pointer)], value) << pointer;
+    }
     EXPECT_EQ(s["power"]["factory_resets"], 1);
-    EXPECT_EQ(s["notes"], "added by hand");
     EXPECT_EQ(root.readFile("/opt/ardo/data/tola/restore_ace_defaults"), "true");
 }
 
-TEST(RebootDeathTest, EndsTheProcessWhenTheDeviceStateSaysSo) {
+// A reboot ending the agent is seen end to end; what a factory reset leaves for the next boot, here.
+TEST(FactoryResetDeathTest, EndsTheProcessWhenTheDeviceStateSaysSoAfterRecordingIt) {
     TempRoot root(true);
     ardo::deviceStateSet("/power/end_process_on_reboot", true);
-    EXPECT_EXIT(sys_rebootSystem(), ::testing::ExitedWithCode(0), "");
     EXPECT_EXIT(sys_restoreFactoryDefaults(), ::testing::ExitedWithCode(0), "");
-    // What the ended processes recorded is there for the next boot.
-    EXPECT_EQ(state()["power"]["reboots"], 1);
     EXPECT_EQ(state()["power"]["factory_resets"], 1);
     EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
 }
 
-TEST(DeviceState, MissingOrUnparsableDocumentGivesFactoryDefaults) {
+TEST(DeviceState, MissingOrUnparsableGivesFactoryDefaultsAndConcurrentUpdatesAreNotLost) {
     TempRoot root(true);
     EXPECT_FALSE(root.exists("/var/lib/ardo/device.json"));
     EXPECT_EQ(ardo::deviceStateRead(), ardo::deviceFactoryState());
     EXPECT_TRUE(root.exists("/var/lib/ardo/device.json"));
     root.writeFile("/var/lib/ardo/device.json", "{ not json");
     EXPECT_EQ(ardo::deviceStateRead(), ardo::deviceFactoryState());
-}
 
-TEST(DeviceState, ConcurrentUpdatesAreNotLost) {
-    TempRoot root(true);
     ardo::deviceStateSet("/test/counter", 0);
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
@@ -292,163 +264,120 @@ TEST(DeviceFaultCalls, ListsEveryHookOfTheHostPlatform) {
 
 constexpr const char* kResolver = "/opt/ardo/tmp/router2/resolv_data_usage.conf";
 
-struct Resolved {
-    int rc;
-    std::vector<std::string> addresses;
-};
-
-Resolved Resolve(const char* host, int wanted = 20) {
-    char buffer[SYS_RESOLVE_BUFFER_SIZE];
-    std::memset(buffer, 0, sizeof buffer);
+// The addresses found, space-separated, or "result N" for a failure (and any addresses after it).
+std::string Resolve(const std::string& host, int wanted = 20) {
+    char buffer[SYS_RESOLVE_BUFFER_SIZE] = {};
     int count = wanted;
-    Resolved r{sys_resolveHostName(host, kResolver, "lo", "lo", 2, buffer, &count), {}};
+    int rc = sys_resolveHostName(host.c_str(), kResolver, "lo", "lo", 2, buffer, &count);
+    std::string found = rc != 0 ? "result " + std::to_string(rc) : "";
     for (int i = 0; i < count; ++i) {
-        r.addresses.emplace_back(buffer + i * SYS_RESOLVE_ENTRY_SIZE);
+        found += (found.empty() ? "" : " ") + std::string(buffer + i * SYS_RESOLVE_ENTRY_SIZE);
     }
-    return r;
+    return found;
 }
 
-TEST(Resolve, HostsFileAnswersFirst) {
+TEST(Resolve, HostsFileAnswersFirstAndFailuresAreReportedNotHidden) {
     TempRoot root;
     root.writeFile("/etc/hosts",
                    "# test names\n127.0.0.1 portal.tola.test other\n::1 portal.tola.test\n"
                    "not-an-address bad.tola.test\n10.0.0.7\tOTHER.tola.test # comment\n");
-    struct Case {
-        const char* host;
-        int wanted;
-        std::vector<std::string> addresses;
-    } cases[] = {
-        {"portal.tola.test", 20, {"127.0.0.1", "::1"}},
-        {"PORTAL.tola.test", 1, {"127.0.0.1"}},
-        {"other.tola.test", 20, {"10.0.0.7"}},
-        {"192.0.2.5", 20, {"192.0.2.5"}},
-    };
-    for (const Case& c : cases) {
-        Resolved r = Resolve(c.host, c.wanted);
-        EXPECT_EQ(r.rc, 0) << c.host;
-        EXPECT_EQ(r.addresses, c.addresses) << c.host;
+    for (const std::vector<std::string>& c : tola_test::readCases("host_resolve.tsv", 4)) {
+        if (!c[0].empty()) {
+            root.writeFile(kResolver, c[0]);
+        }
+        EXPECT_EQ(Resolve(c[1], std::stoi(c[2])), c[3]) << c[1];
     }
-}
-
-TEST(Resolve, FailuresAreReportedNotHidden) {
-    TempRoot root;
-    root.writeFile(kResolver, "# no servers here\nsearch tola.test\nnameserver not-an-ip\n");
-    EXPECT_EQ(Resolve("unknown.tola.test").rc, 1);
-    root.writeFile(kResolver, "nameserver 127.0.0.1\n");  // nothing listens on port 53
-    Resolved r = Resolve("unknown.tola.test");
-    EXPECT_NE(r.rc, 0);
-    EXPECT_TRUE(r.addresses.empty());
     ardo::deviceStateSet("/faults/sys_resolveHostName", 3);
-    EXPECT_EQ(Resolve("portal.tola.test").rc, 3);
-    EXPECT_EQ(Resolve("").rc, 3);
+    EXPECT_EQ(Resolve("portal.tola.test"), "result 3");
+    EXPECT_EQ(Resolve(""), "result 3");
 }
 
-// Logs one line at each level under the given ARDO_LOG_LEVEL (nullptr: unset) and returns the
-// levels that reached the log, as digits.
-std::string levelsWritten(const TempRoot& root, const char* setting) {
+// Starts the debug log afresh under the given ARDO_LOG_LEVEL (nullptr: unset), over a
+// world-readable file of older lines if given, logs a line at levels 3, 5, 6 and 7 and gives the log.
+std::string logAtEachLevel(const TempRoot& root, const char* setting, const char* older = "") {
     if (setting != nullptr) {
         setenv("ARDO_LOG_LEVEL", setting, 1);
     } else {
         unsetenv("ARDO_LOG_LEVEL");
     }
-    root.remove("/var/log/tola.log");
     vorn_dbg_stop();
+    root.remove("/var/log/tola.log");
+    if (*older != '\0') {
+        root.writeFile("/var/log/tola.log", older);
+        chmod(root.path("/var/log/tola.log").c_str(), 0644);
+    }
     vorn_dbg_start();
     for (int level : {3, 5, 6, 7}) {
-        vorn_dbg_log(level, "[%s]:[%s] - line at %d", "TOLA", vorn_dbg_get_level_name(level), level);
+        vorn_dbg_log(level, "[%s]:[%s] - line at %d", "TOLA", "f", level);
     }
     vorn_dbg_stop();
-    std::string log = root.readFile("/var/log/tola.log");
-    std::string written;
-    for (char level : {'3', '5', '6', '7'}) {
-        if (log.find(std::string("line at ") + level) != std::string::npos) {
-            written += level;
-        }
-    }
-    return written;
+    return root.readFile("/var/log/tola.log");
 }
 
-TEST(HostLog, LevelThresholdKeepsTheLinesAtOrBelowIt) {
+// The levels of the log's lines, each its time (ISO 8601 UTC, milliseconds) and the text as written.
+std::string levelsIn(const std::string& log) {
+    const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[TOLA\]:\[f\] - line at (\d)\n)");
+    std::string levels;
+    for (std::sregex_iterator m(log.begin(), log.end(), line), end; m != end; ++m) {
+        levels += (*m)[1];
+    }
+    return levels;
+}
+
+TEST(HostLog, LinesUpToTheThresholdCarryTheirTimeAndReachTheJournalUpToNotices) {
     TempRoot root(true);
+    unsetenv("ARDO_LOG_STDERR");
     // The setting (nullptr: unset) and the levels written.
     const std::pair<const char*, const char*> cases[] = {
         {nullptr, "3567"}, {"7", "3567"}, {"6", "356"},   {"5", "35"},    {"3", "3"},        {"0", ""},
         {"", "3567"},      {"8", "3567"}, {"-1", "3567"}, {"6x", "3567"}, {"debug", "3567"},
     };
     for (auto [setting, written] : cases) {
-        EXPECT_EQ(written, levelsWritten(root, setting)) << (setting ? setting : "(unset)");
+        EXPECT_EQ(written, levelsIn(logAtEachLevel(root, setting))) << (setting ? setting : "(unset)");
     }
+
+    // The log is its owner's alone, new or old, and an old one keeps its lines.
+    for (const char* older : {"", "older lines\n"}) {
+        EXPECT_EQ(logAtEachLevel(root, nullptr, older).rfind(older, 0), 0u);
+        struct stat st {};
+        ASSERT_EQ(stat(root.path("/var/log/tola.log").c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 0777, 0600u) << older;
+    }
+
+    // Under systemd errors and notices, and only those, also go to stderr with journald's prefix.
+    setenv("JOURNAL_STREAM", "8:12345", 1);
+    testing::internal::CaptureStderr();
+    logAtEachLevel(root, nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "<3>[TOLA]:[f] - line at 3\n<5>[TOLA]:[f] - line at 5\n");
+    unsetenv("JOURNAL_STREAM");
 
     // A dropped line is never formatted: an argument that would fault when read is harmless.
     setenv("ARDO_LOG_LEVEL", "6", 1);
     vorn_dbg_start();
     vorn_dbg_log(7, "%s", reinterpret_cast<const char*>(16));
-    vorn_dbg_stop();
-
     unsetenv("ARDO_LOG_LEVEL");
     vorn_dbg_start();
     vorn_dbg_stop();
 }
 
-TEST(HostLog, TheLogIsItsOwnersAloneNewOrOld) {
+TEST(HostBus, StandardToolsInjectAndItRefusesWhatItCannotReachOrCarry) {
     TempRoot root(true);
-    for (bool existing : {false, true}) {
-        SCOPED_TRACE(existing);
-        vorn_dbg_stop();
-        root.remove("/var/log/tola.log");
-        if (existing) {
-            root.writeFile("/var/log/tola.log", "older lines\n");
-            chmod(root.path("/var/log/tola.log").c_str(), 0644);
-        }
-        vorn_dbg_start();
-        vorn_dbg_log(3, "[%s]:[%s] - a line", "TOLA", vorn_dbg_get_level_name(3));
-        vorn_dbg_stop();
-        struct stat st {};
-        ASSERT_EQ(stat(root.path("/var/log/tola.log").c_str(), &st), 0);
-        EXPECT_EQ(st.st_mode & 0777, 0600u);
-        EXPECT_EQ(root.readFile("/var/log/tola.log").find("older lines") == 0, existing);
-    }
-}
-
-// Each line of the debug log starts with its time (ISO 8601 UTC, milliseconds) and then the text
-// as the agent wrote it. Under systemd (JOURNAL_STREAM) errors and notices, and only those, also
-// go to stderr with journald's level prefix.
-TEST(HostLog, LinesCarryTheirTimeAndReachTheJournalUpToNotices) {
-    TempRoot root(true);
-    unsetenv("ARDO_LOG_LEVEL");
-    unsetenv("ARDO_LOG_STDERR");
-    setenv("JOURNAL_STREAM", "8:12345", 1);
-    root.remove("/var/log/tola.log");
-    testing::internal::CaptureStderr();
-    vorn_dbg_stop();
-    vorn_dbg_start();
-    for (int level : {3, 5, 6}) {
-        vorn_dbg_log(level, "[%s]:[%s] - line at %d", "TOLA", "f", level);
-    }
-    vorn_dbg_stop();
-    std::string mirrored = testing::internal::GetCapturedStderr();
-    unsetenv("JOURNAL_STREAM");
-    vorn_dbg_start();
-    vorn_dbg_stop();
-
-    EXPECT_EQ(mirrored, "<3>[TOLA]:[f] - line at 3\n<5>[TOLA]:[f] - line at 5\n");
-    std::string log = root.readFile("/var/log/tola.log");
-    const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[TOLA\]:\[f\] - line at (\d)\n)");
-    std::string levels;
-    for (std::sregex_iterator m(log.begin(), log.end(), line), end; m != end; ++m) {
-        levels += (*m)[1];
-    }
-    EXPECT_EQ(levels, "356") << log;
-}
-
-class MsgbusTest : public ::testing::Test {
-  protected:
-    TempRoot root{true};
     tola_test::PrivateBus bus;
     tola_test::BusRecorder rec;
-};
-
-TEST_F(MsgbusTest, StandardToolsInjectAndOddSignalsAreIgnored) {
+    // No connection is open yet: one to a bus out of reach is refused.
+    {
+        tola_test::PrivateBus restoresTheAddress;
+        for (const char* address :
+             {"unix:path=/nonexistent/tola/bus", "tcp:host=127.0.0.1,port=1", "garbage"}) {
+            SCOPED_TRACE(address);
+            setenv("ARDO_BUS_ADDRESS", address, 1);
+            MsgbusHandler handler;
+            EXPECT_NE(handler.Initialize(), 0);
+            EXPECT_NE(handler.PublishData("x", 1), 0);
+            EXPECT_NE(handler.RegisterForChannelSubscription("x", true), 0);
+        }
+    }
     MsgbusHandler subscriber(&rec);
     ASSERT_EQ(subscriber.Initialize(), 0);
     // Not the SMS channel: busctl leaves the bus before the receiver can ask for its user.
@@ -470,33 +399,16 @@ TEST_F(MsgbusTest, StandardToolsInjectAndOddSignalsAreIgnored) {
     std::vector<std::string> got = rec.received();
     std::sort(got.begin(), got.end());
     EXPECT_EQ(got, (std::vector<std::string>{"any.text=str:<TOLA><x>", "modem2.time_change=bin:0102"}));
-}
-
-TEST_F(MsgbusTest, RefusesUnreachableBusesAndWhatDBusCannotCarry) {
-    {
-        tola_test::PrivateBus restoresTheAddress;
-        for (const char* address :
-             {"unix:path=/nonexistent/tola/bus", "tcp:host=127.0.0.1,port=1", "garbage"}) {
-            SCOPED_TRACE(address);
-            setenv("ARDO_BUS_ADDRESS", address, 1);
-            MsgbusHandler handler;
-            EXPECT_NE(handler.Initialize(), 0);
-            EXPECT_NE(handler.PublishData("x", 1), 0);
-            EXPECT_NE(handler.RegisterForChannelSubscription("x", true), 0);
-        }
-    }
-    MsgbusHandler handler;
-    ASSERT_EQ(handler.Initialize(), 0);
     // What D-Bus cannot carry: a quote in a match rule, a text that is not UTF-8.
-    EXPECT_NE(handler.RegisterForChannelSubscription("it's", true), 0);
-    EXPECT_NE(handler.PublishData("x", std::string("\xff\xfe")), 0);
+    EXPECT_NE(subscriber.RegisterForChannelSubscription("it's", true), 0);
+    EXPECT_NE(subscriber.PublishData("x", std::string("\xff\xfe")), 0);
 
     // Scripted faults come first.
     ardo::deviceStateSet("/faults/MsgbusHandler::PublishData", ardo::json::array({4}));
     ardo::deviceStateSet("/faults/MsgbusHandler::RegisterForChannelSubscription", ardo::json::array({5}));
-    EXPECT_EQ(handler.PublishData("x", 1), 4);
-    EXPECT_EQ(handler.RegisterForChannelSubscription("x", true), 5);
-    EXPECT_EQ(handler.PublishData("x", 1), 0);
+    EXPECT_EQ(subscriber.PublishData("x", 1), 4);
+    EXPECT_EQ(subscriber.RegisterForChannelSubscription("x", true), 5);
+    EXPECT_EQ(subscriber.PublishData("x", 1), 0);
 }
 
 }  // namespace
