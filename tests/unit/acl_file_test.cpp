@@ -257,17 +257,6 @@ TEST_F(AclFileTest, WritesNeverFollowAPlantedLinkAndNeverTearUnderConcurrentWrit
     EXPECT_EQ(torn, 0);
 }
 
-class SharedAclTest : public tola_test::RootTest {
-  protected:
-    void SetUp() override {
-        RootTest::SetUp();
-        agent.Initialize();
-        acl = agent.AclBlock();
-    }
-    TOLAAgent agent;
-    tola_acl_shm_t* acl = nullptr;
-};
-
 TEST_F(AclFileTest, SharedHeaderTellsFreshLoadedAndWiped) {
     TOLAAgent agent;
     ASSERT_TRUE(agent.InitializeSharedMemory());
@@ -281,31 +270,66 @@ TEST_F(AclFileTest, SharedHeaderTellsFreshLoadedAndWiped) {
     // Attaching twice keeps the same block.
     EXPECT_TRUE(agent.InitializeSharedMemory());
     EXPECT_EQ(acl, agent.AclBlock());
-
     EXPECT_TRUE(agent.InitializeACL());
     EXPECT_EQ(TOLA_ACL_HEADER_LOADED, acl->header);
 
-    agent.SetACEProperties("A", true, true);
+    // A second start attaches without clearing, and each attachment sees the other's writes.
+    agent.SetACEProperties("Kept", true, true);  // not yet in the file
+    TOLAAgent second;
+    ASSERT_TRUE(second.InitializeSharedMemory());
+    ASSERT_NE(acl, second.AclBlock());
+    EXPECT_EQ(TOLA_ACL_HEADER_LOADED, second.AclBlock()->header);
+    ASSERT_EQ(1, second.AclBlock()->count);
+    EXPECT_STREQ("Kept", second.AclBlock()->entries[0].name);
+    second.SetACEProperties("Kept", false, false);
+    EXPECT_EQ(0u, acl->entries[0].flags);
+
     agent.SetRestoreDefaultsFlag(true);
     agent.SerializeACL();
     EXPECT_EQ(TOLA_ACL_HEADER_WIPED, acl->header);
     EXPECT_EQ(0, acl->count);
 }
 
-TEST_F(SharedAclTest, ExistingNameIsUpdatedInPlace) {
-    agent.SetACEProperties("WiFiSSID", false, false);
-    agent.SetACEProperties("wifissid", true, false);  // names are case-sensitive
-    ASSERT_EQ(2, acl->count);
+class SharedAclTest : public tola_test::RootTest {
+  protected:
+    void SetUp() override {
+        RootTest::SetUp();
+        agent.Initialize();
+        acl = agent.AclBlock();
+    }
+    TOLAAgent agent;
+    tola_acl_shm_t* acl = nullptr;
+};
+
+// Names are case-sensitive and compared within the field's 100 bytes, where a name of 100
+// characters has no terminator; a known name is updated in place.
+TEST_F(SharedAclTest, NamesAreFoundWithinTheirHundredBytes) {
+    const std::string exact(100, 'a'), longer = std::string(100, 'b') + "tail";
+    for (const std::string& name : {std::string("WiFiSSID"), std::string("wifissid"), exact, longer}) {
+        agent.SetACEProperties(name.c_str(), true, false);
+    }
+    agent.SetACEProperties("next", false, false);
+    ASSERT_EQ(5, acl->count);
+    EXPECT_EQ(0, std::memcmp(exact.data(), acl->entries[2].name, 100));
+    EXPECT_EQ(0, std::memcmp(longer.data(), acl->entries[3].name, 100));
+    EXPECT_STREQ("next", acl->entries[4].name);  // the full field is followed at once
     struct Case {
+        std::string name;
         bool display, write;
+        int index;
         uint32_t flags;
-    } cases[] = {{true, false, 1}, {false, true, 2}, {true, true, 3}, {false, false, 0}};
+    } cases[] = {{"WiFiSSID", false, true, 0, 2},  {"WiFiSSID", true, true, 0, 3},
+                 {"WiFiSSID", false, false, 0, 0}, {"WiFiSSID", true, false, 0, 1},
+                 {exact, false, true, 2, 2},       {longer.substr(0, 100), true, true, 3, 3}};
     for (const Case& c : cases) {
-        agent.SetACEProperties("WiFiSSID", c.display, c.write);
-        EXPECT_EQ(2, acl->count);
-        EXPECT_EQ(c.flags, acl->entries[0].flags);
+        agent.SetACEProperties(c.name.c_str(), c.display, c.write);
+        EXPECT_EQ(5, acl->count);
+        EXPECT_EQ(c.flags, acl->entries[c.index].flags) << c.name;
         EXPECT_EQ(1u, acl->entries[1].flags);
     }
+    // A shorter prefix is another name.
+    agent.SetACEProperties(exact.substr(0, 99).c_str(), true, true);
+    EXPECT_EQ(6, acl->count);
 }
 
 TEST_F(SharedAclTest, TableHoldsTwoHundredNames) {
@@ -315,46 +339,10 @@ TEST_F(SharedAclTest, TableHoldsTwoHundredNames) {
     ASSERT_EQ(200, acl->count);
     agent.SetACEProperties("one too many", true, true);
     EXPECT_EQ(200, acl->count);
-    EXPECT_EQ(1u, LogCount("Access Control Entitties count reached to max"));
     // Known names are still updated.
     agent.SetACEProperties("item199", true, true);
     EXPECT_EQ(3u, acl->entries[199].flags);
     EXPECT_EQ(1u, LogCount("Access Control Entitties count reached to max"));
-}
-
-TEST_F(SharedAclTest, HundredCharacterNamesHaveNoTerminatorAndAreStillFound) {
-    const std::string exact(100, 'a');
-    const std::string longer = std::string(100, 'b') + "tail";
-    agent.SetACEProperties(exact.c_str(), true, false);
-    agent.SetACEProperties(longer.c_str(), true, false);
-    agent.SetACEProperties("next", false, false);
-    ASSERT_EQ(3, acl->count);
-    EXPECT_EQ(0, std::memcmp(exact.data(), acl->entries[0].name, 100));
-    EXPECT_EQ(0, std::memcmp(longer.data(), acl->entries[1].name, 100));
-    // The field is full; the next entry's name follows at once.
-    EXPECT_STREQ("next", acl->entries[2].name);
-
-    agent.SetACEProperties(exact.c_str(), false, true);
-    agent.SetACEProperties(longer.substr(0, 100).c_str(), true, true);
-    EXPECT_EQ(3, acl->count);
-    EXPECT_EQ(TOLA_ACE_WRITE_ENABLED, acl->entries[0].flags);
-    EXPECT_EQ(3u, acl->entries[1].flags);
-    // A shorter prefix is another name.
-    agent.SetACEProperties(exact.substr(0, 99).c_str(), true, true);
-    EXPECT_EQ(4, acl->count);
-}
-
-TEST_F(SharedAclTest, SecondStartAttachesWithoutClearing) {
-    agent.SetACEProperties("Kept", true, true);  // not yet in the file
-    TOLAAgent second;
-    ASSERT_TRUE(second.InitializeSharedMemory());
-    ASSERT_NE(acl, second.AclBlock());
-    EXPECT_EQ(TOLA_ACL_HEADER_LOADED, second.AclBlock()->header);
-    ASSERT_EQ(1, second.AclBlock()->count);
-    EXPECT_STREQ("Kept", second.AclBlock()->entries[0].name);
-    // Each attachment sees the other's writes.
-    second.SetACEProperties("Kept", false, false);
-    EXPECT_EQ(0u, acl->entries[0].flags);
 }
 
 }  // namespace

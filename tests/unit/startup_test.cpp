@@ -40,11 +40,13 @@ class StartupTest : public ::testing::Test {
         return record;
     }
     // Runs the stop sequence of a started app the way the quit signal does (a quit signalled
-    // before the wait is not lost).
+    // before the wait is not lost); the app is registered with the watchdog while it runs.
     static void stop(TOLAApp& app) {
+        EXPECT_TRUE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", false));
         app.SignalQuit();
         EXPECT_EQ(0, app.Run());
         EXPECT_EQ(0, app.Shutdown());
+        EXPECT_FALSE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
     }
     void newRoot() {
         root.reset();
@@ -87,6 +89,7 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
         tola_copy_text(record.payloadEncryptionKey, "key");
         tola_copy_text(record.lastCheckInDate, "2020-01-01T00:00:00");
         tola_copy_text(record.version, "12");
+        record.factoryResetFlag = true;  // cleared by every start
         storeRecord(record, true);
         if (c[0] != "-") {
             root->writeFile(kMarker, c[0]);
@@ -106,6 +109,8 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
         EXPECT_EQ(!dropped, has("<PayloadEncryptionKey>key</PayloadEncryptionKey>"));
         EXPECT_EQ(!dropped, has("<LastCheckInDate>2020-01-01T00:00:00</LastCheckInDate>"));
         EXPECT_EQ(!reset && !checkInFlag, has("<CheckInURL>http://portal.tola.test/</CheckInURL>"));
+        EXPECT_TRUE(has("<FactoryResetFlag>false</FactoryResetFlag>"));
+        EXPECT_EQ(checkInFlag ? 0u : 1u, countOf(log(), "No need to Check-in "));
         if (reset) {
             EXPECT_EQ("false", root->readFile(kMarker));
         }
@@ -135,33 +140,13 @@ TEST_F(StartupTest, CheckInIntervalChoice) {
 }
 
 TEST_F(StartupTest, FailuresStopTheStartUp) {
-    {
-        root->remove(kConfigFile);
-        TOLAApp app;
-        EXPECT_EQ(1, app.Initialize());
-    }
-    {
-        newRoot();
-        std::string saved = std::getenv("ARDO_BUS_ADDRESS");
-        setenv("ARDO_BUS_ADDRESS", ("unix:path=" + root->dir() + "/no-bus").c_str(), 1);
-        TOLAApp app;
-        int rc = app.Initialize();
-        setenv("ARDO_BUS_ADDRESS", saved.c_str(), 1);
-        EXPECT_EQ(1, rc);
-    }
-}
-
-TEST_F(StartupTest, StopSequenceUnregistersAndEndsTheSession) {
-    tolaagent_runtime_config_t record = defaults();
-    record.factoryResetFlag = true;
-    storeRecord(record);
-    TOLAApp app;
-    ASSERT_EQ(0, app.Initialize());
-    EXPECT_EQ(true, ardo::deviceStateValue<bool>("/watchdog/registered/tola", false));
-    EXPECT_NE(std::string::npos, root->readFile(kAclFile).find("<FactoryResetFlag>false</FactoryResetFlag>"));
-    EXPECT_EQ(1u, countOf(log(), "No need to Check-in "));
-    stop(app);
-    EXPECT_EQ(false, ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
+    root->remove(kConfigFile);
+    EXPECT_EQ(1, TOLAApp().Initialize());
+    newRoot();
+    std::string saved = std::getenv("ARDO_BUS_ADDRESS");
+    setenv("ARDO_BUS_ADDRESS", ("unix:path=" + root->dir() + "/no-bus").c_str(), 1);
+    EXPECT_EQ(1, TOLAApp().Initialize());
+    setenv("ARDO_BUS_ADDRESS", saved.c_str(), 1);
 }
 
 // The clock notice is subscribed only while the clock is unset (1980 at boot), and taken only
