@@ -58,11 +58,20 @@ class StartupTest : public ::testing::Test {
     std::unique_ptr<tola_test::TempRoot> root = std::make_unique<tola_test::TempRoot>();
 };
 
-TEST_F(StartupTest, AppliedSettingsAreAnnouncedOnce) {
-    tolaagent_runtime_config_t record = defaults();
-    record.aclConfigStatus = 2;
-    storeRecord(record);
-    for (bool announced : {true, false}) {  // the next start has nothing to announce
+// What the last run left pending is handled once at start-up: applied settings (status 2) are
+// announced, a downloaded answer (status 1: the check-in that stored it did not get to finish) is
+// handled; either way the status goes back to 0, so that the next start has nothing to do.
+TEST_F(StartupTest, PendingSettingsAreHandledOnceAtStartUp) {
+    root->writeFile("/opt/ardo/data/tola/tola_downloaded_config",
+                    R"({"ResultCode":97,"Version":"3","CheckInUrl":"https://moved.tola.test/c"})");
+    for (int status : {2, 0, 1}) {
+        SCOPED_TRACE(status);
+        if (status != 0) {
+            tolaagent_runtime_config_t record = defaults();
+            record.aclConfigStatus = status;
+            tola_copy_text(record.checkInURL, "https://portal.tola.test/checkin");
+            storeRecord(record);
+        }
         tola_test::BusRecorder rec;
         MsgbusHandler listener(&rec);
         ASSERT_EQ(0, listener.Initialize());
@@ -72,9 +81,14 @@ TEST_F(StartupTest, AppliedSettingsAreAnnouncedOnce) {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         stop(app);
         EXPECT_EQ(rec.received(),
-                  std::vector<std::string>(announced ? 1 : 0, "ardo.tola.new.settings=int:1"));
-        EXPECT_NE(std::string::npos, root->readFile(kAclFile).find("<AclConfigStatus>0</AclConfigStatus>"));
+                  std::vector<std::string>(status == 2 ? 1 : 0, "ardo.tola.new.settings=int:1"));
+        std::string acl = root->readFile(kAclFile);
+        EXPECT_NE(std::string::npos, acl.find("<AclConfigStatus>0</AclConfigStatus>"));
+        EXPECT_EQ(status == 1,
+                  acl.find("<CheckInURL>https://moved.tola.test/c</CheckInURL>") != std::string::npos);
+        EXPECT_EQ(status == 1, acl.find("<LastCommand>97</LastCommand>") != std::string::npos);
     }
+    EXPECT_EQ(1u, countOf(log(), "New url no config follows"));
 }
 
 TEST_F(StartupTest, ManualFactoryResetMarker) {
@@ -168,24 +182,6 @@ TEST_F(StartupTest, ClockChangeIsSubscribedOnlyWhileTheClockIsUnset) {
         EXPECT_EQ(unset ? 1u : 0u, countOf(log(), "on channel modem2.time_change"));
         stop(app);
     }
-}
-
-TEST_F(StartupTest, ADownloadedAnswerLeftUnhandledIsHandledAtStartUp) {
-    tolaagent_runtime_config_t record = defaults();
-    record.aclConfigStatus = 1;  // stored by a check-in that did not get to finish
-    tola_copy_text(record.checkInURL, "https://portal.tola.test/checkin");
-    storeRecord(record);
-    root->writeFile("/opt/ardo/data/tola/tola_downloaded_config",
-                    R"({"ResultCode":97,"Version":"3","CheckInUrl":"https://moved.tola.test/c"})");
-    TOLAApp app;
-    ASSERT_EQ(0, app.Initialize());
-    stop(app);
-    std::string acl = root->readFile(kAclFile);
-    for (const char* element : {"<CheckInURL>https://moved.tola.test/c</CheckInURL>",
-                                "<LastCommand>97</LastCommand>", "<AclConfigStatus>0</AclConfigStatus>"}) {
-        EXPECT_NE(std::string::npos, acl.find(element)) << element << "\n" << acl;
-    }
-    EXPECT_EQ(1u, countOf(log(), "New url no config follows"));
 }
 
 }  // namespace
