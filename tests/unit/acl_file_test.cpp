@@ -235,9 +235,7 @@ TEST_F(AclFileTest, WritesCarryOnlyStorableNamesNeverFollowALinkAndNeverTear) {
         while (!done.load()) {
             for (const std::string& file : {kAclFile, kBackupFile}) {
                 std::string text = root.readFile(file);
-                if (text.rfind(kHead, 0) != 0 || text.find("\n</ACL>\n</ACLConfig>") == std::string::npos) {
-                    ++torn;
-                }
+                torn += text.rfind(kHead, 0) != 0 || text.find("\n</ACL>\n</ACLConfig>") == std::string::npos;
             }
         }
     });
@@ -282,20 +280,12 @@ TEST_F(AclFileTest, SharedHeaderTellsFreshLoadedAndWiped) {
     EXPECT_EQ(0, acl->count);
 }
 
-class SharedAclTest : public tola_test::RootTest {
-  protected:
-    void SetUp() override {
-        RootTest::SetUp();
-        agent.Initialize();
-        acl = agent.AclBlock();
-    }
-    TOLAAgent agent;
-    tola_acl_shm_t* acl = nullptr;
-};
-
 // Names are case-sensitive and compared within the field's 100 bytes, where a name of 100
 // characters has no terminator; a known name is updated in place.
-TEST_F(SharedAclTest, NamesAreFoundWithinTheirHundredBytes) {
+TEST_F(AclFileTest, NamesAreFoundWithinTheirHundredBytes) {
+    TOLAAgent agent;
+    agent.Initialize();
+    tola_acl_shm_t* acl = agent.AclBlock();
     const std::string exact(100, 'a'), longer = std::string(100, 'b') + "tail";
     for (const std::string& name : {std::string("WiFiSSID"), std::string("wifissid"), exact, longer}) {
         agent.SetACEProperties(name.c_str(), true, false);
@@ -305,20 +295,16 @@ TEST_F(SharedAclTest, NamesAreFoundWithinTheirHundredBytes) {
     EXPECT_EQ(0, std::memcmp(exact.data(), acl->entries[2].name, 100));
     EXPECT_EQ(0, std::memcmp(longer.data(), acl->entries[3].name, 100));
     EXPECT_STREQ("next", acl->entries[4].name);  // the full field is followed at once
-    struct Case {
-        std::string name;
-        bool display, write;
-        int index;
-        uint32_t flags;
-    } cases[] = {{"WiFiSSID", false, true, 0, 2},  {"WiFiSSID", true, true, 0, 3},
-                 {"WiFiSSID", false, false, 0, 0}, {"WiFiSSID", true, false, 0, 1},
-                 {exact, false, true, 2, 2},       {longer.substr(0, 100), true, true, 3, 3}};
-    for (const Case& c : cases) {
-        agent.SetACEProperties(c.name.c_str(), c.display, c.write);
-        EXPECT_EQ(5, acl->count);
-        EXPECT_EQ(c.flags, acl->entries[c.index].flags) << c.name;
-        EXPECT_EQ(1u, acl->entries[1].flags);
+    for (uint32_t flags : {2u, 3u, 0u, 1u}) {    // bit 0 display, bit 1 write
+        agent.SetACEProperties("WiFiSSID", flags & 1, flags & 2);
+        EXPECT_EQ(flags, acl->entries[0].flags);
     }
+    agent.SetACEProperties(exact.c_str(), false, true);
+    agent.SetACEProperties(longer.substr(0, 100).c_str(), true, true);
+    EXPECT_EQ(5, acl->count);
+    EXPECT_EQ(1u, acl->entries[1].flags);
+    EXPECT_EQ(2u, acl->entries[2].flags);
+    EXPECT_EQ(3u, acl->entries[3].flags);
     // A shorter prefix is another name.
     agent.SetACEProperties(exact.substr(0, 99).c_str(), true, true);
     EXPECT_EQ(6, acl->count);
