@@ -163,8 +163,7 @@ TEST_F(AclFileTest, ListIsBoundedFromTheFileAndTheSetter) {
 
 TEST_F(AclFileTest, WithoutTheSharedListTheFileIsLeftEmpty) {
     // A segment of another size under the agent's key: the agent cannot attach it.
-    int id = shmget(root.shmKey(), 64, IPC_CREAT | IPC_EXCL | 0666);
-    ASSERT_GE(id, 0);
+    ASSERT_GE(shmget(root.shmKey(), 64, IPC_CREAT | IPC_EXCL | 0666), 0);
     root.writeFile(kAclFile, aclFile(kDefaultRecord, ace("Kept", "True", "True")));
     root.writeFile(kBackupFile, "previous backup");
     TOLAAgent agent;

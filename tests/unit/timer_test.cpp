@@ -109,8 +109,7 @@ TEST_F(SchedulingTest, TimerEvents) {
 }
 
 TEST_F(SchedulingTest, DataUsageNoticeWakesOnlyOnStatusZero) {
-    const int32_t zero = 0;
-    const int32_t one = 1;
+    const int32_t zero = 0, one = 1;
     const uint8_t shortData[2] = {0, 0};
     // A check-in waits for figures; the service itself stays silent so that only the notices
     // below arrive: status 1, no data, shorter than a word, another channel, then status 0.
