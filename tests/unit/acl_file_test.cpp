@@ -35,6 +35,12 @@ std::string aclFile(const std::string& record, const std::string& aces) {
     return kHead + record + "\n</TOLA>\n<ACL>" + aces + "\n</ACL>\n</ACLConfig>";
 }
 
+tolaagent_runtime_config_t recordOf(TOLAAgent& agent) {
+    tolaagent_runtime_config_t record;
+    agent.GetRuntimeConfig(record);
+    return record;
+}
+
 using AclFileTest = tola_test::RootTest;
 
 TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
@@ -42,8 +48,7 @@ TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
     agent.Initialize();
     agent.SetACEProperties("WiFiSSID", true, false);
     agent.SetACEProperties("AdminPassword", false, true);
-    tolaagent_runtime_config_t record;
-    agent.GetRuntimeConfig(record);
+    tolaagent_runtime_config_t record = recordOf(agent);
     record.checkInFlag = true;
     record.factoryResetFlag = false;
     record.checkInIntervalOverrideFlag = true;
@@ -75,8 +80,7 @@ TEST_F(AclFileTest, FlagSpellingsAndBadNumbers) {
                                          ace("A", c[1].c_str(), "True")));
         TOLAAgent agent;
         agent.Initialize();
-        tolaagent_runtime_config_t record;
-        agent.GetRuntimeConfig(record);
+        tolaagent_runtime_config_t record = recordOf(agent);
         EXPECT_EQ(c[3] == "1", record.checkInFlag);
         EXPECT_EQ(c[5] == "1", record.checkInIntervalOverrideFlag);
         EXPECT_EQ(std::stoul(c[6]), record.checkInInterval);
@@ -92,24 +96,21 @@ TEST_F(AclFileTest, RepairsAtStart) {
     const std::string saved =
         aclFile("\n<CheckInFlag>true</CheckInFlag>\n<Version>9</Version>", ace("Saved", "True", "True"));
     const std::string corruptedLine = "looks like file got corrupted and reset the acl_config.xml";
-    const std::string& defaults = kDefaultFile;
     const std::string absent = "<absent>";
     struct Case {
         const char* name;
-        std::string main, backup, expectedMain;  // the main file after start-up
-        const char* expectedVersion;
-        bool expectCorruption;
+        std::string main, backup;
+        bool restored, corrupted;  // the backup restored, the main file reported corrupted
     } cases[] = {
-        {"first start", absent, absent, defaults, "0", false},
-        {"missing main, backup ignored", absent, saved, defaults, "0", false},
-        {"empty main, good backup", "", saved + "\n", saved + "\n", "9", false},
-        {"empty main, empty backup", "", "", defaults, "0", false},
-        {"empty main, no backup", "", absent, defaults, "0", false},
-        {"not XML", "garbage", absent, defaults, "0", true},
-        {"'<' in a text", aclFile("\n<CheckInURL>http://a/<b</CheckInURL>", ""), absent, defaults, "0", true},
-        {"'&' in a text", aclFile("\n<CheckInURL>http://a/?x=1&y=2</CheckInURL>", ""), absent, defaults, "0",
-         true},
-        {"truncated", saved.substr(0, saved.size() / 2), absent, defaults, "0", true},
+        {"first start", absent, absent, false, false},
+        {"missing main, backup ignored", absent, saved, false, false},
+        {"empty main, good backup", "", saved + "\n", true, false},
+        {"empty main, empty backup", "", "", false, false},
+        {"empty main, no backup", "", absent, false, false},
+        {"not XML", "garbage", absent, false, true},
+        {"'<' in a text", aclFile("\n<CheckInURL>http://a/<b</CheckInURL>", ""), absent, false, true},
+        {"'&' in a text", aclFile("\n<CheckInURL>http://a/?x=1&y=2</CheckInURL>", ""), absent, false, true},
+        {"truncated", saved.substr(0, saved.size() / 2), absent, false, true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -126,25 +127,25 @@ TEST_F(AclFileTest, RepairsAtStart) {
         {
             TOLAAgent agent;
             EXPECT_EQ(0, agent.Initialize());
-            tolaagent_runtime_config_t record;
-            agent.GetRuntimeConfig(record);
-            EXPECT_STREQ(c.expectedVersion, record.version);
+            EXPECT_STREQ(c.restored ? "9" : "0", recordOf(agent).version);
             EXPECT_TRUE(agent.IsInitialized());
             // The segment outlives the agent: start each case from an empty list.
             std::memset(agent.AclBlock(), 0, sizeof(tola_acl_shm_t));
         }
-        EXPECT_EQ(c.expectedMain, root.readFile(kAclFile));       // byte-exact, no final newline
-        EXPECT_EQ(c.backup != absent, root.exists(kBackupFile));  // a start writes no backup
-        EXPECT_EQ(c.expectCorruption, Log().find(corruptedLine) != std::string::npos);
+        // Byte-exact, no final newline; a start writes no backup.
+        EXPECT_EQ(c.restored ? saved + "\n" : kDefaultFile, root.readFile(kAclFile));
+        EXPECT_EQ(c.backup != absent, root.exists(kBackupFile));
+        EXPECT_EQ(c.corrupted, Log().find(corruptedLine) != std::string::npos);
     }
 }
 
-TEST_F(AclFileTest, HandEditedListIsBounded) {
+// A hand-edited file gives at most 200 entries (this one holds 201), names cut to 100 bytes; the
+// full list takes no new name but still updates known ones.
+TEST_F(AclFileTest, ListIsBoundedFromTheFileAndTheSetter) {
     std::string aces;
-    for (int i = 0; i < 250; ++i) {
+    for (int i = 0; i < 200; ++i) {
         aces += ace("item" + std::to_string(i), "True", "False");
     }
-    aces += ace(std::string(150, 'x'), "True", "True");
     root.writeFile(kAclFile, aclFile("", ace(std::string(150, 'L'), "False", "True") + aces));
     TOLAAgent agent;
     agent.Initialize();
@@ -153,12 +154,16 @@ TEST_F(AclFileTest, HandEditedListIsBounded) {
     EXPECT_EQ(0, std::memcmp(std::string(100, 'L').data(), acl->entries[0].name, 100));
     EXPECT_EQ(TOLA_ACE_WRITE_ENABLED, acl->entries[0].flags);
     EXPECT_STREQ("item198", acl->entries[199].name);
+    agent.SetACEProperties("one too many", true, true);
+    EXPECT_EQ(200, acl->count);
+    agent.SetACEProperties("item198", true, true);
+    EXPECT_EQ(3u, acl->entries[199].flags);
+    EXPECT_EQ(1u, LogCount("Access Control Entitties count reached to max"));
 }
 
 TEST_F(AclFileTest, WithoutTheSharedListTheFileIsLeftEmpty) {
     // A segment of another size under the agent's key: the agent cannot attach it.
-    int id = shmget(root.shmKey(), 64, IPC_CREAT | IPC_EXCL | 0666);
-    ASSERT_GE(id, 0);
+    ASSERT_GE(shmget(root.shmKey(), 64, IPC_CREAT | IPC_EXCL | 0666), 0);
     root.writeFile(kAclFile, aclFile(kDefaultRecord, ace("Kept", "True", "True")));
     root.writeFile(kBackupFile, "previous backup");
     TOLAAgent agent;
@@ -166,9 +171,7 @@ TEST_F(AclFileTest, WithoutTheSharedListTheFileIsLeftEmpty) {
     EXPECT_FALSE(agent.IsInitialized());
     EXPECT_EQ(nullptr, agent.AclBlock());
 
-    tolaagent_runtime_config_t record;
-    agent.GetRuntimeConfig(record);
-    EXPECT_FALSE(agent.SetRuntimeConfig(record));
+    EXPECT_FALSE(agent.SetRuntimeConfig(recordOf(agent)));
     EXPECT_TRUE(root.exists(kAclFile));
     EXPECT_EQ("", root.readFile(kAclFile));
     EXPECT_EQ("previous backup", root.readFile(kBackupFile));
@@ -186,8 +189,7 @@ TEST_F(AclFileTest, OnlyTextsTheReaderGivesBackAreStorable) {
         for (bool write : {true, false}) {
             TOLAAgent agent;
             agent.Initialize();
-            tolaagent_runtime_config_t record;
-            agent.GetRuntimeConfig(record);
+            tolaagent_runtime_config_t record = recordOf(agent);
             if (write) {
                 tola_copy_text(record.payloadEncryptionKey, c[0].c_str());
                 agent.SetRuntimeConfig(record);
@@ -199,7 +201,7 @@ TEST_F(AclFileTest, OnlyTextsTheReaderGivesBackAreStorable) {
     EXPECT_EQ(Log().find("looks like file got corrupted"), std::string::npos);
 }
 
-TEST_F(AclFileTest, UnstorableNamesNeverReachTheFile) {
+TEST_F(AclFileTest, WritesCarryOnlyStorableNamesNeverFollowALinkAndNeverTear) {
     TOLAAgent agent;
     agent.Initialize();
     agent.SetACEProperties("Good", true, true);
@@ -210,21 +212,11 @@ TEST_F(AclFileTest, UnstorableNamesNeverReachTheFile) {
     std::memset(&planted, 0, sizeof planted);
     std::memcpy(planted.name, "Planted<", 8);
     agent.AclBlock()->count = 2;
-    tolaagent_runtime_config_t record;
-    agent.GetRuntimeConfig(record);
-    agent.SetRuntimeConfig(record);
-    EXPECT_EQ(root.readFile(kAclFile), aclFile(kDefaultRecord, ace("Good", "True", "True")));
-}
-
-TEST_F(AclFileTest, WritesNeverFollowAPlantedLinkAndNeverTearUnderConcurrentWriters) {
-    TOLAAgent agent;
-    agent.Initialize();
     // A link where a fixed temporary name would be: the write must not go through it.
     root.writeFile("/victim", "untouched");
     ASSERT_EQ(symlink(root.path("/victim").c_str(), root.path(kAclFile + ".tmp").c_str()), 0);
-    tolaagent_runtime_config_t record;
-    agent.GetRuntimeConfig(record);
-    agent.SetRuntimeConfig(record);
+    agent.SetRuntimeConfig(recordOf(agent));
+    EXPECT_EQ(root.readFile(kAclFile), aclFile(kDefaultRecord, ace("Good", "True", "True")));
     EXPECT_EQ(root.readFile("/victim"), "untouched");
 
     // The bus thread and the check-in thread store the record at once; a reader beside them
@@ -232,8 +224,7 @@ TEST_F(AclFileTest, WritesNeverFollowAPlantedLinkAndNeverTearUnderConcurrentWrit
     std::atomic<bool> done{false};
     auto writer = [&](const char* prefix) {
         for (int i = 0; i < 300; ++i) {
-            tolaagent_runtime_config_t mine;
-            agent.GetRuntimeConfig(mine);
+            tolaagent_runtime_config_t mine = recordOf(agent);
             tola_copy_text(mine.payloadEncryptionKey, (prefix + std::to_string(i)).c_str());
             agent.SetRuntimeConfig(mine);
         }
@@ -243,9 +234,7 @@ TEST_F(AclFileTest, WritesNeverFollowAPlantedLinkAndNeverTearUnderConcurrentWrit
         while (!done.load()) {
             for (const std::string& file : {kAclFile, kBackupFile}) {
                 std::string text = root.readFile(file);
-                if (text.rfind(kHead, 0) != 0 || text.find("\n</ACL>\n</ACLConfig>") == std::string::npos) {
-                    ++torn;
-                }
+                torn += text.rfind(kHead, 0) != 0 || text.find("\n</ACL>\n</ACLConfig>") == std::string::npos;
             }
         }
     });
@@ -256,17 +245,6 @@ TEST_F(AclFileTest, WritesNeverFollowAPlantedLinkAndNeverTearUnderConcurrentWrit
     reader.join();
     EXPECT_EQ(torn, 0);
 }
-
-class SharedAclTest : public tola_test::RootTest {
-  protected:
-    void SetUp() override {
-        RootTest::SetUp();
-        agent.Initialize();
-        acl = agent.AclBlock();
-    }
-    TOLAAgent agent;
-    tola_acl_shm_t* acl = nullptr;
-};
 
 TEST_F(AclFileTest, SharedHeaderTellsFreshLoadedAndWiped) {
     TOLAAgent agent;
@@ -281,70 +259,10 @@ TEST_F(AclFileTest, SharedHeaderTellsFreshLoadedAndWiped) {
     // Attaching twice keeps the same block.
     EXPECT_TRUE(agent.InitializeSharedMemory());
     EXPECT_EQ(acl, agent.AclBlock());
-
     EXPECT_TRUE(agent.InitializeACL());
     EXPECT_EQ(TOLA_ACL_HEADER_LOADED, acl->header);
 
-    agent.SetACEProperties("A", true, true);
-    agent.SetRestoreDefaultsFlag(true);
-    agent.SerializeACL();
-    EXPECT_EQ(TOLA_ACL_HEADER_WIPED, acl->header);
-    EXPECT_EQ(0, acl->count);
-}
-
-TEST_F(SharedAclTest, ExistingNameIsUpdatedInPlace) {
-    agent.SetACEProperties("WiFiSSID", false, false);
-    agent.SetACEProperties("wifissid", true, false);  // names are case-sensitive
-    ASSERT_EQ(2, acl->count);
-    struct Case {
-        bool display, write;
-        uint32_t flags;
-    } cases[] = {{true, false, 1}, {false, true, 2}, {true, true, 3}, {false, false, 0}};
-    for (const Case& c : cases) {
-        agent.SetACEProperties("WiFiSSID", c.display, c.write);
-        EXPECT_EQ(2, acl->count);
-        EXPECT_EQ(c.flags, acl->entries[0].flags);
-        EXPECT_EQ(1u, acl->entries[1].flags);
-    }
-}
-
-TEST_F(SharedAclTest, TableHoldsTwoHundredNames) {
-    for (int i = 0; i < TOLA_ACL_MAX_ENTRIES; ++i) {
-        agent.SetACEProperties(("item" + std::to_string(i)).c_str(), false, false);
-    }
-    ASSERT_EQ(200, acl->count);
-    agent.SetACEProperties("one too many", true, true);
-    EXPECT_EQ(200, acl->count);
-    EXPECT_EQ(1u, LogCount("Access Control Entitties count reached to max"));
-    // Known names are still updated.
-    agent.SetACEProperties("item199", true, true);
-    EXPECT_EQ(3u, acl->entries[199].flags);
-    EXPECT_EQ(1u, LogCount("Access Control Entitties count reached to max"));
-}
-
-TEST_F(SharedAclTest, HundredCharacterNamesHaveNoTerminatorAndAreStillFound) {
-    const std::string exact(100, 'a');
-    const std::string longer = std::string(100, 'b') + "tail";
-    agent.SetACEProperties(exact.c_str(), true, false);
-    agent.SetACEProperties(longer.c_str(), true, false);
-    agent.SetACEProperties("next", false, false);
-    ASSERT_EQ(3, acl->count);
-    EXPECT_EQ(0, std::memcmp(exact.data(), acl->entries[0].name, 100));
-    EXPECT_EQ(0, std::memcmp(longer.data(), acl->entries[1].name, 100));
-    // The field is full; the next entry's name follows at once.
-    EXPECT_STREQ("next", acl->entries[2].name);
-
-    agent.SetACEProperties(exact.c_str(), false, true);
-    agent.SetACEProperties(longer.substr(0, 100).c_str(), true, true);
-    EXPECT_EQ(3, acl->count);
-    EXPECT_EQ(TOLA_ACE_WRITE_ENABLED, acl->entries[0].flags);
-    EXPECT_EQ(3u, acl->entries[1].flags);
-    // A shorter prefix is another name.
-    agent.SetACEProperties(exact.substr(0, 99).c_str(), true, true);
-    EXPECT_EQ(4, acl->count);
-}
-
-TEST_F(SharedAclTest, SecondStartAttachesWithoutClearing) {
+    // A second start attaches without clearing, and each attachment sees the other's writes.
     agent.SetACEProperties("Kept", true, true);  // not yet in the file
     TOLAAgent second;
     ASSERT_TRUE(second.InitializeSharedMemory());
@@ -352,9 +270,43 @@ TEST_F(SharedAclTest, SecondStartAttachesWithoutClearing) {
     EXPECT_EQ(TOLA_ACL_HEADER_LOADED, second.AclBlock()->header);
     ASSERT_EQ(1, second.AclBlock()->count);
     EXPECT_STREQ("Kept", second.AclBlock()->entries[0].name);
-    // Each attachment sees the other's writes.
     second.SetACEProperties("Kept", false, false);
     EXPECT_EQ(0u, acl->entries[0].flags);
+
+    agent.SetRestoreDefaultsFlag(true);
+    agent.SerializeACL();
+    EXPECT_EQ(TOLA_ACL_HEADER_WIPED, acl->header);
+    EXPECT_EQ(0, acl->count);
+}
+
+// Names are case-sensitive and compared within the field's 100 bytes, where a name of 100
+// characters has no terminator; a known name is updated in place.
+TEST_F(AclFileTest, NamesAreFoundWithinTheirHundredBytes) {
+    TOLAAgent agent;
+    agent.Initialize();
+    tola_acl_shm_t* acl = agent.AclBlock();
+    const std::string exact(100, 'a'), longer = std::string(100, 'b') + "tail";
+    for (const std::string& name : {std::string("WiFiSSID"), std::string("wifissid"), exact, longer}) {
+        agent.SetACEProperties(name.c_str(), true, false);
+    }
+    agent.SetACEProperties("next", false, false);
+    ASSERT_EQ(5, acl->count);
+    EXPECT_EQ(0, std::memcmp(exact.data(), acl->entries[2].name, 100));
+    EXPECT_EQ(0, std::memcmp(longer.data(), acl->entries[3].name, 100));
+    EXPECT_STREQ("next", acl->entries[4].name);  // the full field is followed at once
+    for (uint32_t flags : {2u, 3u, 0u, 1u}) {    // bit 0 display, bit 1 write
+        agent.SetACEProperties("WiFiSSID", flags & 1, flags & 2);
+        EXPECT_EQ(flags, acl->entries[0].flags);
+    }
+    agent.SetACEProperties(exact.c_str(), false, true);
+    agent.SetACEProperties(longer.substr(0, 100).c_str(), true, true);
+    EXPECT_EQ(5, acl->count);
+    EXPECT_EQ(1u, acl->entries[1].flags);
+    EXPECT_EQ(2u, acl->entries[2].flags);
+    EXPECT_EQ(3u, acl->entries[3].flags);
+    // A shorter prefix is another name.
+    agent.SetACEProperties(exact.substr(0, 99).c_str(), true, true);
+    EXPECT_EQ(6, acl->count);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // Check-in scheduling: the timer callback, re-arming, the time left, and the bus notices.
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <ctime>
@@ -35,8 +36,8 @@ class SchedulingTest : public tola_test::AppTest {
     }
 };
 
-TEST_F(SchedulingTest, RemainingSecondsSinceTheLastCheckIn) {
-    for (const auto& c : tola_test::readCases("remaining_seconds.tsv", 4)) {
+TEST_F(SchedulingTest, TimeLeftSinceTheLastCheckIn) {
+    for (const auto& c : tola_test::readCases("remaining_seconds.tsv", 5)) {
         SCOPED_TRACE(c[0]);
         std::string date = c[1];
         if (!date.empty() && date[0] == '@') {
@@ -45,22 +46,16 @@ TEST_F(SchedulingTest, RemainingSecondsSinceTheLastCheckIn) {
             date = deviceDate(offset) + date.substr(1 + end);
         }
         setLastCheckIn(date, std::stoul(c[2]));
-        unsigned long long remaining = 0;
-        EXPECT_EQ(0, app->getRemainingSeconds(remaining));
+        const bool networkTime = c[0] != "no network time";
+        ardo::deviceStateSet("/network_time/available", networkTime);
+        unsigned long long remaining = networkTime ? 0 : 7;  // callers start from 0
+        int days = 9;
+        EXPECT_EQ(networkTime ? 0 : 1, app->getRemainingSeconds(remaining));
+        EXPECT_EQ(networkTime ? 0 : 1, app->getRemainingDays(days));
         // The device clock may tick between the two readings.
         EXPECT_NEAR(std::stod(c[3]), static_cast<double>(remaining), 2.0);
+        EXPECT_EQ(std::stoi(c[4]), days);
     }
-}
-
-TEST_F(SchedulingTest, WithoutNetworkTimeNothingIsComputed) {
-    ardo::deviceStateSet("/network_time/available", false);
-    setLastCheckIn(deviceDate(-36000), 24);
-    unsigned long long remaining = 7;
-    EXPECT_EQ(1, app->getRemainingSeconds(remaining));
-    EXPECT_EQ(7u, remaining);
-    int days = 9;
-    EXPECT_EQ(1, app->getRemainingDays(days));
-    EXPECT_EQ(9, days);
 }
 
 TEST_F(SchedulingTest, CompletedCheckInStampsTheDateAndRearmsThePeriod) {
@@ -83,24 +78,26 @@ TEST_F(SchedulingTest, CompletedCheckInStampsTheDateAndRearmsThePeriod) {
     }
 }
 
-TEST_F(SchedulingTest, CheckInTimerWaitsForTheModemOnceCarriedByTheRecord) {
+// The watchdog timer only keeps the agent alive; the check-in timer checks in when the flag is set,
+// after waiting for the modem until a store has carried the wait's end to the agent.
+TEST_F(SchedulingTest, TimerEvents) {
     const std::string bootWait =
         "during bootup performing check-in with server, so sleep for 120 seconds to modem up.";
     const std::string flagTrue = "Check-In flag true, performing check-in with server.";
-    // Flag clear: nothing happens.
-    EXPECT_FALSE(app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID));
+    app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
+    app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
+    EXPECT_EQ(0u, LogCount("Initiating check-in"));
+    EXPECT_FALSE(app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID));  // flag clear: nothing happens
     EXPECT_EQ(0u, LogCount(flagTrue));
+    EXPECT_EQ(2, ardo::deviceKeepAlives()["keepalives"]["tola"]);
 
     // Flag set (no portal URL, so the check-in itself ends at once).
     tolaagent_runtime_config_t& record = app->RuntimeConfig();
     record.checkInFlag = true;
     app->Agent().SetRuntimeConfig(record);
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
-    EXPECT_EQ(1u, LogCount(bootWait));
-    // Nothing stored the field: the agent's copy still says the wait is due.
-    app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
+    app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);  // nothing stored the field: the wait is still due
     EXPECT_EQ(2u, LogCount(bootWait));
-    // Once a store has carried the field to the agent, later events skip the wait.
     record = app->RuntimeConfig();
     record.bootupWaitDone = true;
     app->Agent().SetRuntimeConfig(record);
@@ -111,16 +108,8 @@ TEST_F(SchedulingTest, CheckInTimerWaitsForTheModemOnceCarriedByTheRecord) {
     EXPECT_EQ(std::string::npos, root.readFile("/opt/ardo/data/tola/acl_config.xml").find("ootup"));
 }
 
-TEST_F(SchedulingTest, WatchdogTimerSendsKeepAlives) {
-    app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
-    app->OnThreadNotify(TOLA_WATCHDOG_TIMER_ID);
-    EXPECT_EQ(2, ardo::deviceKeepAlives()["keepalives"]["tola"]);
-    EXPECT_EQ(0u, LogCount("Initiating check-in"));
-}
-
 TEST_F(SchedulingTest, DataUsageNoticeWakesOnlyOnStatusZero) {
-    const int32_t zero = 0;
-    const int32_t one = 1;
+    const int32_t zero = 0, one = 1;
     const uint8_t shortData[2] = {0, 0};
     // A check-in waits for figures; the service itself stays silent so that only the notices
     // below arrive: status 1, no data, shorter than a word, another channel, then status 0.
@@ -142,41 +131,40 @@ TEST_F(SchedulingTest, DataUsageNoticeWakesOnlyOnStatusZero) {
     EXPECT_FALSE(app->GotDataUsageInfo());
 }
 
+// Only the first notice that comes with a valid clock counts: it re-arms the check-in timer for
+// what is left of the period, or, with nothing left, checks in at once when the flag is set.
 TEST_F(SchedulingTest, FirstValidClockNoticeRearmsTheCheckInTimer) {
     const uint8_t payload[3] = {1, 2, 3};
-    setLastCheckIn(deviceDate(-36000), 24);
-    // A notice while the clock still shows 1980 is ignored and does not count.
-    ardo::deviceStateSet("/clock/offset_seconds", static_cast<long long>(315532800 - std::time(nullptr)));
-    notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
-    EXPECT_EQ(0u, LogCount("Got Valid Time info"));
-    ardo::deviceStateSet("/clock/offset_seconds", 0LL);
-    app->CheckInTimer().SetInterval(86400);
-    notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
-    EXPECT_EQ(1u, LogCount("Got Valid Time info from Channel modem2.time_change"));
-    EXPECT_NEAR(50400.0, static_cast<double>(app->CheckInTimer().GetInterval()), 2.0);
-    // Later notices change nothing.
-    app->CheckInTimer().SetInterval(1234);
-    notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
-    EXPECT_EQ(1234u, app->CheckInTimer().GetInterval());
-    EXPECT_EQ(1u, LogCount("Got Valid Time info"));
-}
-
-TEST_F(SchedulingTest, ClockNoticeWithNothingLeftChecksInWhenFlagged) {
-    const std::pair<bool, const char*> cases[] = {
-        {false, "CheckIn Flag false, No need to Check-in "},
-        {true, "Network is updated and timer expired, so performing check-in Now"},
+    const struct {
+        bool checkedIn, checkInFlag;
+        double interval;
+        const char* line;
+    } cases[] = {
+        {true, true, 50400, "Got Valid Time info from Channel modem2.time_change"},
+        {false, false, 777, "CheckIn Flag false, No need to Check-in "},
+        {false, true, 777, "Network is updated and timer expired, so performing check-in Now"},
     };
-    for (auto [checkInFlag, expectedLine] : cases) {
-        SCOPED_TRACE(expectedLine);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.line);
         Stop();
+        root.remove("/var/log/tola.log");
         Start();
-        tolaagent_runtime_config_t& record = app->RuntimeConfig();
-        record.checkInFlag = checkInFlag;
-        app->Agent().SetRuntimeConfig(record);
+        app->RuntimeConfig().checkInFlag = c.checkInFlag;
+        setLastCheckIn(c.checkedIn ? deviceDate(-36000) : "", 24);
+        // A notice while the clock still shows 1980 is ignored and does not count.
+        ardo::deviceStateSet("/clock/offset_seconds", static_cast<long long>(315532800 - std::time(nullptr)));
+        notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
+        EXPECT_EQ(0u, LogCount("Got Valid Time info"));
+        ardo::deviceStateSet("/clock/offset_seconds", 0LL);
         app->CheckInTimer().SetInterval(777);
-        notify(TOLA_CHANNEL_TIME_CHANGE, nullptr, 0);  // no last check-in: nothing left
-        EXPECT_EQ(1u, LogCount(expectedLine));
-        EXPECT_EQ(777u, app->CheckInTimer().GetInterval());
+        notify(TOLA_CHANNEL_TIME_CHANGE, payload, 3);
+        EXPECT_EQ(1u, LogCount(c.line));
+        EXPECT_NEAR(c.interval, static_cast<double>(app->CheckInTimer().GetInterval()), 2.0);
+        // Later notices change nothing.
+        app->CheckInTimer().SetInterval(1234);
+        notify(TOLA_CHANNEL_TIME_CHANGE, nullptr, 0);
+        EXPECT_EQ(1234u, app->CheckInTimer().GetInterval());
+        EXPECT_EQ(1u, LogCount("Got Valid Time info"));
     }
 }
 
@@ -193,14 +181,10 @@ TEST_F(SchedulingTest, ClockNoticeRearmWaitsForTheBootWaitAndRestartsTheTimer) {
     ASSERT_TRUE(tola_test::waitForText(root.path("/var/log/tola.log"), "sleep for 120 seconds to modem up"));
     // The re-arm waits for the running check-in, boot wait and all, then runs the timer again.
     notify(TOLA_CHANNEL_TIME_CHANGE, payload, 1);
-    std::vector<ardo::json> bootWaits;
-    for (const ardo::json& sleep : Journal("sys_sleepSeconds")) {
-        if (sleep["args"]["seconds"] == 120) {
-            bootWaits.push_back(sleep);
-        }
-    }
-    ASSERT_EQ(1u, bootWaits.size());
-    EXPECT_TRUE(bootWaits[0]["args"]["full"].get<bool>());
+    std::vector<ardo::json> sleeps = Journal("sys_sleepSeconds");
+    EXPECT_EQ(1, std::count_if(sleeps.begin(), sleeps.end(), [](const ardo::json& sleep) {
+                  return sleep["args"] == ardo::json{{"full", true}, {"seconds", 120}};
+              }));
     EXPECT_EQ(1u, LogCount("Check-In flag true, performing check-in with server."));
     EXPECT_NEAR(60.0, static_cast<double>(app->CheckInTimer().GetInterval()), 2.0);
     // The restarted timer expires on its own after the remaining minute.
@@ -210,14 +194,6 @@ TEST_F(SchedulingTest, ClockNoticeRearmWaitsForTheBootWaitAndRestartsTheTimer) {
     ASSERT_EQ(2u, LogCount("during bootup performing check-in with server"));
     EXPECT_EQ(2u, LogCount("Initiating check-in due to TOLA timer expiry or portal Invocation"));
     sys_requestProcessStop();  // ends the second boot wait, so that the test need not sit it out
-}
-
-TEST_F(SchedulingTest, StringsOnlyOnTheSmsChannelAreHandled) {
-    app->OnChannelNotify("some.other.channel", std::string("<TOLA><abc"));
-    EXPECT_EQ(1u, LogCount("Unmapped channel-category detected! Channel is some.other.channel"));
-    EXPECT_EQ(0u, LogCount("HandleSmsCommand"));
-    app->OnChannelNotify(TOLA_CHANNEL_SMS, std::string("hello"));
-    EXPECT_EQ(1u, LogCount("Unmapped channel-category"));
 }
 
 }  // namespace
