@@ -21,7 +21,6 @@ using Recorder = tola_test::BusRecorder;
 
 class BusTest : public DeviceTest {
   protected:
-    // A handler with the recorder as callback, subscribed to channels.
     void subscribe(MsgbusHandler& handler, std::initializer_list<const char*> channels) {
         ASSERT_EQ(handler.Initialize(), 0);
         for (const char* channel : channels) {
@@ -39,11 +38,9 @@ TEST_F(BusTest, ValuesOfEveryKindTravelBetweenHandlersUntilUnsubscribed) {
     MsgbusHandler publisher;
     // A repeated subscription, and a channel both handlers take: still one delivery.
     subscribe(subscriber, {"t.int", "t.int", "t.str", "t.bin", "t.empty", "both", "sms.msg.tola", "marker"});
-    ASSERT_EQ(publisher.Initialize(), 0);
     // The agent's arrangement: data-usage answers are registered on the handler without a
     // callback and must reach the binary overload of the one with.
-    ASSERT_EQ(publisher.RegisterForChannelSubscription("ardo.dua.usage.info", true), 0);
-    ASSERT_EQ(publisher.RegisterForChannelSubscription("both", true), 0);
+    subscribe(publisher, {"ardo.dua.usage.info", "both"});
     const unsigned char bytes[] = {0x00, 0x01, 0xfe, 0xff, 0x00};
     int32_t status = 0;
     EXPECT_EQ(publisher.PublishData("t.int", -42), 0);
@@ -92,8 +89,7 @@ TEST_F(BusTest, CallbacksMayPublishAndUninitialiseWhileOthersDeliver) {
     MsgbusHandler echoHandler(&rec);
     auto otherHandler = std::make_unique<MsgbusHandler>(&other);
     subscribe(echoHandler, {"ping", "pong"});
-    ASSERT_EQ(otherHandler->Initialize(), 0);
-    ASSERT_EQ(otherHandler->RegisterForChannelSubscription("ping", true), 0);
+    subscribe(*otherHandler, {"ping"});
 
     // The callback publishes from the delivery thread and holds it until released, while
     // the test thread tears down the other handler.
@@ -134,8 +130,7 @@ TEST_F(BusTest, UninitialiseWaitsForItsOwnCallbackAndTheConnectionReopensAfterwa
     // That was the last handler: the next one opens the connection again.
     Recorder fresh;
     MsgbusHandler again(&fresh);
-    ASSERT_EQ(again.Initialize(), 0);
-    ASSERT_EQ(again.RegisterForChannelSubscription("again", true), 0);
+    subscribe(again, {"again"});
     ASSERT_EQ(again.PublishData("again", 2), 0);
     ASSERT_TRUE(fresh.waitFor("again"));
 }

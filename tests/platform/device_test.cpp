@@ -7,11 +7,7 @@
 #include "sys_interface.h"
 #include "watchdog.h"
 
-namespace {
-
 using DeviceCallTest = DeviceTest;
-
-}  // namespace
 
 // The interface name comes back by the size protocol: a null or short buffer learns the size.
 TEST_F(DeviceCallTest, AppsApnCallGivesItsInterfaceNameByTheSizeProtocol) {

@@ -5,7 +5,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -53,8 +52,6 @@ bool openSession() {
 }  // namespace
 
 void setUp() {
-    // The suite's test servers write to sockets that a refusing client has closed.
-    std::signal(SIGPIPE, SIG_IGN);
     if (!gServices) {
         gServices = std::make_unique<tola_test::MockServices>();
     }

@@ -17,7 +17,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Counts callbacks, each of which runs the action if there is one.
 struct Recorder : MaintenanceThreadCallbackInterface {
     bool OnThreadNotify(unsigned int timerId) override {
         lastTimerId = timerId;
@@ -52,7 +51,6 @@ uint32_t shortInterval() {
 
 class TimerTest : public DeviceTest {
   protected:
-    // Starts the timer and signals it once; true when the callback ran.
     bool startAndSignal(MaintenanceThread& timer) {
         return timer.Run() == 0 && (timer.SignalTimerThread(), rec.waitForCalls(1));
     }

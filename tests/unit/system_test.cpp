@@ -173,7 +173,9 @@ TEST(Timer, AnIntervalOfZeroWaitsTheBuiltInDay) {
     EXPECT_LE(counter.calls, 10);  // taken literally, 0 would have run thousands of times
 }
 
-TEST(FactoryReset, RestoresSettingsKeepsBookkeepingAndWritesTheMarker) {
+// The device ends the agent after a factory reset when its state says so; what the reset leaves
+// for the next boot is on disk by then.
+TEST(FactoryResetDeathTest, RestoresSettingsKeepsBookkeepingAndWritesTheMarkerBeforeEndingTheProcess) {
     TempRoot root(true);
     // What the hardware reports, the clock, faults and records, and what has no factory value.
     const json kept = {{"/identity/hardware/imei", "111"},
@@ -184,11 +186,12 @@ TEST(FactoryReset, RestoresSettingsKeepsBookkeepingAndWritesTheMarker) {
                        {"/notes", "added by hand"}};
     ardo::deviceStateUpdate([&](json& s) {
         s["gps"]["enabled"] = 0;  // a setting
+        s["power"]["end_process_on_reboot"] = true;
         for (const auto& [pointer, value] : kept.items()) {
             s[json::json_pointer(pointer)] = value;
         }
     });
-    ASSERT_EQ(sys_restoreFactoryDefaults(), 0);
+    EXPECT_EXIT(sys_restoreFactoryDefaults(), ::testing::ExitedWithCode(0), "");
     json s = state();
     EXPECT_EQ(s["gps"], ardo::deviceFactoryState()["gps"]);
     for (const auto& [pointer, value] : kept.items()) {
@@ -196,15 +199,6 @@ TEST(FactoryReset, RestoresSettingsKeepsBookkeepingAndWritesTheMarker) {
     }
     EXPECT_EQ(s["power"]["factory_resets"], 1);
     EXPECT_EQ(root.readFile("/opt/ardo/data/tola/restore_ace_defaults"), "true");
-}
-
-// A reboot ending the agent is seen end to end; what a factory reset leaves for the next boot, here.
-TEST(FactoryResetDeathTest, EndsTheProcessWhenTheDeviceStateSaysSoAfterRecordingIt) {
-    TempRoot root(true);
-    ardo::deviceStateSet("/power/end_process_on_reboot", true);
-    EXPECT_EXIT(sys_restoreFactoryDefaults(), ::testing::ExitedWithCode(0), "");
-    EXPECT_EQ(state()["power"]["factory_resets"], 1);
-    EXPECT_TRUE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
 }
 
 TEST(DeviceState, MissingOrUnparsableGivesFactoryDefaultsAndConcurrentUpdatesAreNotLost) {
