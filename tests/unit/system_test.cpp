@@ -45,21 +45,17 @@ std::vector<json> journal(const TempRoot& root) {
     return lines;
 }
 
-json state() {
-    return ardo::deviceStateRead();
-}
-
 // Counting keep-alives is checked on every backend; here, the simulated device's own record.
 TEST(Watchdog, RecordsRegistrationsAndKeepAlivesAndTakesTheIntervalFromTheDeviceState) {
     TempRoot root(true);
     ASSERT_EQ(sys_watchdogApplicationRegister("odd/na~me", 1), 0);
-    EXPECT_EQ(state()["watchdog"]["registered"]["odd/na~me"], true);
+    EXPECT_EQ(ardo::deviceStateRead()["watchdog"]["registered"]["odd/na~me"], true);
     // Keep-alives stay out of the device state file: it is neither rewritten nor replaced.
     struct stat before = {}, after = {};
     ASSERT_EQ(0, stat(ardo::deviceStatePath().c_str(), &before));
     for (int pid : {4242, 4243}) {
         ASSERT_EQ(sys_watchdogApplicationKeepAlive("tola", pid), 0);
-        json last = state()["watchdog"]["last_keepalive"]["tola"];
+        json last = ardo::deviceStateRead()["watchdog"]["last_keepalive"]["tola"];
         EXPECT_EQ(last["pid"], pid);
         EXPECT_NEAR(last["time"].get<double>(), static_cast<double>(sys_time()), 5);
     }
@@ -76,7 +72,7 @@ TEST(Watchdog, RecordsRegistrationsAndKeepAlivesAndTakesTheIntervalFromTheDevice
     EXPECT_EQ(ardo::deviceKeepAlives()["keepalives"]["tola"], 1);
 
     ASSERT_EQ(sys_watchdogApplicationRegister("odd/na~me", 0), 0);
-    EXPECT_EQ(state()["watchdog"]["registered"]["odd/na~me"], false);
+    EXPECT_EQ(ardo::deviceStateRead()["watchdog"]["registered"]["odd/na~me"], false);
     std::vector<json> calls = journal(root);
     ASSERT_EQ(calls.size(), 2u);
     EXPECT_EQ(calls[1]["args"]["reg"], 0);
@@ -123,11 +119,11 @@ TEST(SystemFaults, ScriptedResultsComeFirstAndChangeNothing) {
         {"sys_restoreFactoryDefaults", sys_restoreFactoryDefaults, "/power/factory_resets"},
     };
     for (const Case& c : cases) {
-        json before = state()[json::json_pointer(c.unchanged)];
+        json before = ardo::deviceStateRead()[json::json_pointer(c.unchanged)];
         ardo::deviceStateSet(std::string("/faults/") + c.call, json::array({7, 3}));
         EXPECT_EQ(c.invoke(), 7) << c.call;
         EXPECT_EQ(c.invoke(), 3) << c.call;
-        EXPECT_EQ(state()[json::json_pointer(c.unchanged)], before) << c.call;
+        EXPECT_EQ(ardo::deviceStateRead()[json::json_pointer(c.unchanged)], before) << c.call;
     }
     EXPECT_FALSE(root.exists("/opt/ardo/data/tola/restore_ace_defaults"));
     json last = journal(root).back();  // the journal records the faulted result
@@ -192,7 +188,7 @@ TEST(FactoryResetDeathTest, RestoresSettingsKeepsBookkeepingAndWritesTheMarkerBe
         }
     });
     EXPECT_EXIT(sys_restoreFactoryDefaults(), ::testing::ExitedWithCode(0), "");
-    json s = state();
+    json s = ardo::deviceStateRead();
     EXPECT_EQ(s["gps"], ardo::deviceFactoryState()["gps"]);
     for (const auto& [pointer, value] : kept.items()) {
         EXPECT_EQ(s[json::json_pointer(pointer)], value) << pointer;
