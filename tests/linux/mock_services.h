@@ -2,8 +2,6 @@
 // device's bus and the system bus, for the Linux backend's tests; their controls go through busctl.
 #pragma once
 
-#include <stdio.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <memory>
@@ -25,16 +23,14 @@ class MockServices {
         mLogind = dbusmock("logind");
         mOk = waitForOwner("login1", true) && reset();
     }
-    ~MockServices() {
-        mModemManager.reset();
-        mLogind.reset();
+    ~MockServices() {  // the stand-ins end before their bus (members end in reverse order)
         unsetenv("ARDO_SYSTEM_BUS_ADDRESS");
         unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
     }
     bool ok() const { return mOk; }
 
     // One fresh modem and an obliging logind. options: the stand-in's Reset parameters as
-    // "name=value" pairs of booleans ("messaging=false") or texts ("interface=lo").
+    // "name=value" pairs of booleans ("profiles=false") or texts ("interface=lo").
     bool reset(const std::vector<std::string>& options = {}) {
         if (!mModemManager) {
             mModemManager = dbusmock(kModemManager);
@@ -120,14 +116,7 @@ class MockServices {
             }
             command += "'";
         }
-        FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
-        char buffer[512];
-        for (size_t n; pipe != nullptr && (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-            if (output != nullptr) {
-                output->append(buffer, n);
-            }
-        }
-        return pipe != nullptr && pclose(pipe) == 0;
+        return runShell(command + " 2>/dev/null", output) == 0;
     }
     bool waitForOwner(const std::string& name, bool owned) {
         for (int i = 0; i < 400 && busctl({"status", "org.freedesktop." + name}) != owned; ++i) {
