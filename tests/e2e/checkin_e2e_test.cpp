@@ -63,8 +63,8 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
     for (const Case& c : cases) {
         SCOPED_TRACE(c.code);
         const bool accepted = std::string(c.code) == "0";
-        for (const std::string& file : {std::string("/var/lib/ardo/device.json"),
-                                        std::string("/var/lib/ardo/calls.jsonl"), kAclFile + ".bkp"}) {
+        for (const char* file : {"/var/lib/ardo/device.json", "/var/lib/ardo/calls.jsonl",
+                                 "/opt/ardo/data/tola/acl_config.xml.bkp"}) {
             root.remove(file);
         }
         ardo::deviceStateSet("/power/end_process_on_reboot", true);

@@ -2,11 +2,9 @@
 // device's bus and the system bus, for the Linux backend's tests; their controls go through busctl.
 #pragma once
 
-#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "private_bus.h"
@@ -119,10 +117,7 @@ class MockServices {
         return runShell(command + " 2>/dev/null", output) == 0;
     }
     bool waitForOwner(const std::string& name, bool owned) {
-        for (int i = 0; i < 400 && busctl({"status", "org.freedesktop." + name}) != owned; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(25));
-        }
-        return busctl({"status", "org.freedesktop." + name}) == owned;
+        return Eventually([&] { return busctl({"status", "org.freedesktop." + name}) == owned; });
     }
     // A call to a stand-in's control interface, and busctl's print of the answer.
     bool call(const std::string& service, const char* member, std::vector<std::string> args,

@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,15 +15,12 @@
 #include <fstream>
 #include <regex>
 #include <stdexcept>
-#include <thread>
 
 #include "test_env.h"
 
 extern char** environ;
 
 namespace tola_test {
-
-using Clock = std::chrono::steady_clock;
 
 std::string SystemStyleBusConfig(const std::vector<std::string>& policyFiles,
                                  const std::string& extraPolicy) {
@@ -135,13 +131,10 @@ void ChildProcess::signal(int sig) {
 }
 
 bool ChildProcess::waitForExit(int& exitStatus, int timeoutMs) {
-    auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (pid_t r; !mReaped && !(mReaped = (r = waitpid(mPid, &mStatus, WNOHANG)) == mPid);) {
-        if (r < 0 || Clock::now() >= deadline) {
-            exitStatus = -1;
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (!Eventually([&] { return mReaped || (mReaped = waitpid(mPid, &mStatus, WNOHANG) == mPid); },
+                    timeoutMs)) {
+        exitStatus = -1;
+        return false;
     }
     exitStatus = WIFEXITED(mStatus) ? WEXITSTATUS(mStatus) : WIFSIGNALED(mStatus) ? -WTERMSIG(mStatus) : -1;
     return WIFEXITED(mStatus);
