@@ -45,14 +45,8 @@ struct Outcome {
 inline Outcome Shell(const std::string& command) {
     char errFile[] = "/tmp/tola-e2e-err-XXXXXX";
     close(mkstemp(errFile));
-    FILE* pipe = popen((command + " 2>" + errFile).c_str(), "r");
-    Outcome run{-1, "", ""};  // status, out, err
-    char buffer[4096];
-    for (size_t n; pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        run.out.append(buffer, n);
-    }
-    int rc = pipe != nullptr ? pclose(pipe) : -1;
-    run.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    Outcome run{-1, "", ""};
+    run.status = runShell(command + " 2>" + errFile, &run.out);
     run.err = readWholeFile(errFile);
     unlink(errFile);
     return run;
@@ -79,17 +73,6 @@ inline std::string Encrypted(const std::string& key, const std::string& text) {
     std::string out = AesEncrypt(key.c_str(), text.c_str(), &cipher) == 0 && cipher != nullptr ? cipher : "";
     std::free(cipher);
     return out;
-}
-
-// Polls until pred() holds; false after timeoutMs.
-template <typename Pred>
-bool Eventually(Pred pred, int timeoutMs = 10000) {
-    for (int waited = 0; !pred(); waited += 10, usleep(10000)) {
-        if (waited >= timeoutMs) {
-            return false;
-        }
-    }
-    return true;
 }
 
 // Stores the runtime record with the portal URL, key and check-in flag, as an earlier run of the

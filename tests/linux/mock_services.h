@@ -2,13 +2,9 @@
 // device's bus and the system bus, for the Linux backend's tests; their controls go through busctl.
 #pragma once
 
-#include <stdio.h>
-
-#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "private_bus.h"
@@ -25,16 +21,14 @@ class MockServices {
         mLogind = dbusmock("logind");
         mOk = waitForOwner("login1", true) && reset();
     }
-    ~MockServices() {
-        mModemManager.reset();
-        mLogind.reset();
+    ~MockServices() {  // the stand-ins end before their bus (members end in reverse order)
         unsetenv("ARDO_SYSTEM_BUS_ADDRESS");
         unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
     }
     bool ok() const { return mOk; }
 
     // One fresh modem and an obliging logind. options: the stand-in's Reset parameters as
-    // "name=value" pairs of booleans ("messaging=false") or texts ("interface=lo").
+    // "name=value" pairs of booleans ("profiles=false") or texts ("interface=lo").
     bool reset(const std::vector<std::string>& options = {}) {
         if (!mModemManager) {
             mModemManager = dbusmock(kModemManager);
@@ -120,20 +114,10 @@ class MockServices {
             }
             command += "'";
         }
-        FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
-        char buffer[512];
-        for (size_t n; pipe != nullptr && (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-            if (output != nullptr) {
-                output->append(buffer, n);
-            }
-        }
-        return pipe != nullptr && pclose(pipe) == 0;
+        return runShell(command + " 2>/dev/null", output) == 0;
     }
     bool waitForOwner(const std::string& name, bool owned) {
-        for (int i = 0; i < 400 && busctl({"status", "org.freedesktop." + name}) != owned; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(25));
-        }
-        return busctl({"status", "org.freedesktop." + name}) == owned;
+        return Eventually([&] { return busctl({"status", "org.freedesktop." + name}) == owned; });
     }
     // A call to a stand-in's control interface, and busctl's print of the answer.
     bool call(const std::string& service, const char* member, std::vector<std::string> args,

@@ -51,7 +51,6 @@ def _connect(self, props):
 
 
 def _disconnect(self, bearer):
-    _fault('Disconnect')
     STATE['journal'].append(f'Disconnect {bearer}')
     bearers = list(_modem().props[MM + '.Modem']['Bearers'])
     gone = bearers if bearer == '/' else [b for b in bearers if b == bearer]
@@ -75,7 +74,6 @@ def _profiles_set(self, props):
 
 
 def _managed_objects(self):
-    _fault('GetManagedObjects')
     return {dbus.ObjectPath(k): o.props for k, o in mockobject.objects.items() if k.startswith(MAIN_OBJ + '/')}
 
 
@@ -101,8 +99,7 @@ def _add_modem(main, params):
     modem.AddMethods(MM + '.Modem.Simple', [('Connect', 'a{sv}', 'o', _connect),
                                             ('Disconnect', 'o', '', _disconnect)])
     modem.AddMethod(MM + '.Modem.Time', 'GetNetworkTime', '', 's', _network_time)
-    if params.get('messaging', True):
-        modem.AddProperties(MM + '.Modem.Messaging', {'Messages': dbus.Array([], signature='o')})
+    modem.AddProperties(MM + '.Modem.Messaging', {'Messages': dbus.Array([], signature='o')})
     if params.get('profiles', True):
         STATE['profiles'] = [dbus.Dictionary({
             'profile-id': dbus.Int32(1), 'apn': 'vzwinternet', 'ip-type': dbus.UInt32(4),
@@ -122,7 +119,7 @@ def load(mock, parameters):
 
 @dbus.service.method(MOCK_IFACE, in_signature='a{sv}', out_signature='')
 def Reset(self, params):
-    # "messaging", "profiles" (a profile manager), "modem" (false: none): b; "interface" (the bearers'),
+    # "profiles" (a profile manager), "modem" (false: none): b; "interface" (the bearers'),
     # "registration" (3GPP state), "operator" (the SIM's): s
     for path in [k for k in mockobject.objects if k.startswith(MAIN_OBJ + '/')]:
         self.RemoveObject(path)
@@ -137,11 +134,9 @@ def ReceiveSms(self, text, complete):
     path = dbus.ObjectPath(f'{MAIN_OBJ}/SMS/{STATE["sms"]}')
     STATE['sms'] += 1
     self.AddObject(path, MM + '.Sms', {'State': dbus.UInt32(3 if complete else 2), 'Text': text}, [])
-    messaging = _modem().props.get(MM + '.Modem.Messaging')
-    if messaging is not None:
-        _modem().UpdateProperties(MM + '.Modem.Messaging', {
-            'Messages': dbus.Array(list(messaging['Messages']) + [path], signature='o')})
-        _modem().EmitSignal(MM + '.Modem.Messaging', 'Added', 'ob', [path, True])
+    messages = list(_modem().props[MM + '.Modem.Messaging']['Messages'])
+    _modem().UpdateProperties(MM + '.Modem.Messaging', {'Messages': dbus.Array(messages + [path], signature='o')})
+    _modem().EmitSignal(MM + '.Modem.Messaging', 'Added', 'ob', [path, True])
     return path
 
 

@@ -95,9 +95,7 @@ pid=$!
 TOLA_PIDS+=("$pid")
 if tola_wait_for "$root/var/log/tola.log" "TOLA started" 20; then
     kill -TERM "$pid"
-    status=0
-    wait "$pid" || status=$?
-    [ "$status" -eq 0 ] || fail "the agent exited with $status after SIGTERM"
+    wait "$pid" || fail "the agent exited with $? after SIGTERM"
 else
     cat "$work/agent.out" >&2
     fail "the packaged agent did not start"

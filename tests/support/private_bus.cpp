@@ -8,30 +8,19 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <stdexcept>
-#include <thread>
 
 #include "test_env.h"
 
 extern char** environ;
 
 namespace tola_test {
-
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-void removeTree(const std::string& dir) {
-    int ignored = std::system(("rm -rf '" + dir + "'").c_str());
-    (void)ignored;
-}
-
-}  // namespace
 
 std::string SystemStyleBusConfig(const std::vector<std::string>& policyFiles,
                                  const std::string& extraPolicy) {
@@ -65,11 +54,7 @@ PrivateBus::PrivateBus(const std::string& config) {
     }
     mDir = templ;
     chmod(mDir.c_str(), 0755);
-    std::string text = config;
-    for (size_t at = text.find("@DIR@"); at != std::string::npos; at = text.find("@DIR@", at)) {
-        text.replace(at, 5, mDir);
-    }
-    std::ofstream(mDir + "/bus.conf") << text;
+    std::ofstream(mDir + "/bus.conf") << std::regex_replace(config, std::regex("@DIR@"), mDir);
     // The daemon prints its address as its first line, or why it could not start.
     const std::string out = mDir + "/daemon.out";
     mDaemon = std::make_unique<ChildProcess>(
@@ -80,7 +65,7 @@ PrivateBus::PrivateBus(const std::string& config) {
     mAddress = line.substr(0, line.find('\n'));
     if (mAddress.rfind("unix:", 0) != 0) {
         mDaemon.reset();
-        removeTree(mDir);
+        std::filesystem::remove_all(mDir);
         throw std::runtime_error("dbus-daemon did not start: " + line);
     }
     const char* old = std::getenv("ARDO_BUS_ADDRESS");
@@ -92,7 +77,8 @@ PrivateBus::PrivateBus(const std::string& config) {
 PrivateBus::~PrivateBus() {
     mDaemon.reset();
     mHadAddress ? setenv("ARDO_BUS_ADDRESS", mOldAddress.c_str(), 1) : unsetenv("ARDO_BUS_ADDRESS");
-    removeTree(mDir);
+    std::error_code ignored;  // a destructor must not throw
+    std::filesystem::remove_all(mDir, ignored);
 }
 
 // Starts the binary (searched on PATH) with its stdout and stderr on the output file.
@@ -145,27 +131,29 @@ void ChildProcess::signal(int sig) {
 }
 
 bool ChildProcess::waitForExit(int& exitStatus, int timeoutMs) {
-    auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (pid_t r; !mReaped && !(mReaped = (r = waitpid(mPid, &mStatus, WNOHANG)) == mPid);) {
-        if (r < 0 || Clock::now() >= deadline) {
-            exitStatus = -1;
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (!Eventually([&] { return mReaped || (mReaped = waitpid(mPid, &mStatus, WNOHANG) == mPid); },
+                    timeoutMs)) {
+        exitStatus = -1;
+        return false;
     }
     exitStatus = WIFEXITED(mStatus) ? WEXITSTATUS(mStatus) : WIFSIGNALED(mStatus) ? -WTERMSIG(mStatus) : -1;
     return WIFEXITED(mStatus);
 }
 
-bool waitForText(const std::string& file, const std::string& text, int timeoutMs) {
-    auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (readWholeFile(file).find(text) == std::string::npos) {
-        if (Clock::now() >= deadline) {
-            return false;
+int runShell(const std::string& command, std::string* output) {
+    FILE* pipe = popen(command.c_str(), "r");
+    char buffer[4096];
+    for (size_t n; pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
+        if (output != nullptr) {
+            output->append(buffer, n);
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    return true;
+    int status = pipe != nullptr ? pclose(pipe) : -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool waitForText(const std::string& file, const std::string& text, int timeoutMs) {
+    return Eventually([&] { return readWholeFile(file).find(text) != std::string::npos; }, timeoutMs);
 }
 
 }  // namespace tola_test

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -64,6 +65,21 @@ class ChildProcess {
     bool mReaped = false;
     int mStatus = 0;
 };
+
+// Runs a shell command line; its exit status (-1 when it did not exit), its standard output in
+// *output.
+int runShell(const std::string& command, std::string* output = nullptr);
+
+// Polls every 10 ms until pred() holds; false after timeoutMs.
+template <typename Pred>
+bool Eventually(Pred pred, int timeoutMs = 10000) {
+    for (int waited = 0; !pred(); waited += 10, usleep(10000)) {
+        if (waited >= timeoutMs) {
+            return false;
+        }
+    }
+    return true;
+}
 
 // Polls file until it contains text; false after timeoutMs.
 bool waitForText(const std::string& file, const std::string& text, int timeoutMs = 10000);
