@@ -1,7 +1,6 @@
 // Each flow runs once on a good device, then again for every platform call its journal shows,
 // with that occurrence failing with 1 and with -1. The flow must come back, the failure
 // must have been met, and the stored record must read back whole at the next start.
-#include <cstdio>
 #include <map>
 
 #include "app_fixture.h"
@@ -64,7 +63,6 @@ TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
         "check-in",       "document", "<101>swept-key", "<102>" + portal.url() + "/next",
         "<150>apn.swept", "<200>1",   "<200>0"};
 
-    int swept = 0;
     for (const std::string& flow : flows) {
         SCOPED_TRACE(flow);
         std::vector<json> good;
@@ -93,12 +91,9 @@ TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
                 }
                 EXPECT_TRUE(met) << "the scripted failure was not reached";
                 EXPECT_TRUE(device.RecordReadsBack());
-                ++swept;
             }
         }
     }
-    std::printf("fault sweep: %d runs with one failing call\n", swept);
-    EXPECT_GT(swept, 0);
 }
 
 }  // namespace
