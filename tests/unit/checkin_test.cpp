@@ -112,6 +112,7 @@ TEST_F(CheckInTest, AProcessStopEndsTheRetriesWithoutContactingThePortal) {
     EXPECT_EQ(LogCount("Process is stopping, check-in abandoned"), 1u);
 }
 
+// Only on the apps APN call, and only for a host the lookups answer.
 TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
     ASSERT_TRUE(app->EstablishAdminApnCall(1));
     for (const auto& c : tola_test::readCases("forced_resolution.tsv", 2)) {
@@ -120,9 +121,6 @@ TEST_F(CheckInTest, PrepareRequestBuildsTheForcedResolution) {
         EXPECT_EQ(client.GetInterface(), "lo");
         EXPECT_EQ(client.GetResolveEntry(), c[1]) << c[0];
     }
-}
-
-TEST_F(CheckInTest, NoForcedResolutionWithoutAnAnswerOrForOtherDataCallTypes) {
     root.writeFile("/opt/ardo/tmp/router2/resolv_data_usage.conf", "# no servers\n");
     HttpHelper client;
     app->PrepareRequest(client, "https://unknown.tola.test/checkin");

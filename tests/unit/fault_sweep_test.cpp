@@ -1,7 +1,6 @@
 // Each flow runs once on a good device, then again for every platform call its journal shows,
-// with that occurrence failing with each result in kResults. The flow must come back, the failure
+// with that occurrence failing with 1 and with -1. The flow must come back, the failure
 // must have been met, and the stored record must read back whole at the next start.
-#include <cstdio>
 #include <map>
 
 #include "app_fixture.h"
@@ -11,10 +10,6 @@
 using ardo::json;
 
 namespace {
-
-const int kResults[] = {1, -1};
-
-using tola_test::Sms;
 
 // One device per run: its own root, config.xml read, agent state initialised, portal URL stored.
 class Device : public tola_test::AppTest {
@@ -61,14 +56,13 @@ TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
         } else if (flow == "document") {
             app.Agent().ProcessResponse(document, message);
         } else {
-            app.HandleSmsCommand(Sms(flow));
+            app.HandleSmsCommand(tola_test::Sms(flow));
         }
     };
     const std::string flows[] = {
         "check-in",       "document", "<101>swept-key", "<102>" + portal.url() + "/next",
         "<150>apn.swept", "<200>1",   "<200>0"};
 
-    int swept = 0;
     for (const std::string& flow : flows) {
         SCOPED_TRACE(flow);
         std::vector<json> good;
@@ -84,7 +78,7 @@ TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
         for (const json& line : good) {
             const std::string call = line["call"].get<std::string>();
             int occurrence = seen[call]++;
-            for (int failure : kResults) {
+            for (int failure : {1, -1}) {
                 SCOPED_TRACE(call + " #" + std::to_string(occurrence) + " -> " + std::to_string(failure));
                 // The calls before this one answer 0 (they succeed, changing nothing); this one fails.
                 json script = std::vector<int>(occurrence, 0);
@@ -97,12 +91,9 @@ TEST(FaultSweep, EveryPlatformCallOfEveryFlowMayFail) {
                 }
                 EXPECT_TRUE(met) << "the scripted failure was not reached";
                 EXPECT_TRUE(device.RecordReadsBack());
-                ++swept;
             }
         }
     }
-    std::printf("fault sweep: %d runs with one failing call\n", swept);
-    EXPECT_GT(swept, 0);
 }
 
 }  // namespace

@@ -84,7 +84,6 @@ TEST(JsonTree, BuilderRefusesMisuse) {
     ctx.errbuf_size = sizeof(errbuf);
     EXPECT_EQ(context_pop(&ctx), nullptr);
     EXPECT_STREQ(errbuf, "context_pop: Bottom of stack reached prematurely");
-
     yajl_val obj = tola_tree_parse("{}");
     ASSERT_EQ(context_push(&ctx, obj), 0);
     Tree number("[5]");

@@ -46,9 +46,9 @@ TEST_F(ResponseTest, ResultCodesChangeKeyUrlAndFlag) {
         std::string text = answer.dump();
         EXPECT_TRUE(app->SaveConfiguration(text));
         tolaagent_runtime_config_t stored = Stored();
-        EXPECT_EQ(stored.payloadEncryptionKey, c[2]);
-        EXPECT_EQ(stored.checkInURL, c[3]);
-        EXPECT_EQ(stored.checkInFlag, c[4] == "1");
+        EXPECT_EQ(std::string(stored.payloadEncryptionKey) + "|" + stored.checkInURL + "|" +
+                      std::to_string(stored.checkInFlag),
+                  c[2] + "|" + c[3] + "|" + c[4]);
         EXPECT_EQ(stored.checkInIntervalOverrideFlag, !c[6].empty());
         if (!c[6].empty()) {
             EXPECT_EQ(stored.checkInInterval, std::stoul(c[6]));
@@ -91,9 +91,9 @@ TEST_F(ResponseTest, AConfigurationIsConfirmedByAReceiptThenAReboot) {
                       receipt.value("Version", ""),
                   c[6] + "|" + c[7] + "|" + c[8]);
         tolaagent_runtime_config_t stored = Stored();
-        EXPECT_EQ(stored.version, c[9]);
-        EXPECT_EQ(stored.checkInFlag, c[10] == "1");
-        EXPECT_EQ(stored.aclConfigStatus, std::stoi(c[11]));
+        EXPECT_EQ(std::string(stored.version) + "|" + std::to_string(stored.checkInFlag) + "|" +
+                      std::to_string(stored.aclConfigStatus),
+                  c[9] + "|" + c[10] + "|" + c[11]);
         EXPECT_NE(Log().find(c[12]), std::string::npos);
         std::string request = "%VERSION%", checkIn = "{}";
         app->ProcessRequest(checkIn, request);

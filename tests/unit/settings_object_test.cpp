@@ -29,9 +29,15 @@ TEST_F(SettingsObjectTest, MembersAreSeededOnceFromTheDevice) {
     ASSERT_NE(lan, nullptr);
     EXPECT_STREQ(lan->ipAddress, "10.1.2.3");
     EXPECT_STREQ(lan->subnetMask, "255.255.255.0");  // factory default
+    EXPECT_FALSE(agent.CheckForSameSubnet(inet_addr("10.1.3.77")));
     ardo::deviceStateSet("/settings/lan/ipAddress", "10.9.9.9");
     EXPECT_EQ(agent.GetLANSettings(), lan);  // kept, not read again
     EXPECT_STREQ(lan->ipAddress, "10.1.2.3");
+    // So are the subnet check's; after a reset, unreadable settings answer false.
+    EXPECT_TRUE(agent.CheckForSameSubnet(inet_addr("10.1.2.77")));
+    ardo::deviceStateSet("/faults/sys_getLANSettings", 2);
+    agent.ResetObjectData();
+    EXPECT_FALSE(agent.CheckForSameSubnet(inet_addr("10.9.9.77")));
     ardo::deviceStateSet("/faults/sys_getSambaPrimaryNetworkEnabled", ardo::json::array({1}));
     ardo::deviceStateSet("/faults/webui_get_login_settings", ardo::json::array({5}));
     EXPECT_EQ(agent.GetSambaPrimaryNetworkEnabled(), nullptr);
@@ -39,9 +45,7 @@ TEST_F(SettingsObjectTest, MembersAreSeededOnceFromTheDevice) {
     ASSERT_NE(agent.GetSambaPrimaryNetworkEnabled(), nullptr);  // the fault was used up
     EXPECT_EQ(*agent.GetSambaPrimaryNetworkEnabled(), 1);
     ASSERT_NE(agent.GetLoginSettings(), nullptr);
-}
-
-TEST_F(SettingsObjectTest, GPSIsReadWithThePrivacyAgreementRestored) {
+    // GPS is read with the privacy agreement accepted for the moment, then restored.
     ardo::deviceStateSet("/settings/gpsPrivacyAgreementAccepted", 0);
     ardo::deviceStateSet("/gps/enabled", 1);
     ASSERT_NE(agent.GetGPSEnabled(), nullptr);
@@ -51,7 +55,7 @@ TEST_F(SettingsObjectTest, GPSIsReadWithThePrivacyAgreementRestored) {
     EXPECT_EQ(accepted, 0);
 }
 
-TEST_F(SettingsObjectTest, ResetClearsEveryListAndRestoresTheFolderCapacity) {
+TEST_F(SettingsObjectTest, ResetClearsEveryListEvenWhenOneFails) {
     // Each list's count, and its value after a reset (also the value it is created with).
     const std::pair<int* (TOLAAgent::*)(), int> cases[] = {{&TOLAAgent::GetMacCount, 0},
                                                            {&TOLAAgent::GetWhiteListMacCount, 0},
@@ -70,16 +74,10 @@ TEST_F(SettingsObjectTest, ResetClearsEveryListAndRestoresTheFolderCapacity) {
     }
     EXPECT_EQ(agent.GetMacAddrList()[0].macAddress[0], '\0');
     EXPECT_STREQ(agent.GetErrorMessage(), "");
-}
-
-// An agent whose MAC list cannot be had.
-class NoMacListAgent : public TOLAAgent {
-  public:
-    sys_mac_entry_t* GetMacAddrList() override { return nullptr; }
-};
-
-TEST_F(SettingsObjectTest, AFailedListDoesNotStopTheOthers) {
-    NoMacListAgent noList;
+    // A list that cannot be had does not stop the others.
+    struct NoMacListAgent : TOLAAgent {
+        sys_mac_entry_t* GetMacAddrList() override { return nullptr; }
+    } noList;
     *noList.GetPortForwardingAppsCount() = 6;
     *noList.GetSambaFolderNamesCount() = 1;
     EXPECT_EQ(noList.ResetObjectData(), 200);
@@ -89,7 +87,6 @@ TEST_F(SettingsObjectTest, AFailedListDoesNotStopTheOthers) {
 }
 
 TEST_F(SettingsObjectTest, ErrorMessageIsBoundedAndReplaced) {
-    agent.SetErrorMessage("first %d", 1);
     agent.SetErrorMessage("%s", std::string(5000, 'e').c_str());
     EXPECT_EQ(std::string(agent.GetErrorMessage()), std::string(1023, 'e'));
     agent.SetErrorMessage("code %d", 7);
@@ -143,17 +140,6 @@ TEST_F(SettingsObjectTest, TextsComparisonsAndRanges) {
     EXPECT_TRUE(agent.HasNonPrintableChars("del\x7f"));
     char ip[] = "192.168.1.10";
     EXPECT_EQ(agent.IPToInt32(ip), 0xC0A8010Au);
-}
-
-TEST_F(SettingsObjectTest, SameSubnetUsesTheDeviceLAN) {
-    // Factory LAN: 192.168.1.1/24.
-    EXPECT_TRUE(agent.CheckForSameSubnet(inet_addr("192.168.1.77")));
-    EXPECT_FALSE(agent.CheckForSameSubnet(inet_addr("192.168.2.77")));
-    // The LAN settings are cached until the next reset; unreadable settings answer false.
-    ardo::deviceStateSet("/faults/sys_getLANSettings", 2);
-    EXPECT_TRUE(agent.CheckForSameSubnet(inet_addr("192.168.1.77")));
-    agent.ResetObjectData();
-    EXPECT_FALSE(agent.CheckForSameSubnet(inet_addr("192.168.1.77")));
 }
 
 const std::string kConfigFile = "/opt/ardo/etc/tola/config.xml";
