@@ -65,7 +65,6 @@ TEST_F(AclFileTest, WriterSpellsFlagsPerKindAndTheBackupGainsOneNewline) {
     const std::string expected = caseFile("acl_config_written.xml");
     EXPECT_EQ(expected, root.readFile(kAclFile));
     EXPECT_EQ(expected + "\n", root.readFile(kBackupFile));
-    // No temporary file is left beside the targets.
     EXPECT_FALSE(root.exists(kAclFile + ".tmp"));
     EXPECT_FALSE(root.exists(kBackupFile + ".tmp"));
 }
@@ -186,17 +185,16 @@ TEST_F(AclFileTest, OnlyTextsTheReaderGivesBackAreStorable) {
             continue;
         }
         // What is storable comes back unchanged after a restart.
-        for (bool write : {true, false}) {
-            TOLAAgent agent;
-            agent.Initialize();
-            tolaagent_runtime_config_t record = recordOf(agent);
-            if (write) {
-                tola_copy_text(record.payloadEncryptionKey, c[0].c_str());
-                agent.SetRuntimeConfig(record);
-            } else {
-                EXPECT_EQ(tola_record_text(record.payloadEncryptionKey), c[0].substr(0, TOLA_TEXT_MAX));
-            }
+        {
+            TOLAAgent writer;
+            writer.Initialize();
+            tolaagent_runtime_config_t record = recordOf(writer);
+            tola_copy_text(record.payloadEncryptionKey, c[0].c_str());
+            writer.SetRuntimeConfig(record);
         }
+        TOLAAgent agent;
+        agent.Initialize();
+        EXPECT_EQ(tola_record_text(recordOf(agent).payloadEncryptionKey), c[0].substr(0, TOLA_TEXT_MAX));
     }
     EXPECT_EQ(Log().find("looks like file got corrupted"), std::string::npos);
 }
@@ -256,7 +254,6 @@ TEST_F(AclFileTest, SharedHeaderTellsFreshLoadedAndWiped) {
     struct shmid_ds info {};
     ASSERT_EQ(0, shmctl(shmget(root.shmKey(), 0, 0), IPC_STAT, &info));
     EXPECT_EQ(20808u, info.shm_segsz);
-    // Attaching twice keeps the same block.
     EXPECT_TRUE(agent.InitializeSharedMemory());
     EXPECT_EQ(acl, agent.AclBlock());
     EXPECT_TRUE(agent.InitializeACL());
@@ -300,7 +297,6 @@ TEST_F(AclFileTest, NamesAreFoundWithinTheirHundredBytes) {
     }
     agent.SetACEProperties(exact.c_str(), false, true);
     agent.SetACEProperties(longer.substr(0, 100).c_str(), true, true);
-    EXPECT_EQ(5, acl->count);
     EXPECT_EQ(1u, acl->entries[1].flags);
     EXPECT_EQ(2u, acl->entries[2].flags);
     EXPECT_EQ(3u, acl->entries[3].flags);

@@ -8,7 +8,6 @@
 #include "case_rows.h"
 #include "msgbus_handler.h"
 #include "private_bus.h"
-#include "sys_core.h"
 
 using tola_test::countOf;
 
@@ -33,11 +32,6 @@ class StartupTest : public ::testing::Test {
             agent.SetACEProperties("Item", true, true);
         }
         agent.SetRuntimeConfig(record);
-    }
-    static tolaagent_runtime_config_t defaults() {
-        tolaagent_runtime_config_t record{};
-        tola_copy_text(record.version, "0");
-        return record;
     }
     // Runs the stop sequence of a started app the way the quit signal does (a quit signalled
     // before the wait is not lost); the app is registered with the watchdog while it runs.
@@ -67,7 +61,7 @@ TEST_F(StartupTest, PendingSettingsAreHandledOnceAtStartUp) {
     for (int status : {2, 0, 1}) {
         SCOPED_TRACE(status);
         if (status != 0) {
-            tolaagent_runtime_config_t record = defaults();
+            tolaagent_runtime_config_t record{};
             record.aclConfigStatus = status;
             tola_copy_text(record.checkInURL, "https://portal.tola.test/checkin");
             storeRecord(record);
@@ -96,7 +90,7 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
         const bool checkInFlag = c[1] == "1", reset = c[2] == "1";
         SCOPED_TRACE(c[0] + (checkInFlag ? " flag" : ""));
         newRoot();
-        tolaagent_runtime_config_t record = defaults();
+        tolaagent_runtime_config_t record{};
         record.checkInFlag = checkInFlag;
         // Without a portal URL the check-in that a set flag starts ends at once.
         tola_copy_text(record.checkInURL, checkInFlag ? "" : "http://portal.tola.test/");
@@ -142,7 +136,7 @@ TEST_F(StartupTest, CheckInIntervalChoice) {
         size_t open = xml.find("<CheckInInterval>") + std::string("<CheckInInterval>").size();
         xml.replace(open, xml.find("</CheckInInterval>") - open, c[3]);
         root->writeFile(kConfigFile, xml);
-        tolaagent_runtime_config_t record = defaults();
+        tolaagent_runtime_config_t record{};
         record.checkInIntervalOverrideFlag = c[1] == "1";
         record.checkInInterval = std::stoul(c[2]);
         storeRecord(record);

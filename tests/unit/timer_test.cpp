@@ -1,5 +1,4 @@
 // Check-in scheduling: the timer callback, re-arming, the time left, and the bus notices.
-#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <ctime>
@@ -181,10 +180,8 @@ TEST_F(SchedulingTest, ClockNoticeRearmWaitsForTheBootWaitAndRestartsTheTimer) {
     ASSERT_TRUE(tola_test::waitForText(root.path("/var/log/tola.log"), "sleep for 120 seconds to modem up"));
     // The re-arm waits for the running check-in, boot wait and all, then runs the timer again.
     notify(TOLA_CHANNEL_TIME_CHANGE, payload, 1);
-    std::vector<ardo::json> sleeps = Journal("sys_sleepSeconds");
-    EXPECT_EQ(1, std::count_if(sleeps.begin(), sleeps.end(), [](const ardo::json& sleep) {
-                  return sleep["args"] == ardo::json{{"full", true}, {"seconds", 120}};
-              }));
+    EXPECT_EQ(1u, Count(root.readFile("/var/lib/ardo/waits.jsonl"),
+                        R"("args":{"full":true,"seconds":120},"call":"sys_sleepSeconds")"));
     EXPECT_EQ(1u, LogCount("Check-In flag true, performing check-in with server."));
     EXPECT_NEAR(60.0, static_cast<double>(app->CheckInTimer().GetInterval()), 2.0);
     // The restarted timer expires on its own after the remaining minute.
