@@ -113,10 +113,8 @@ TEST_F(AclFileTest, RepairsAtStart) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        root.remove(kAclFile);
-        root.remove(kBackupFile);
-        for (const auto& [path, content] :
-             {std::make_pair(kAclFile, c.main), std::make_pair(kBackupFile, c.backup)}) {
+        for (const auto& [path, content] : {std::pair(kAclFile, c.main), std::pair(kBackupFile, c.backup)}) {
+            root.remove(path);
             if (content != absent) {
                 root.writeFile(path, content);
             }
@@ -297,9 +295,8 @@ TEST_F(AclFileTest, NamesAreFoundWithinTheirHundredBytes) {
     }
     agent.SetACEProperties(exact.c_str(), false, true);
     agent.SetACEProperties(longer.substr(0, 100).c_str(), true, true);
-    EXPECT_EQ(1u, acl->entries[1].flags);
-    EXPECT_EQ(2u, acl->entries[2].flags);
-    EXPECT_EQ(3u, acl->entries[3].flags);
+    EXPECT_EQ((std::vector<uint32_t>{acl->entries[1].flags, acl->entries[2].flags, acl->entries[3].flags}),
+              (std::vector<uint32_t>{1, 2, 3}));
     // A shorter prefix is another name.
     agent.SetACEProperties(exact.substr(0, 99).c_str(), true, true);
     EXPECT_EQ(6, acl->count);

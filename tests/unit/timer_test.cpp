@@ -91,15 +91,12 @@ TEST_F(SchedulingTest, TimerEvents) {
     EXPECT_EQ(2, ardo::deviceKeepAlives()["keepalives"]["tola"]);
 
     // Flag set (no portal URL, so the check-in itself ends at once).
-    tolaagent_runtime_config_t& record = app->RuntimeConfig();
-    record.checkInFlag = true;
-    app->Agent().SetRuntimeConfig(record);
+    Activate("");
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);  // nothing stored the field: the wait is still due
     EXPECT_EQ(2u, LogCount(bootWait));
-    record = app->RuntimeConfig();
-    record.bootupWaitDone = true;
-    app->Agent().SetRuntimeConfig(record);
+    app->RuntimeConfig().bootupWaitDone = true;
+    app->Agent().SetRuntimeConfig(app->RuntimeConfig());
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
     EXPECT_EQ(2u, LogCount(bootWait));
     EXPECT_EQ(3u, LogCount(flagTrue));
@@ -170,9 +167,7 @@ TEST_F(SchedulingTest, FirstValidClockNoticeRearmsTheCheckInTimer) {
 TEST_F(SchedulingTest, ClockNoticeRearmWaitsForTheBootWaitAndRestartsTheTimer) {
     setenv("ARDO_TIME_SCALE", "100", 1);  // the boot wait takes 1.2 s of real time
     const uint8_t payload[1] = {1};
-    tolaagent_runtime_config_t& record = app->RuntimeConfig();
-    record.checkInFlag = true;  // no portal URL: each check-in ends at once
-    app->Agent().SetRuntimeConfig(record);
+    Activate("");                                    // no portal URL: each check-in ends at once
     setLastCheckIn(deviceDate(60 - 24 * 3600), 24);  // the period ends in a minute
     app->CheckInTimer().SetInterval(0);
     ASSERT_EQ(0, app->CheckInTimer().Run());

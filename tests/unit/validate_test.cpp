@@ -167,19 +167,20 @@ TEST(ValidateTest, BlockedDevicesAreForgottenOnceTheDocumentIsAccepted) {
 struct Described {
     std::string path, key;
     std::string wrongKind;  // a JSON value of another kind than the key takes
-    std::vector<std::string> outside;
     int typeCode, valueCode;
     std::string typeUser, valueUser;
+    std::vector<std::string> outside{};  // values the key refuses; none for keys without a range
 };
 
 class Sink : public KeyTableSink {
   public:
     void group(const std::string& path) override { mPath = path; }
-    void table(const KeyRule* rules, size_t count, GroupCodes codes) override {
+    void table(const KeyRule* rules, size_t count, GroupCodes gc) override {
+        auto text = [](const char* user) { return std::string(user != nullptr ? user : ""); };
         for (size_t i = 0; i < count; ++i) {
             const KeyRule& r = rules[i];
-            Described d{mPath,          r.key, r.kind == Kind::Number ? "\"x\"" : "5",  {},
-                        codes.typeCode, 0,     r.typeUser != nullptr ? r.typeUser : "", ""};
+            const char* wrong = r.kind == Kind::Number ? "\"x\"" : "5";
+            Described d{mPath, r.key, wrong, gc.typeCode, gc.valueCode, text(r.typeUser), text(r.valueUser)};
             if (r.kind == Kind::Enum || r.kind == Kind::EnumText) {
                 d.outside = {"\"no such choice\""};
             } else if (r.kind == Kind::Number && r.max > r.min) {
@@ -188,16 +189,12 @@ class Sink : public KeyTableSink {
                 // One of these breaks every text check the handlers have (length limits).
                 d.outside = {"\"\"", "\"" + std::string(300, 'x') + "\""};
             }
-            if (!d.outside.empty()) {
-                d.valueCode = codes.valueCode;
-                d.valueUser = r.valueUser != nullptr ? r.valueUser : "";
-            }
             keys.push_back(d);
         }
     }
     void note(const KeyNote& n) override {
         if (n.typeCode != 0 && n.key[0] != '(') {
-            keys.push_back(Described{mPath, n.key, "5", {}, n.typeCode, 0, n.typeUser, ""});
+            keys.push_back(Described{mPath, n.key, "5", n.typeCode, 0, n.typeUser, ""});
         }
     }
     std::vector<Described> keys;
