@@ -164,7 +164,6 @@ TEST_F(SmsTest, KeyAndUrlAnswers) {
         SCOPED_TRACE(c[0] + " " + c[1].substr(0, 40) + " " + c[3]);
         const bool down = c[0] == "(portal down)", noCall = c[0] == "(no data call)";
         Stop();
-        root.remove("/opt/ardo/data/tola/acl_config.xml");
         root.remove("/var/lib/ardo/calls.jsonl");
         Start();
         ardo::deviceStateSet("/faults",

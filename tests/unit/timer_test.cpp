@@ -90,8 +90,7 @@ TEST_F(SchedulingTest, TimerEvents) {
     EXPECT_EQ(0u, LogCount(flagTrue));
     EXPECT_EQ(2, ardo::deviceKeepAlives()["keepalives"]["tola"]);
 
-    // Flag set (no portal URL, so the check-in itself ends at once).
-    Activate("");
+    Activate("");  // no portal URL: the check-in itself ends at once
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);  // nothing stored the field: the wait is still due
     EXPECT_EQ(2u, LogCount(bootWait));

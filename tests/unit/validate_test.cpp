@@ -47,7 +47,6 @@ std::string expandCopies(std::string text) {
     return text;
 }
 
-// Runs each case on a fresh device, through the parser and, when asked, validation.
 void runDocumentCases(const std::string& file, bool validate) {
     for (const CaseRow& c : readCaseRows(file)) {
         SCOPED_TRACE(c.where);
@@ -117,7 +116,6 @@ TEST(DocumentCases, ReservedListsThatStoreNothingKeepTheirEntries) {
     }
 }
 
-// Parses and validates a document; the code of the first step that refuses.
 int run(TOLAAgent& agent, const std::string& doc) {
     TOLAJSONParser parser(&agent);
     int code = parser.ProcessJSONData(doc);
