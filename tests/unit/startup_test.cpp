@@ -24,13 +24,11 @@ class StartupTest : public ::testing::Test {
 
     std::string log() const { return root->readFile("/var/log/tola.log"); }
 
-    // Leaves an acl_config.xml (and shared list) as an earlier run would have.
-    void storeRecord(const tolaagent_runtime_config_t& record, bool withAce = false) {
+    // Leaves an acl_config.xml (and shared list, one entry) as an earlier run would have.
+    void storeRecord(const tolaagent_runtime_config_t& record) {
         TOLAAgent agent;
         agent.Initialize();
-        if (withAce) {
-            agent.SetACEProperties("Item", true, true);
-        }
+        agent.SetACEProperties("Item", true, true);
         agent.SetRuntimeConfig(record);
     }
     // Runs the stop sequence of a started app the way the quit signal does (a quit signalled
@@ -98,7 +96,7 @@ TEST_F(StartupTest, ManualFactoryResetMarker) {
         tola_copy_text(record.lastCheckInDate, "2020-01-01T00:00:00");
         tola_copy_text(record.version, "12");
         record.factoryResetFlag = true;  // cleared by every start
-        storeRecord(record, true);
+        storeRecord(record);
         if (c[0] != "-") {
             root->writeFile(kMarker, c[0]);
         }

@@ -242,15 +242,14 @@ TEST(KeyReference, EveryDescribedRefusalIsTheParsersOwn) {
         if (d.outside.empty()) {
             continue;
         }
-        bool refused = false;
+        size_t accepted = 0;
         for (const std::string& value : d.outside) {
-            auto result = parse(value);
-            refused = refused || result.first != 0;
-            if (result.first != 0) {
-                EXPECT_EQ(result, std::make_pair(d.valueCode, d.valueUser)) << value;
-            }
+            auto [code, user] = parse(value);
+            accepted += code == 0;
+            EXPECT_TRUE(code == 0 || std::make_pair(code, user) == std::make_pair(d.valueCode, d.valueUser))
+                << value << " gave " << code << " " << user;
         }
-        EXPECT_TRUE(refused);
+        EXPECT_LT(accepted, d.outside.size());
         ++valueChecks;
     }
     EXPECT_GT(valueChecks, 30);
