@@ -7,11 +7,7 @@
 #include "case_rows.h"
 
 using ardo::json;
-using tola_test::AppTest;
-using tola_test::CannedHttpServer;
-using tola_test::Encrypt;
-using tola_test::kFactoryKey;
-using tola_test::Sms;
+using namespace tola_test;
 
 namespace {
 
@@ -37,7 +33,7 @@ class SmsTest : public AppTest {
 };
 
 TEST_F(SmsTest, WireTextGivesCodeAndArgument) {
-    for (const auto& c : tola_test::readCases("sms_frames.tsv", 6)) {
+    for (const auto& c : readCases("sms_frames.tsv", 6)) {
         std::string sms = Frame(c[0], c[1], c[2]);
         SCOPED_TRACE(c[0] + " " + c[1].substr(0, 40));
         size_t before = Log().size();
@@ -47,14 +43,12 @@ TEST_F(SmsTest, WireTextGivesCodeAndArgument) {
         std::string log = Log().substr(before);
         EXPECT_NE(log.find(c[5]), std::string::npos) << log;
         // A frame that is not "<TOLA><...>" of a size that fits is refused before decryption.
-        if (c[5] == "Invalid TOLA SMS") {
-            EXPECT_EQ(log.find("SMS Encrypted payload"), std::string::npos);
-        }
+        EXPECT_TRUE(c[5] != "Invalid TOLA SMS" || log.find("SMS Encrypted payload") == std::string::npos);
     }
 }
 
 TEST_F(SmsTest, ServerKeyFirstThenFactoryKey) {
-    for (const auto& c : tola_test::readCases("sms_keys.tsv", 5)) {
+    for (const auto& c : readCases("sms_keys.tsv", 5)) {
         const std::string smsKey = c[1] == "factory" ? kFactoryKey : c[1];
         SCOPED_TRACE(smsKey);
         std::string apnBefore = Profile("0:1")["apn"];
@@ -64,10 +58,9 @@ TEST_F(SmsTest, ServerKeyFirstThenFactoryKey) {
         size_t before = Log().size();
         Send(Sms("<150>apn-" + smsKey, smsKey));
         std::string log = Log().substr(before);
-        EXPECT_EQ(Count(log, "Using encryption key obtained from the server to get SMS command"),
-                  std::stoul(c[3]));
-        EXPECT_EQ(Count(log, "Using factory provisioned encryption key to get SMS command"),
-                  std::stoul(c[4]));
+        EXPECT_EQ(std::to_string(Count(log, "Using encryption key obtained from the server to get SMS")) +
+                      " " + std::to_string(Count(log, "Using factory provisioned encryption key to get SMS")),
+                  c[3] + " " + c[4]);
         EXPECT_EQ(Profile("0:1")["apn"], c[2] == "1" ? "apn-" + smsKey : apnBefore);
     }
 }
@@ -106,9 +99,8 @@ TEST_F(SmsTest, KeyAndUrlCommandsStoreTheirArgument) {
     EXPECT_TRUE(rc.checkInFlag);
 
     // Check in now leaves the flag as it is.
-    rc.checkInFlag = false;
-    app->RuntimeConfig() = rc;
-    app->Agent().SetRuntimeConfig(rc);
+    app->RuntimeConfig().checkInFlag = false;
+    app->Agent().SetRuntimeConfig(app->RuntimeConfig());
     Send(Sms("<103>"));
     EXPECT_FALSE(Stored().checkInFlag);
 }
@@ -126,15 +118,13 @@ TEST_F(SmsTest, FactoryResetWithAndWithoutCheckIn) {
         long long resets = ardo::deviceStateRead()["power"]["factory_resets"].get<long long>();
 
         Send(Sms(std::string("<200>") + argument));
-        tolaagent_runtime_config_t after = Stored();
-        EXPECT_TRUE(after.factoryResetFlag);
-        EXPECT_EQ(after.checkInFlag, checkIn);
-        EXPECT_STREQ(after.version, "0");
-        EXPECT_STREQ(after.checkInURL, checkIn ? "https://portal.test" : "");
-        EXPECT_STREQ(after.payloadEncryptionKey, checkIn ? "portal-key" : "");
-        EXPECT_STREQ(after.lastCheckInDate, checkIn ? "2026-11-20" : "");
-        EXPECT_EQ(after.checkInIntervalOverrideFlag, checkIn);
-        EXPECT_EQ(after.checkInInterval, checkIn ? 6u : 0u);
+        tolaagent_runtime_config_t a = Stored();
+        EXPECT_EQ(std::make_tuple(a.factoryResetFlag, a.checkInFlag, a.checkInIntervalOverrideFlag,
+                                  a.checkInInterval),
+                  std::make_tuple(true, checkIn, checkIn, checkIn ? 6u : 0u));
+        EXPECT_EQ(std::string(a.version) + "|" + a.checkInURL + "|" + a.payloadEncryptionKey + "|" +
+                      a.lastCheckInDate,
+                  checkIn ? "0|https://portal.test|portal-key|2026-11-20" : "0|||");
         // The device went back to its factory settings (what that restores is the platform's own).
         EXPECT_EQ(ardo::deviceStateRead()["power"]["factory_resets"].get<long long>(), resets + 1);
         app->RuntimeConfig().factoryResetFlag = false;
@@ -152,7 +142,7 @@ TEST_F(SmsTest, ApnGoesIntoTheActiveProfileAlone) {
     EXPECT_EQ(profile["pdpType"], 0);
     EXPECT_EQ(Profile("0:1")["apn"], "vzwinternet");
     EXPECT_EQ(Journal("sys_cellularDataDisconnect", 0).at(0)["args"]["profile"], 3);
-    for (const auto& c : tola_test::readCases("apn_faults.tsv", 2)) {
+    for (const auto& c : readCases("apn_faults.tsv", 2)) {
         SCOPED_TRACE(c[0]);
         root.remove("/var/lib/ardo/calls.jsonl");
         ardo::deviceStateSet("/faults", c[0].empty() ? json::object() : json{{c[0], 5}});
@@ -167,11 +157,10 @@ TEST_F(SmsTest, ApnGoesIntoTheActiveProfileAlone) {
 // The key-and-URL exchange (command 104): the IMEI goes out under the factory key, the answer
 // sets both texts or neither, and the data call ends whatever the answer.
 TEST_F(SmsTest, KeyAndUrlAnswers) {
-    for (const auto& c : tola_test::readCases("sms104_answers.tsv", 6)) {
+    for (const auto& c : readCases("sms104_answers.tsv", 6)) {
         SCOPED_TRACE(c[0] + " " + c[1].substr(0, 40) + " " + c[3]);
         const bool down = c[0] == "(portal down)", noCall = c[0] == "(no data call)";
         Stop();
-        root.remove("/opt/ardo/data/tola/acl_config.xml");
         root.remove("/var/lib/ardo/calls.jsonl");
         Start();
         ardo::deviceStateSet("/faults",
@@ -182,10 +171,9 @@ TEST_F(SmsTest, KeyAndUrlAnswers) {
         Send(Sms("<104>" + (down ? std::string(kDeadUrl) : portal.url()), "old-key"));
 
         ASSERT_EQ(portal.bodies().size(), down || noCall ? 0u : 1u);
-        if (!down && !noCall) {
-            json request = json::parse(portal.bodies()[0], nullptr, false);
-            ASSERT_TRUE(request.is_object()) << portal.bodies()[0];
-            EXPECT_EQ(tola_test::Decrypt(kFactoryKey, request.value("EncryptedDeviceIMEI", "")), kImei);
+        for (const std::string& body : portal.bodies()) {
+            EXPECT_EQ(Decrypt(kFactoryKey, json::parse(body).value("EncryptedDeviceIMEI", "")), kImei)
+                << body;
         }
         EXPECT_NE(Log().find(c[3]), std::string::npos);
         EXPECT_EQ(tola_record_text(Stored().payloadEncryptionKey), c[4]);

@@ -1,5 +1,4 @@
 // Check-in scheduling: the timer callback, re-arming, the time left, and the bus notices.
-#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <ctime>
@@ -91,16 +90,12 @@ TEST_F(SchedulingTest, TimerEvents) {
     EXPECT_EQ(0u, LogCount(flagTrue));
     EXPECT_EQ(2, ardo::deviceKeepAlives()["keepalives"]["tola"]);
 
-    // Flag set (no portal URL, so the check-in itself ends at once).
-    tolaagent_runtime_config_t& record = app->RuntimeConfig();
-    record.checkInFlag = true;
-    app->Agent().SetRuntimeConfig(record);
+    Activate("");  // no portal URL: the check-in itself ends at once
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);  // nothing stored the field: the wait is still due
     EXPECT_EQ(2u, LogCount(bootWait));
-    record = app->RuntimeConfig();
-    record.bootupWaitDone = true;
-    app->Agent().SetRuntimeConfig(record);
+    app->RuntimeConfig().bootupWaitDone = true;
+    app->Agent().SetRuntimeConfig(app->RuntimeConfig());
     app->OnThreadNotify(TOLA_CHECKIN_TIMER_ID);
     EXPECT_EQ(2u, LogCount(bootWait));
     EXPECT_EQ(3u, LogCount(flagTrue));
@@ -171,9 +166,7 @@ TEST_F(SchedulingTest, FirstValidClockNoticeRearmsTheCheckInTimer) {
 TEST_F(SchedulingTest, ClockNoticeRearmWaitsForTheBootWaitAndRestartsTheTimer) {
     setenv("ARDO_TIME_SCALE", "100", 1);  // the boot wait takes 1.2 s of real time
     const uint8_t payload[1] = {1};
-    tolaagent_runtime_config_t& record = app->RuntimeConfig();
-    record.checkInFlag = true;  // no portal URL: each check-in ends at once
-    app->Agent().SetRuntimeConfig(record);
+    Activate("");                                    // no portal URL: each check-in ends at once
     setLastCheckIn(deviceDate(60 - 24 * 3600), 24);  // the period ends in a minute
     app->CheckInTimer().SetInterval(0);
     ASSERT_EQ(0, app->CheckInTimer().Run());
@@ -181,10 +174,8 @@ TEST_F(SchedulingTest, ClockNoticeRearmWaitsForTheBootWaitAndRestartsTheTimer) {
     ASSERT_TRUE(tola_test::waitForText(root.path("/var/log/tola.log"), "sleep for 120 seconds to modem up"));
     // The re-arm waits for the running check-in, boot wait and all, then runs the timer again.
     notify(TOLA_CHANNEL_TIME_CHANGE, payload, 1);
-    std::vector<ardo::json> sleeps = Journal("sys_sleepSeconds");
-    EXPECT_EQ(1, std::count_if(sleeps.begin(), sleeps.end(), [](const ardo::json& sleep) {
-                  return sleep["args"] == ardo::json{{"full", true}, {"seconds", 120}};
-              }));
+    EXPECT_EQ(1u, Count(root.readFile("/var/lib/ardo/waits.jsonl"),
+                        R"("args":{"full":true,"seconds":120},"call":"sys_sleepSeconds")"));
     EXPECT_EQ(1u, LogCount("Check-In flag true, performing check-in with server."));
     EXPECT_NEAR(60.0, static_cast<double>(app->CheckInTimer().GetInterval()), 2.0);
     // The restarted timer expires on its own after the remaining minute.

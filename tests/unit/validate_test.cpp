@@ -1,6 +1,5 @@
 // Configuration documents through the real parser and, for validate.txt, validation, against the
-// simulated device; the cases and their columns are in corpus/cases/documents.txt (parser only)
-// and validate.txt.
+// simulated device; the cases and their columns are in corpus/cases/documents.txt and validate.txt.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -48,7 +47,6 @@ std::string expandCopies(std::string text) {
     return text;
 }
 
-// Runs each case on a fresh device, through the parser and, when asked, validation.
 void runDocumentCases(const std::string& file, bool validate) {
     for (const CaseRow& c : readCaseRows(file)) {
         SCOPED_TRACE(c.where);
@@ -118,7 +116,6 @@ TEST(DocumentCases, ReservedListsThatStoreNothingKeepTheirEntries) {
     }
 }
 
-// Parses and validates a document; the code of the first step that refuses.
 int run(TOLAAgent& agent, const std::string& doc) {
     TOLAJSONParser parser(&agent);
     int code = parser.ProcessJSONData(doc);
@@ -156,9 +153,10 @@ TEST(ValidateTest, BlockedDevicesAreForgottenOnceTheDocumentIsAccepted) {
     TOLAAgent agent;  // only the known device is deleted, once
     ASSERT_EQ(run(agent, "[" + blocked + "]"), 0);
     json line = json::parse(root.readFile("/var/lib/ardo/calls.jsonl"));
-    EXPECT_EQ(line["call"], "sys_deleteKnownDevice");
-    EXPECT_EQ(line["args"]["macAddress"], "3c:22:fb:10:20:30");
-    EXPECT_EQ(line["result"], 0);
+    line.erase("time");
+    EXPECT_EQ(line,
+              json::parse(R"({"call": "sys_deleteKnownDevice", "args": {"macAddress": "3c:22:fb:10:20:30"},
+                                   "result": 0})"));
 }
 
 // The reference of the document's keys (tola-devicectl keys) comes from a describing run of the
@@ -167,19 +165,20 @@ TEST(ValidateTest, BlockedDevicesAreForgottenOnceTheDocumentIsAccepted) {
 struct Described {
     std::string path, key;
     std::string wrongKind;  // a JSON value of another kind than the key takes
-    std::vector<std::string> outside;
     int typeCode, valueCode;
     std::string typeUser, valueUser;
+    std::vector<std::string> outside{};  // values the key refuses; none for keys without a range
 };
 
 class Sink : public KeyTableSink {
   public:
     void group(const std::string& path) override { mPath = path; }
-    void table(const KeyRule* rules, size_t count, GroupCodes codes) override {
+    void table(const KeyRule* rules, size_t count, GroupCodes gc) override {
+        auto text = [](const char* user) { return std::string(user != nullptr ? user : ""); };
         for (size_t i = 0; i < count; ++i) {
             const KeyRule& r = rules[i];
-            Described d{mPath,          r.key, r.kind == Kind::Number ? "\"x\"" : "5",  {},
-                        codes.typeCode, 0,     r.typeUser != nullptr ? r.typeUser : "", ""};
+            const char* wrong = r.kind == Kind::Number ? "\"x\"" : "5";
+            Described d{mPath, r.key, wrong, gc.typeCode, gc.valueCode, text(r.typeUser), text(r.valueUser)};
             if (r.kind == Kind::Enum || r.kind == Kind::EnumText) {
                 d.outside = {"\"no such choice\""};
             } else if (r.kind == Kind::Number && r.max > r.min) {
@@ -188,22 +187,16 @@ class Sink : public KeyTableSink {
                 // One of these breaks every text check the handlers have (length limits).
                 d.outside = {"\"\"", "\"" + std::string(300, 'x') + "\""};
             }
-            if (!d.outside.empty()) {
-                d.valueCode = codes.valueCode;
-                d.valueUser = r.valueUser != nullptr ? r.valueUser : "";
-            }
             keys.push_back(d);
         }
     }
     void note(const KeyNote& n) override {
         if (n.typeCode != 0 && n.key[0] != '(') {
-            keys.push_back(Described{mPath, n.key, "5", {}, n.typeCode, 0, n.typeUser, ""});
+            keys.push_back(Described{mPath, n.key, "5", n.typeCode, 0, n.typeUser, ""});
         }
     }
     std::vector<Described> keys;
-
-  private:
-    std::string mPath;
+    std::string mPath;  // of the group being described
 };
 
 // A document element holding value at path.key: "A.B" is a sub-object, "A.K[]" an array element;
@@ -249,15 +242,14 @@ TEST(KeyReference, EveryDescribedRefusalIsTheParsersOwn) {
         if (d.outside.empty()) {
             continue;
         }
-        bool refused = false;
+        size_t accepted = 0;
         for (const std::string& value : d.outside) {
-            auto result = parse(value);
-            refused = refused || result.first != 0;
-            if (result.first != 0) {
-                EXPECT_EQ(result, std::make_pair(d.valueCode, d.valueUser)) << value;
-            }
+            auto [code, user] = parse(value);
+            accepted += code == 0;
+            EXPECT_TRUE(code == 0 || std::make_pair(code, user) == std::make_pair(d.valueCode, d.valueUser))
+                << value << " gave " << code << " " << user;
         }
-        EXPECT_TRUE(refused);
+        EXPECT_LT(accepted, d.outside.size());
         ++valueChecks;
     }
     EXPECT_GT(valueChecks, 30);
