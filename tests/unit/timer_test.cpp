@@ -38,6 +38,7 @@ class SchedulingTest : public tola_test::AppTest {
 TEST_F(SchedulingTest, TimeLeftSinceTheLastCheckIn) {
     for (const auto& c : tola_test::readCases("remaining_seconds.tsv", 5)) {
         SCOPED_TRACE(c[0]);
+        const time_t start = sys_time();
         std::string date = c[1];
         if (!date.empty() && date[0] == '@') {
             size_t end = 0;
@@ -51,8 +52,10 @@ TEST_F(SchedulingTest, TimeLeftSinceTheLastCheckIn) {
         int days = 9;
         EXPECT_EQ(networkTime ? 0 : 1, app->getRemainingSeconds(remaining));
         EXPECT_EQ(networkTime ? 0 : 1, app->getRemainingDays(days));
-        // The device clock may tick between the two readings.
-        EXPECT_NEAR(std::stod(c[3]), static_cast<double>(remaining), 2.0);
+        // The device clock runs on while the row is set up and read: only less may be left.
+        const double expected = std::stod(c[3]), ticked = static_cast<double>(sys_time() - start) + 1;
+        EXPECT_LE(static_cast<double>(remaining), expected);
+        EXPECT_GE(static_cast<double>(remaining) + ticked, expected);
         EXPECT_EQ(std::stoi(c[4]), days);
     }
 }
@@ -71,7 +74,7 @@ TEST_F(SchedulingTest, CompletedCheckInStampsTheDateAndRearmsThePeriod) {
         std::string after = deviceDate(0);
         EXPECT_EQ(std::stoul(c[4]), app->CheckInTimer().GetInterval());
         std::string stamped = Stored().lastCheckInDate;
-        EXPECT_TRUE(stamped == before || stamped == after) << stamped;
+        EXPECT_TRUE(before <= stamped && stamped <= after) << before << " " << stamped << " " << after;
         EXPECT_NE(std::string::npos, root.readFile("/opt/ardo/data/tola/acl_config.xml")
                                          .find("<LastCheckInDate>" + stamped + "</LastCheckInDate>"));
     }
