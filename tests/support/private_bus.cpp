@@ -55,19 +55,22 @@ PrivateBus::PrivateBus(const std::string& config) {
     mDir = templ;
     chmod(mDir.c_str(), 0755);
     std::ofstream(mDir + "/bus.conf") << std::regex_replace(config, std::regex("@DIR@"), mDir);
-    // The daemon prints its address as its first line, or why it could not start.
+    // The daemon prints its address on a line of its own, beside any warnings, or why it could
+    // not start.
     const std::string out = mDir + "/daemon.out";
     mDaemon = std::make_unique<ChildProcess>(
         "dbus-daemon",
         std::vector<std::string>{"--nofork", "--config-file=" + mDir + "/bus.conf", "--print-address=1"},
         out);
-    std::string line = waitForText(out, "\n") ? readWholeFile(out) : "";
-    mAddress = line.substr(0, line.find('\n'));
-    if (mAddress.rfind("unix:", 0) != 0) {
+    std::smatch address;
+    std::string text;
+    const std::regex addressLine("(^|\n)(unix:[^\n]*)\n");
+    if (!Eventually([&] { return std::regex_search(text = readWholeFile(out), address, addressLine); })) {
         mDaemon.reset();
         std::filesystem::remove_all(mDir);
-        throw std::runtime_error("dbus-daemon did not start: " + line);
+        throw std::runtime_error("dbus-daemon did not start: " + text);
     }
+    mAddress = address[2].str();
     const char* old = std::getenv("ARDO_BUS_ADDRESS");
     mHadAddress = old != nullptr;
     mOldAddress = mHadAddress ? old : "";
