@@ -15,7 +15,7 @@ TEST_F(AgentSpineE2E, QuitSignalsRunTheStopSequenceAndAFailedStartEndsWithZero) 
         EXPECT_TRUE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", false));
         agent->signal(sig);
         EXPECT_EQ(AgentEnds(10000), 0);
-        EXPECT_EQ(Count(Log(), "End TOLA Agent"), runs);
+        EXPECT_EQ(countOf(Log(), "End TOLA Agent"), runs);
         EXPECT_FALSE(ardo::deviceStateValue<bool>("/watchdog/registered/tola", true));
         EXPECT_EQ(0, ardo::deviceStateValue<int>("/sdk/sessions", -1));
         EXPECT_TRUE(root.exists(kAclFile));
@@ -74,7 +74,7 @@ TEST_F(SmsE2E, KeyAndUrlProvisionAFreshDeviceAndANewUrlLeadsToACheckIn) {
     ASSERT_TRUE(waitForText(portalOut, "check-in from", 20000)) << Log();
     EXPECT_HAS(Acl(), "<PayloadEncryptionKey>provisioned-key</PayloadEncryptionKey>");
     ASSERT_EQ(Shell(kCtl + "sms send '<102>" + portalUrl + "/moved'").status, 0);
-    EXPECT_TRUE(Eventually([&] { return Count(readWholeFile(portalOut), "check-in from") >= 2; }, 20000))
+    EXPECT_TRUE(Eventually([&] { return countOf(readWholeFile(portalOut), "check-in from") >= 2; }, 20000))
         << Log();
     StopAgent();
     // Then a check-in under the key the portal handed out, and one at the new URL.

@@ -130,7 +130,7 @@ TEST_F(CheckInE2E, AStopEndsTheBootWaitAndAStalledExchange) {
         StopAgent();         // within its 10 s only because the stop ends the wait
     }
     EXPECT_TRUE(Received().empty());
-    EXPECT_EQ(Count(Log(), "Process is stopping, no check-in with server."), 1u);
+    EXPECT_EQ(countOf(Log(), "Process is stopping, no check-in with server."), 1u);
     close(listener);
 }
 

@@ -80,7 +80,7 @@ TEST_F(TableE2E, CommandLines) {
     // would run until stopped: the time limit ends it.
     const std::string places[] = {"@CTL@",    kCtl,
                                   "@AGENT@",  "'" + kAgentBinary + "'",
-                                  "@PORTAL@", "timeout 10 '" + kBin + "tola-portal'",
+                                  "@PORTAL@", "timeout -k 5 10 '" + kBin + "tola-portal'",
                                   "@ROOT@",   root.dir(),
                                   "@DOCS@",   std::string(TOLA_SOURCE_DIR) + "/tests/corpus/e2e",
                                   "@PORT@",   portalUrl.substr(17)};

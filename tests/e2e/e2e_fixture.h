@@ -52,14 +52,6 @@ inline Outcome Shell(const std::string& command) {
     return run;
 }
 
-inline size_t Count(const std::string& text, const std::string& what) {
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
-        ++n;
-    }
-    return n;
-}
-
 inline std::string Replace(std::string text, const std::string& from, const std::string& to) {
     for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
         text.replace(at, from.size(), to);
@@ -157,7 +149,7 @@ class E2ETest : public ::testing::Test {
     }
     // Waits until the agent's log holds the text count times.
     bool WaitForLog(const std::string& text, size_t count = 1, int timeoutMs = 10000) {
-        return Eventually([&] { return Count(Log(), text) >= count; }, timeoutMs);
+        return Eventually([&] { return countOf(Log(), text) >= count; }, timeoutMs);
     }
     std::string Log() const { return root.readFile(kLogFile); }
     std::string Acl() const { return root.readFile(kAclFile); }

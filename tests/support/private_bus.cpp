@@ -144,7 +144,11 @@ bool ChildProcess::waitForExit(int& exitStatus, int timeoutMs) {
 }
 
 int runShell(const std::string& command, std::string* output) {
-    FILE* pipe = popen(command.c_str(), "r");
+    // A hung command (and whatever it started) is killed after two minutes, so that the test
+    // fails with its output instead of waiting for the test's own time limit.
+    FILE* pipe = popen(
+        ("timeout -k 5 120 sh -c '" + std::regex_replace(command, std::regex("'"), "'\\''") + "'").c_str(),
+        "r");
     char buffer[4096];
     for (size_t n; pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
         if (output != nullptr) {

@@ -66,8 +66,8 @@ class ChildProcess {
     int mStatus = 0;
 };
 
-// Runs a shell command line; its exit status (-1 when it did not exit), its standard output in
-// *output.
+// Runs a shell command line for at most two minutes; its exit status (-1 when it did not exit,
+// 124 when it was stopped), its standard output in *output.
 int runShell(const std::string& command, std::string* output = nullptr);
 
 // Polls every 10 ms until pred() holds; false after timeoutMs.

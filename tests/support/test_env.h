@@ -36,4 +36,7 @@ class TempRoot {
 // Reads a whole file; "" when it cannot be read.
 std::string readWholeFile(const std::string& path);
 
+// How often what occurs in text, occurrences not overlapping.
+size_t countOf(const std::string& text, const std::string& what);
+
 }  // namespace tola_test

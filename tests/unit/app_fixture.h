@@ -40,14 +40,6 @@ inline std::string Sms(const std::string& plain, const std::string& key = kFacto
     return "<TOLA><" + Encrypt(key, plain) + ">";
 }
 
-inline size_t countOf(const std::string& text, const std::string& what) {
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
-        ++n;
-    }
-    return n;
-}
-
 // A fresh root; the debug log reopens under it at its first line.
 class RootTest : public ::testing::Test {
   protected:
