@@ -41,7 +41,7 @@ TEST_F(SmsE2E, OnlyRootReachesTheAgentOnASystemBus) {
         {"", true},  // the shipped policy
         {"<policy context=\"default\"><allow send_interface=\"com.ardo.Msgbus1\"/></policy>", false},
     };
-    const std::string body = Encrypted(kFactoryKey, "<101>stolen-key");
+    const std::string body = Encrypt(kFactoryKey, "<101>stolen-key");
     ASSERT_FALSE(body.empty());
     for (const auto& [extraPolicy, busRefuses] : cases) {
         SCOPED_TRACE(extraPolicy);

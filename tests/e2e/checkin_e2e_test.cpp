@@ -97,7 +97,7 @@ TEST_F(CheckInE2E, RefusedAndAcceptedDocumentsAreConfirmedAndFollowedByAReboot) 
 TEST_F(CheckInE2E, ADownloadedConfigurationIsConfirmedAtStartUpWithTheDeviceIdentity) {
     StartPortal(false);
     StoreRecord(portalUrl, false, "", 1);
-    const std::string cipher = Encrypted(kFactoryKey, R"([{"DevicePreferences": {"LEDEnabled": false}}])");
+    const std::string cipher = Encrypt(kFactoryKey, R"([{"DevicePreferences": {"LEDEnabled": false}}])");
     root.writeFile("/opt/ardo/data/tola/tola_downloaded_config",
                    json({{"ResultCode", 0}, {"Version", "8"}, {"EncryptedConfiguration", cipher}}).dump());
     ardo::deviceStateSet("/power/end_process_on_reboot", true);

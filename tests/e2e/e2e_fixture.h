@@ -16,8 +16,8 @@
 
 #include "device_state.h"
 #include "http_helper.h"
-#include "payload_cipher.h"
 #include "private_bus.h"
+#include "sealed_text.h"
 #include "test_env.h"
 #include "tola_agent.h"
 
@@ -34,7 +34,6 @@ const std::string kCtl = "'" + kBin + "tola-devicectl' ";
 const std::string kAclFile = "/opt/ardo/data/tola/acl_config.xml";
 const std::string kLogFile = "/var/log/tola.log";
 const std::string kImei = "356938035643809";
-const std::string kFactoryKey = "VeltraFactoryKey-2017";  // in the root's config.xml
 
 struct Outcome {
     int status;
@@ -57,14 +56,6 @@ inline std::string Replace(std::string text, const std::string& from, const std:
         text.replace(at, from.size(), to);
     }
     return text;
-}
-
-// The text encrypted under key, as the portal sends it; "" on failure.
-inline std::string Encrypted(const std::string& key, const std::string& text) {
-    char* cipher = nullptr;
-    std::string out = AesEncrypt(key.c_str(), text.c_str(), &cipher) == 0 && cipher != nullptr ? cipher : "";
-    std::free(cipher);
-    return out;
 }
 
 // Stores the runtime record with the portal URL, key and check-in flag, as an earlier run of the

@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "fuzz_env.h"
-#include "payload_cipher.h"
+#include "sealed_text.h"
 #include "tola_app.h"
 
 namespace {
@@ -40,15 +40,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if ((data[0] & 1) != 0) {
         wire = body;
     } else {
-        char* sealed = nullptr;
-        if (AesEncrypt(tola_record_text(app.Config().baseEncryptionKey).c_str(), body.c_str(), &sealed) !=
-                0 ||
-            sealed == nullptr) {
-            std::free(sealed);
+        std::string sealed = tola_test::Encrypt(tola_record_text(app.Config().baseEncryptionKey), body);
+        if (sealed.empty()) {
             return 0;
         }
-        wire = std::string("<TOLA><") + sealed + ">";
-        std::free(sealed);
+        wire = "<TOLA><" + sealed + ">";
     }
 
     std::string argument;

@@ -15,7 +15,7 @@ class LinuxAgentE2E : public tola_test::E2ETest {
 
     // An SMS command as the portal sends it: "<TOLA><" + the command encrypted under key + ">".
     bool Sms(const std::string& command, const std::string& key = tola_test::kFactoryKey) {
-        return services.receiveSms("<TOLA><" + tola_test::Encrypted(key, command) + ">");
+        return services.receiveSms(tola_test::Sms(command, key));
     }
 
     // The stand-ins' bus is the agent's device bus and its system bus.

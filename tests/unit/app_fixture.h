@@ -11,34 +11,12 @@
 #include <vector>
 
 #include "device_state.h"
-#include "payload_cipher.h"
+#include "sealed_text.h"
 #include "test_env.h"
 #include "tola_app.h"
 #include "vorn_dbg.h"
 
 namespace tola_test {
-
-constexpr const char* kFactoryKey = "VeltraFactoryKey-2017";
-
-// The payload cipher run one way (AesEncrypt or AesDecrypt) over text; "" when it fails.
-inline std::string cipherText(int (*way)(const char*, const char*, char**), const std::string& key,
-                              const std::string& text) {
-    char* out = nullptr;
-    std::string result = way(key.c_str(), text.c_str(), &out) == 0 && out != nullptr ? out : "";
-    std::free(out);
-    return result;
-}
-inline std::string Decrypt(const std::string& key, const std::string& text) {
-    return cipherText(AesDecrypt, key, text);
-}
-inline std::string Encrypt(const std::string& key, const std::string& plain) {
-    return cipherText(AesEncrypt, key, plain);
-}
-
-// An SMS as the portal sends it.
-inline std::string Sms(const std::string& plain, const std::string& key = kFactoryKey) {
-    return "<TOLA><" + Encrypt(key, plain) + ">";
-}
 
 // A fresh root; the debug log reopens under it at its first line.
 class RootTest : public ::testing::Test {
